@@ -1,0 +1,2 @@
+add_executable(model_bench model_bench.cpp)
+target_link_libraries(model_bench PRIVATE project_options hbadisc_model hbadisc_thread benchmark::benchmark)

@@ -1,0 +1,87 @@
+#include "discovery/EnumerationWalk.h"
+
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr std::chrono::milliseconds kAskAgain{250};
+
+// What a condition variable needs of a lock.
+class Unlockable {
+ public:
+  explicit Unlockable(CZylThreadLock& lock) : m_Lock(lock) {}
+  void lock() NO_THREAD_SAFETY_ANALYSIS { m_Lock.GetLock(); }
+  void unlock() NO_THREAD_SAFETY_ANALYSIS { m_Lock.ReleaseLock(); }
+
+ private:
+  CZylThreadLock& m_Lock;
+};
+
+}  // namespace
+
+bool EnumerationWalk::Enter(bool (*giveUp)()) {
+  CZylLockGuard guard(m_Lock);
+  Unlockable lock(m_Lock);
+  while (m_Held && !HeldByMe()) {
+    if (giveUp()) return false;
+    m_Opened.wait_for(lock, kAskAgain);
+  }
+  m_Held = true;
+  m_Holder = std::this_thread::get_id();
+  return true;
+}
+
+void EnumerationWalk::Abandon() {
+  CZylLockGuard guard(m_Lock);
+  if (!HeldByMe()) return;
+  DropLocked();
+  OpenLocked();
+}
+
+void EnumerationWalk::DropSnapshot() {
+  CZylLockGuard guard(m_Lock);
+  DropLocked();
+}
+
+EnumerationWalk::Port EnumerationWalk::Find(const HBA_NAME& wwpn) {
+  CZylLockGuard guard(m_Lock);
+  return FindLocked(wwpn);
+}
+
+EnumerationWalk::Port EnumerationWalk::FindIn(std::shared_ptr<CHbaList> snapshot, const HBA_NAME& wwpn) {
+  CZylLockGuard guard(m_Lock);
+  if (m_Snapshot == nullptr) {
+    m_Cursor = nullptr;
+    m_Snapshot = std::move(snapshot);
+  }
+  return FindLocked(wwpn);
+}
+
+EnumerationWalk::Port EnumerationWalk::FindLocked(const HBA_NAME& wwpn) {
+  Port port{m_Snapshot, nullptr};
+  if (m_Snapshot == nullptr) return port;
+  if (m_Cursor == nullptr) {
+    CHbaListGuard listGuard(*m_Snapshot);
+    port.entry = m_Snapshot->FindEntry(wwpn.wwn);
+  } else if (std::memcmp(m_Cursor->GetHbaInfo()->portWwn, wwpn.wwn, sizeof wwpn.wwn) == 0) {
+    port.entry = m_Cursor;
+  }
+  return port;
+}
+
+void EnumerationWalk::DropLocked() {
+  m_Cursor = nullptr;
+  m_Snapshot = nullptr;
+}
+
+void EnumerationWalk::OpenLocked() {
+  m_Held = false;
+  m_Holder = {};
+  m_Opened.notify_all();
+}
+
+bool EnumerationWalk::HeldByMe() const {
+  return m_Held && m_Holder == std::this_thread::get_id();
+}

@@ -1,0 +1,224 @@
+#include "discovery/HbaDiscover.h"
+
+#include <chrono>
+#include <cstring>
+
+#include "config/DiscConfig.h"
+#include "discovery/DiscoveryLog.h"
+#include "rmapi/rmapi.h"
+
+namespace {
+
+constexpr unsigned int kDefaultInterval = 90;    // seconds
+constexpr unsigned int kKillPoll = 250000;       // microseconds
+constexpr std::chrono::seconds kKillGiveUp{10};  // waits strictly longer than this
+
+// Intervals of 1 to 4 seconds are too short to be meant.
+bool TooShort(unsigned int seconds) {
+  return seconds >= 1 && seconds <= 4;
+}
+
+std::chrono::seconds WholeSeconds() {
+  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+}  // namespace
+
+CHbaDiscover::CHbaDiscover() : m_WorkerParams(std::make_shared<PortDiscoveryParams>()) {
+  int logMode = 0;
+  getDiscConfigIntValue(&logMode, "DISCO_LOG_MODE");
+  SetDiscoveryLogMode(static_cast<unsigned int>(logMode));
+
+  int fullOnly = 0;
+  getDiscConfigIntValue(&fullOnly, "DISCO_FULL_DISCOVERY");
+  m_FullDiscoveryOnly = fullOnly != 0;
+
+  int threads = 0;
+  getDiscConfigIntValue(&threads, "DISCO_MAX_THREADS");
+  if (threads >= 1 && threads <= 15) m_MaxPortThreads = static_cast<unsigned int>(threads);
+
+  OpenLogFile();
+}
+
+CHbaDiscover::~CHbaDiscover() {
+  // The main thread works on this object, so it must have ended before any member goes.
+  CZylThread::Terminate();
+}
+
+void CHbaDiscover::OpenLogFile() {
+  // There is deliberately no default file: without a path there is no log.
+  char path[256] = {};
+  getDiscConfigStrValue(path, sizeof path, "DISCO_LOG_PATH");
+  OpenDiscoveryLog(path);
+}
+
+void CHbaDiscover::Startup(unsigned int interval, int localOnly) {
+  if (InCallBack()) {
+    // Whoever holds the lock may be waiting for this very thread.
+    if (!m_LifecycleLock.TryLock()) return;
+  } else {
+    m_LifecycleLock.GetLock();
+  }
+  try {
+    if ((m_State.load() & kStateStarted) == 0) StartLocked(interval, localOnly);
+  } catch (...) {
+    // Starting reports nothing; what could not be allocated is not started.
+  }
+  m_LifecycleLock.ReleaseLock();
+}
+
+void CHbaDiscover::StartLocked(unsigned int interval, int localOnly) {
+  m_LocalOnly = localOnly;
+  RM_InitLib();
+  m_CurrentList.Set(std::make_shared<CHbaList>(ListRank::kCurrent));
+
+  const unsigned int seconds = TooShort(interval) ? kDefaultInterval : interval;
+  disco_printf(kLogStartStop, nullptr, "Discovery startup");
+  disco_printf(kLogInBand, nullptr, "In-band interval = %d seconds", static_cast<int>(seconds));
+  m_Interval = seconds * 1000U;
+
+  AllowCallBacks(true);
+  m_State.fetch_or(kStateEnabled | kStateStarted | kStateForced);
+  Create(DiscoveryThread, this, 0, 0);
+}
+
+void CHbaDiscover::Terminate() {
+  if (InCallBack()) return;
+  CZylLockGuard guard(m_LifecycleLock);
+  if (LeaveStartedState()) StopLocked();
+}
+
+// Clears started and enabled in one step; false when either was clear already.
+bool CHbaDiscover::LeaveStartedState() {
+  std::uint32_t state = m_State.load();
+  constexpr std::uint32_t kBoth = kStateStarted | kStateEnabled;
+  do {
+    if ((state & kBoth) != kBoth) return false;
+  } while (!m_State.compare_exchange_weak(state, state & ~kBoth));
+  return true;
+}
+
+void CHbaDiscover::StopLocked() {
+  disco_printf(kLogStartStop, nullptr, "Terminating discovery");
+  KillDiscoveryCycle(1);
+  CZylThread::Terminate();
+  m_PortPool.TerminateThreadsImmediate();
+  AllowCallBacks(false);
+  RM_ExitLib();
+  m_WorkerParams->Clear();
+  FreeHbaList(m_CurrentList);
+  FreeHbaList(m_NewList);
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateStarted | kStateForced));
+  disco_printf(kLogStartStop, nullptr, "Discovery terminated");
+}
+
+void CHbaDiscover::PauseDiscovery() {
+  disco_printf(kLogInBand | kLogOob, nullptr, "Discovery paused");
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateEnabled));
+  KillDiscoveryCycle(0);
+}
+
+int CHbaDiscover::StartDiscoveryCycle() {
+  disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "*** FORCED DISCOVERY CYCLE REQUESTED ***");
+  if (InCallBack()) {
+    if (!m_CycleLock.TryLock()) return InForcedCycle() ? 0 : RequestForcedCycle();
+  } else {
+    m_CycleLock.GetLock();
+  }
+  const int started = ForceCycleLocked();
+  m_CycleLock.ReleaseLock();
+  return started;
+}
+
+int CHbaDiscover::ForceCycleLocked() {
+  const std::uint32_t state = m_State.load();
+  // The in-cycle bit comes up to a second after the request; an enabled controller is on its way to the cycle.
+  if ((state & kStateForced) != 0 && (state & (kStateInCycle | kStateEnabled)) != 0) {
+    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-band already doing forced discovery cycle");
+    disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr,
+                 "Already doing forced discovery cycle - not restarting");
+    return 0;
+  }
+  if ((state & kStateInCycle) != 0 && !InCallBack()) {
+    disco_printf(kLogInBand, nullptr, "Killing current in-band cycle");
+    KillDiscoveryCycle(0);
+  }
+  return RequestForcedCycle();
+}
+
+int CHbaDiscover::RequestForcedCycle() {
+  disco_printf(kLogCycleBounds | kLogInBand, nullptr, "Starting in-band cycle");
+  m_State.fetch_or(kStateEnabled | kStateForced);
+  Signal();
+  return 1;
+}
+
+bool CHbaDiscover::InForcedCycle() const {
+  constexpr std::uint32_t kBoth = kStateForced | kStateInCycle;
+  return (m_State.load() & kBoth) == kBoth;
+}
+
+void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
+  if (InDiscoveryCycle() == 0) return;
+  if (InCallBack()) {
+    // The cycle may be waiting for this thread: leave the request. The end of the cycle clears it.
+    m_State.fetch_or(kStateKillRequested);
+    Signal();
+    return;
+  }
+  AddKillWaiter();
+  m_State.fetch_or(kStateKillRequested);
+  Signal();
+  AwaitCycleEnd(giveUp);
+  DropKillWaiter();
+}
+
+void CHbaDiscover::AwaitCycleEnd(int giveUp) {
+  const std::chrono::seconds begin = WholeSeconds();
+  while (InDiscoveryCycle() != 0) {
+    ZylSleep(kKillPoll);
+    if (giveUp != 0 && WholeSeconds() - begin > kKillGiveUp) {
+      disco_printf(kLogCycleBounds | kLogOob, nullptr,
+                   "Discovery terminating - giving up wait for current discovery cycle to end");
+      return;
+    }
+  }
+}
+
+void CHbaDiscover::AddKillWaiter() {
+  CZylLockGuard guard(m_KillLock);
+  ++m_KillWaiters;
+}
+
+// The last of several killers clears the request, so that none takes it away from another.
+void CHbaDiscover::DropKillWaiter() {
+  CZylLockGuard guard(m_KillLock);
+  if (--m_KillWaiters == 0) m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
+}
+
+void CHbaDiscover::DropUnawaitedKill() {
+  CZylLockGuard guard(m_KillLock);
+  if (m_KillWaiters == 0) m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
+}
+
+void CHbaDiscover::ChangeDiscoveryInterval(unsigned int seconds) {
+  if (TooShort(seconds)) return;
+  disco_printf(kLogInBand, nullptr, "Change discovery interval to %d seconds", static_cast<int>(seconds));
+  const std::uint32_t milliseconds = seconds * 1000U;
+  m_Interval = milliseconds;
+  if (milliseconds != 0 && InDiscoveryCycle() == 0) Signal();
+}
+
+void CHbaDiscover::FreeHbaList(SharedSlot<CHbaList>& slot) {
+  const std::shared_ptr<CHbaList> list = slot.Get();
+  if (list == nullptr) return;
+  CHbaListGuard guard(*list);
+  slot.Set(nullptr);
+}
+
+void CHbaDiscover::FreeSystemList(SharedSlot<CSystemList>& slot) {
+  const std::shared_ptr<CSystemList> list = slot.Get();
+  if (list == nullptr) return;
+  CSystemListGuard guard(*list);
+  slot.Set(nullptr);
+}

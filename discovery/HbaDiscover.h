@@ -1,0 +1,169 @@
+// The discovery controller: decides when a cycle runs, of which kind, and tells the application.
+//
+// One per process. The object is itself the main in-band discovery thread.
+//
+// Thread safety: internally locked; every public call may be made from any thread, also from the application's
+// callback. Inside a callback no call waits for a thread of ours: requests are left behind and carried out
+// later. Ownership: lists are shared-owned; whoever copied a pointer keeps its list alive, also past Terminate.
+// Lock order: lifecycle lock, cycle lock, callback lock, current list, other lists. The locks of the slots, of
+// the registration and of the kill count are leaves.
+#ifndef DISCOVERY_HBADISCOVER_H_
+#define DISCOVERY_HBADISCOVER_H_
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "discovery/HbaDiscoveryList.h"
+#include "discovery/HbaDiscoveryListSystems.h"
+#include "discovery/SharedSlot.h"
+#include "inband/PortDiscovery.h"
+#include "thread/zyl_thread.h"
+#include "thread/zyl_thread_pool.h"
+
+class CPortInfo;
+
+// Bits of the state word.
+enum DiscoState : std::uint32_t {
+  kStateEnabled = 0x01,        // periodic cycles run
+  kStateStarted = 0x02,        // between Startup and Terminate
+  kStateInCycle = 0x04,        // set by the cycle, under the cycle lock
+  kStateKillRequested = 0x08,  // the running cycle is to stop
+  kStateForced = 0x10,         // a full cycle was asked for, or is running
+};
+
+// Bits of the event mask and of the reason word.
+enum DiscoReason : unsigned int {
+  kReasonEveryCycle = 0x01,
+  kReasonForced = 0x02,
+  kReasonChanged = 0x04,
+  kReasonDirected = 0x08,
+  kReasonIntermediate = 0x10,
+};
+
+using DiscoCallBack = void (*)(unsigned int reason, void* context);
+
+class CHbaDiscover : public CZylThread {
+ public:
+  // Reads the settings and opens the log.
+  CHbaDiscover();
+  ~CHbaDiscover() override;
+  CHbaDiscover(const CHbaDiscover&) = delete;
+  CHbaDiscover& operator=(const CHbaDiscover&) = delete;
+
+  // Intervals in seconds; see HBADisc_StartupEx.
+  void Startup(unsigned int interval, int localOnly) EXCLUDES(m_LifecycleLock);
+  // Does nothing unless started and enabled, and nothing inside a callback, whose thread it would have to join.
+  void Terminate() EXCLUDES(m_LifecycleLock);
+  void PauseDiscovery();
+  int StartDiscoveryCycle() EXCLUDES(m_CycleLock);
+  // Waits until the running cycle has stopped, at most about 10 seconds when `giveUp` is not 0.
+  void KillDiscoveryCycle(int giveUp);
+  bool IsStarted() const { return (m_State.load() & kStateStarted) != 0; }
+  int InDiscoveryCycle() const { return (m_State.load() & kStateInCycle) != 0 ? 1 : 0; }
+  void ChangeDiscoveryInterval(unsigned int seconds);
+  void RegisterCallBack(DiscoCallBack callback, unsigned int eventMask, void* context)
+      EXCLUDES(m_RegistrationLock);
+  unsigned int GetIntermediateCBInterval() const { return kIntermediateInterval; }
+
+  // Calls the application back as its event mask asks for it; never two threads at once.
+  void DoCallBack(int changed, int forced, int intermediate) EXCLUDES(m_CallbackLock);
+  // True on a thread of ours while it runs the application's callback.
+  static bool InCallBack();
+
+  // Snapshots; null when there is no current list.
+  std::shared_ptr<CHbaList> GetCurrentHbaList() const;
+  std::shared_ptr<CSystemList> GetCurrentSystemList() const;
+  // Takes over the names of an iSCSI port from the current list; 0 when the port is unknown or another kind.
+  int GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const;
+
+  // Empties a slot once nobody is inside its list any more; the list lives on while somebody holds it.
+  static void FreeHbaList(SharedSlot<CHbaList>& slot);
+  static void FreeSystemList(SharedSlot<CSystemList>& slot);
+
+ protected:
+  // The cycle's list of ports to visit. Overridable, so that a test can refuse a cycle.
+  virtual int BuildPortsList(CPortInfo& ports, const std::shared_ptr<CHbaList>& current,
+                             const std::shared_ptr<CHbaList>& fresh, int lite, unsigned int mark);
+
+ private:
+  struct Registration {
+    DiscoCallBack callback = nullptr;
+    unsigned int eventMask = 0;
+    void* context = nullptr;
+  };
+  // What one cycle works on.
+  struct Cycle;
+
+  void OpenLogFile();
+  void StartLocked(unsigned int interval, int localOnly) REQUIRES(m_LifecycleLock);
+  void StopLocked() REQUIRES(m_LifecycleLock);
+  bool LeaveStartedState();
+  static void* DiscoveryThread(void* self);
+  int DiscoveryProc();
+
+  void DoDiscoveryCycle(int full) EXCLUDES(m_CycleLock);
+  bool EnterCycle() EXCLUDES(m_CycleLock);
+  void BeginKind(Cycle& cycle, bool lite);
+  // Results of BuildPortsList: -1 skip the cycle, else go on.
+  int CollectPorts(Cycle& cycle);
+  void SkipCycle();
+  void VisitPorts(Cycle& cycle);
+  void AwaitWorkers(const Cycle& cycle);
+  void IntermediateUpdate(const Cycle& cycle);
+  void StopCycle();
+  // False: a forced cycle was asked for meanwhile and starts at once.
+  bool FinishLiteCycle(const Cycle& cycle, int* changed);
+  int UpdateDiscoveryLists();
+  void ReportCycle(int changed);
+  void EndCycle(const Cycle& cycle);
+  void EndFailedCycle();
+  static int RemoveUnMarkedEntries(CHbaList& list, unsigned int mark) REQUIRES(list);
+
+  // A kill, or a shut-down that has given up waiting for one.
+  bool StopRequested();
+  bool InForcedCycle() const;
+  void AwaitCycleEnd(int giveUp);
+  void AddKillWaiter() EXCLUDES(m_KillLock);
+  void DropKillWaiter() EXCLUDES(m_KillLock);
+  void DropUnawaitedKill() EXCLUDES(m_KillLock);
+  int ForceCycleLocked() REQUIRES(m_CycleLock);
+  int RequestForcedCycle();
+  void AllowCallBacks(bool allow) EXCLUDES(m_CallbackLock);
+  Registration GetRegistration() const EXCLUDES(m_RegistrationLock);
+
+  static constexpr unsigned int kIntermediateInterval = 8;  // seconds
+
+  CZylThreadLock m_LifecycleLock ACQUIRED_BEFORE(m_CycleLock);
+  CZylThreadLock m_CycleLock ACQUIRED_BEFORE(m_CallbackLock);
+  CZylThreadLock m_CallbackLock;
+  bool m_CallBacksAllowed GUARDED_BY(m_CallbackLock) = false;
+
+  mutable CZylThreadLock m_RegistrationLock;
+  Registration m_Registration GUARDED_BY(m_RegistrationLock);
+
+  CZylThreadLock m_KillLock;
+  unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
+
+  SharedSlot<CHbaList> m_CurrentList;  // merged result of all cycles
+  SharedSlot<CHbaList> m_NewList;      // what a full cycle builds
+
+  CZylThreadPool m_PortPool;  // internally locked
+  // Shared with the workers, which may outlive a cycle. Constant after construction, internally locked.
+  const std::shared_ptr<PortDiscoveryParams> m_WorkerParams;
+
+  // Atomic: read and written by the application's threads and by the discovery threads, each on its own.
+  std::atomic<std::uint32_t> m_State{0};
+  std::atomic<std::uint32_t> m_Interval{
+      90};  // seconds until Startup, milliseconds afterwards; 0: only forced cycles
+  std::atomic<int> m_LocalOnly{0};
+
+  // Main thread only.
+  unsigned int m_LiteCycleCount = 0;  // lite cycles since the last full one; also the cycle's discovery mark
+
+  // Constant after construction.
+  unsigned int m_MaxPortThreads = 15;
+  bool m_FullDiscoveryOnly = false;
+};
+
+#endif  // DISCOVERY_HBADISCOVER_H_

@@ -1,0 +1,299 @@
+// One in-band cycle, from the main thread's loop to the callback.
+
+#include <algorithm>
+#include <exception>
+
+#include "discovery/DiscoveryLog.h"
+#include "discovery/HbaDiscover.h"
+#include "inband/LocalHbaInfo.h"
+
+namespace {
+
+constexpr unsigned int kForEver = 0xFFFFFFFFU;
+constexpr unsigned int kSettlePause = 1000;  // milliseconds between sizing the pool and enabling it
+constexpr unsigned int kIdlePoll = 250;      // milliseconds
+constexpr unsigned int kLockPoll = 20000;    // microseconds
+constexpr int kSkipCycle = -1;
+constexpr int kPortStateChanged = 2;
+constexpr int kVFCountChanged = 3;
+// Below this an application would be called more often than workers report.
+constexpr unsigned int kShortestIntermediateInterval = 2;
+
+const char* EscalationText(int result) {
+  switch (result) {
+    case kPortStateChanged:
+      return "Local HBA port state change - DOING FULL DISCOVERY CYCLE!";
+    case kVFCountChanged:
+      return "Local HBA port VFCount change - DOING FULL DISCOVERY CYCLE!";
+    default:
+      return "Target info change - DOING FULL DISCOVERY CYCLE!";
+  }
+}
+
+}  // namespace
+
+struct CHbaDiscover::Cycle {
+  std::shared_ptr<CHbaList> current;
+  std::shared_ptr<CHbaList> fresh;  // null in a lite cycle
+  CPortInfo ports;
+  bool lite = false;
+};
+
+void* CHbaDiscover::DiscoveryThread(void* self) {
+  static_cast<CHbaDiscover*>(self)->DiscoveryProc();
+  return nullptr;
+}
+
+int CHbaDiscover::DiscoveryProc() {
+  disco_printf(kLogInBand, nullptr, "Main in-band discovery thread running");
+  const std::shared_ptr<CHbaList> kept = m_CurrentList.Get();
+  if (kept != nullptr && kept->GetCount() != 0) {
+    disco_printf(kLogInBand, nullptr, "Got persistent discovery data - doing callback now");
+    DoCallBack(1, 0, 0);
+  }
+  int first = 1;
+  while (!Terminated()) {
+    const std::uint32_t interval = m_Interval.load();
+    const std::uint32_t state = m_State.load();
+    if ((state & kStateForced) != 0 || ((state & kStateEnabled) != 0 && interval != 0)) {
+      try {
+        DoDiscoveryCycle(first);
+      } catch (const std::exception& failure) {
+        disco_printf(kLogInBand, nullptr, "In-Band Discovery: cycle given up (%s)", failure.what());
+        EndFailedCycle();
+      }
+      first = 0;
+    }
+    // The pauses inside a cycle may have used up the signal that came with a request.
+    if (Terminated() || (m_State.load() & kStateForced) != 0) continue;
+    WaitForSignal(m_Interval.load() == 0 ? kForEver : m_Interval.load());
+  }
+  disco_printf(kLogInBand, nullptr, "Main in-band discovery thread terminating");
+  return 0;
+}
+
+bool CHbaDiscover::StopRequested() {
+  const std::uint32_t state = m_State.load();
+  return (state & kStateKillRequested) != 0 || (state & kStateStarted) == 0 || Terminated();
+}
+
+void CHbaDiscover::DoDiscoveryCycle(int full) {
+  if (!EnterCycle()) return;
+  Cycle cycle;
+  cycle.current = m_CurrentList.Get();
+  cycle.ports.SetLocalMode(m_LocalOnly.load());
+  BeginKind(cycle, !m_FullDiscoveryOnly && full == 0 && (m_State.load() & kStateForced) == 0);
+  if (CollectPorts(cycle) == kSkipCycle) {
+    SkipCycle();
+    return;
+  }
+  VisitPorts(cycle);
+  if (StopRequested()) {
+    StopCycle();
+    EndCycle(cycle);
+    return;
+  }
+  int changed = 0;
+  if (!cycle.lite) {
+    disco_printf(kLogInBand, nullptr, "In-Band Discovery: Full discovery - updating discovery lists");
+    changed = UpdateDiscoveryLists();
+  } else if (!FinishLiteCycle(cycle, &changed)) {
+    m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle));
+    DoDiscoveryCycle(1);
+    return;
+  }
+  ReportCycle(changed);
+  EndCycle(cycle);
+}
+
+// Sets the in-cycle bit; false when a cycle is running already or the controller stops.
+bool CHbaDiscover::EnterCycle() {
+  // A directed refresh may hold the lock for as long as its provider call lasts; a stop must not wait for that.
+  while (!m_CycleLock.TryLock()) {
+    if (Terminated() || (m_State.load() & kStateStarted) == 0) return false;
+    ZylSleep(kLockPoll);
+  }
+  DropUnawaitedKill();
+  const bool entered = (m_State.fetch_or(kStateInCycle) & kStateInCycle) == 0;
+  m_CycleLock.ReleaseLock();
+  return entered;
+}
+
+void CHbaDiscover::BeginKind(Cycle& cycle, bool lite) {
+  cycle.lite = lite;
+  if (lite) {
+    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-Band Discovery: Doing Lite discovery cycle");
+    ++m_LiteCycleCount;
+    cycle.fresh = nullptr;
+  } else {
+    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-Band Discovery: Doing full discovery cycle");
+    m_LiteCycleCount = 0;
+    cycle.fresh = std::make_shared<CHbaList>(ListRank::kGathered);
+  }
+  FreeHbaList(m_NewList);
+  m_NewList.Set(cycle.fresh);
+}
+
+int CHbaDiscover::BuildPortsList(CPortInfo& ports, const std::shared_ptr<CHbaList>& current,
+                                 const std::shared_ptr<CHbaList>& fresh, int lite, unsigned int mark) {
+  return ports.BuildDiscoPortsList(current, fresh, nullptr, lite, mark);
+}
+
+int CHbaDiscover::CollectPorts(Cycle& cycle) {
+  const int result =
+      BuildPortsList(cycle.ports, cycle.current, cycle.fresh, cycle.lite ? 1 : 0, m_LiteCycleCount);
+  disco_printf(kLogInBand, nullptr, "In-Band Discovery: Back from BuildDiscoPortsList - result = %d", result);
+  if (result < 1) return result;
+
+  disco_printf(kLogCycleBounds | kLogInBand, nullptr, "%s", EscalationText(result));
+  cycle.lite = false;
+  m_LiteCycleCount = 0;
+  cycle.fresh = std::make_shared<CHbaList>(ListRank::kGathered);
+  FreeHbaList(m_NewList);
+  m_NewList.Set(cycle.fresh);
+  BuildPortsList(cycle.ports, cycle.current, cycle.fresh, 0, 0);
+  return 0;
+}
+
+void CHbaDiscover::SkipCycle() {
+  const bool forced = (m_State.load() & kStateForced) != 0;
+  FreeHbaList(m_NewList);
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));
+  if (forced) {
+    disco_printf(kLogInBand, nullptr, "In-Band Discovery: callback\n");
+    DoCallBack(0, 1, 0);
+  }
+  disco_printf(kLogCycleBounds | kLogInBand, nullptr, "** DISCOVERY CYCLE DONE (cycle skipped) **\n\n");
+  DropUnawaitedKill();
+}
+
+void CHbaDiscover::VisitPorts(Cycle& cycle) {
+  const unsigned int count = cycle.ports.GetNumberOfDiscoPorts();
+  disco_printf(kLogInBand, nullptr, "In-Band Discovery: Number of disco ports: %d", static_cast<int>(count));
+  m_PortPool.AdjustThreadCount(std::min(count, m_MaxPortThreads), PortDiscoveryThreadProc, m_WorkerParams, 0);
+  WaitForSignal(kSettlePause);
+  if (count == 0 || StopRequested()) return;
+
+  const std::shared_ptr<CHbaList> visit = cycle.ports.GetDiscoPortsList();
+  {
+    CHbaListGuard guard(*visit);
+    visit->SelectFirstEntry();
+  }
+  m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, nullptr);
+  disco_printf(kLogInBand, nullptr, "In-Band Discovery: Enabling port discovery threads");
+  m_PortPool.EnableThreads();
+  AwaitWorkers(cycle);
+  disco_printf(kLogInBand, nullptr, "In-Band Discovery: All port discovery threads idle");
+  // The lists of this cycle go with it, unless a late worker is still inside a call.
+  m_WorkerParams->Clear();
+}
+
+void CHbaDiscover::AwaitWorkers(const Cycle& cycle) {
+  const unsigned int interval = GetIntermediateCBInterval();
+  unsigned int ticks = 0;
+  while (m_PortPool.AllThreadsIdle() == 0 && !StopRequested()) {
+    WaitForSignal(kIdlePoll);
+    if ((m_State.load() & kStateForced) == 0 || interval <= kShortestIntermediateInterval ||
+        cycle.fresh == nullptr) {
+      continue;
+    }
+    if (++ticks * kIdlePoll < interval * 1000) continue;
+    IntermediateUpdate(cycle);
+    ticks = 0;
+  }
+}
+
+void CHbaDiscover::IntermediateUpdate(const Cycle& cycle) {
+  disco_printf(kLogInBand | kLogOob, nullptr,
+               "Main Discovery wating for IB & OOB: checking to do int. callback\n");
+  if (cycle.current->MergeLists(cycle.fresh.get(), 1, 0) != 0) DoCallBack(0, 0, 1);
+}
+
+void CHbaDiscover::StopCycle() {
+  disco_printf(kLogCycleBounds | kLogInBand, nullptr, "Forced stop of discovery cycle");
+  m_PortPool.TerminateThreadsImmediate();
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));
+}
+
+bool CHbaDiscover::FinishLiteCycle(const Cycle& cycle, int* changed) {
+  CHbaList& current = *cycle.current;
+  {
+    CHbaListGuard guard(current);
+    *changed = current.IsModified();
+    disco_printf(kLogInBand, nullptr,
+                 "In-Band Discovery: Checking for undiscovered HBAs on main discovery list");
+    if (RemoveUnMarkedEntries(current, m_LiteCycleCount) != 0) *changed = 1;
+    if (StopRequested()) return true;
+    disco_printf(kLogInBand, nullptr,
+                 "In-Band Discovery: Checking for undiscovered HBAs on slow discovery list");
+    if (StopRequested() || (m_State.load() & kStateForced) == 0) return true;
+    disco_printf(kLogInBand, nullptr, "In-Band Discovery: Forced discovery requested during lite cycle.");
+  }
+  disco_printf(kLogInBand, nullptr,
+               "In-Band Discovery: Starting forced discovery request after lite cycle completion.");
+  return false;
+}
+
+int CHbaDiscover::RemoveUnMarkedEntries(CHbaList& list, unsigned int mark) {
+  int removed = 0;
+  for (CHbaEntry* entry = list.GetFirstEntry(); entry != nullptr; entry = list.GetNextEntry()) {
+    HBA_info_v4* info = entry->GetHbaInfo();
+    if (entry->IsLocalPort() != 0) {
+      if (entry->GetLinkStatus() == kLinkOverTemperature) {
+        disco_printf(kLogInBand, info->portWwn,
+                     "In-Band Discovery: Keeping local adapter with above operating temperature");
+      }
+      continue;
+    }
+    if (entry->GetDiscoveryMark() == mark || entry->ProxyOnly() != 0) continue;
+    if (entry->GetProxyAddress()[0] != 0) {
+      entry->SetProxyOnlyAccess(1);
+      continue;
+    }
+    info->hostName[sizeof info->hostName - 1] = '\0';
+    if (info->hostName[0] != '\0') {
+      disco_printf(kLogInBand, info->portWwn,
+                   "In-Band Discovery: No longer discovered on system %s, removed from list", info->hostName);
+    } else {
+      disco_printf(kLogInBand, info->portWwn, "In-Band Discovery: No longer discovered, removed from list");
+    }
+    list.RemoveCurrentEntry();
+    removed = 1;
+  }
+  return removed;
+}
+
+int CHbaDiscover::UpdateDiscoveryLists() {
+  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+  const std::shared_ptr<CHbaList> fresh = m_NewList.Get();
+  const int changed = current == nullptr ? 0 : current->MergeLists(fresh.get(), 1, 1);
+  FreeHbaList(m_NewList);
+  return changed;
+}
+
+void CHbaDiscover::ReportCycle(int changed) {
+  const bool forced = (m_State.load() & kStateForced) != 0;
+  // A request that a callback left in the last moments of a periodic cycle stays, for the next one.
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | (forced ? kStateForced : 0U)));
+  constexpr std::uint32_t kRunning = kStateStarted | kStateEnabled;
+  if ((m_State.load() & (kRunning | kStateKillRequested)) != kRunning) return;
+  disco_printf(kLogInBand, nullptr, "Main Discovery: doing callback\n");
+  DoCallBack(changed, forced ? 1 : 0, 0);
+}
+
+void CHbaDiscover::EndCycle(const Cycle& cycle) {
+  if ((m_State.load() & kStateKillRequested) == 0 && cycle.current != nullptr) {
+    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "** DISCOVERY CYCLE DONE Adapter Ports=%d **\n\n",
+                 static_cast<int>(cycle.current->GetCount()));
+  } else {
+    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "** DISCOVERY CYCLE DONE **\n\n");
+  }
+  DropUnawaitedKill();
+}
+
+void CHbaDiscover::EndFailedCycle() {
+  m_PortPool.TerminateThreadsImmediate();
+  m_WorkerParams->Clear();
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));
+  DropUnawaitedKill();
+}

@@ -1,0 +1,75 @@
+// Snapshots of the current picture, which the enumeration calls walk.
+
+#include "discovery/HbaDiscover.h"
+#include "rmapi/rmapi.h"
+
+namespace {
+
+constexpr std::uint16_t kDefaultOobPort = 23333;
+
+bool SecureManagement() {
+  unsigned int enabled = 0;
+  return RM_GetSecureMgmtConfig(&enabled) == RM_STATUS_OK && enabled != 0;
+}
+
+// The agent of this host, by which local ports are managed when management is secured.
+_RM_IP_INFO LocalAgent() {
+  _RM_IP_INFO address{};
+  address.address[0] = 127;
+  address.address[3] = 1;
+  address.port = kDefaultOobPort;
+  return address;
+}
+
+bool ManagedByAgent(const CHbaEntry& entry) {
+  return entry.IsLocalPort() != 0 && (entry.GetSpecialFeatures() & (RM_FEATURE_NIC | RM_FEATURE_ISCSI)) == 0;
+}
+
+CHbaEntry ThroughAgent(const CHbaEntry& entry) {
+  CHbaEntry copy(entry);
+  const _RM_IP_INFO agent = LocalAgent();
+  copy.SetProxyIpInfo(&agent);
+  copy.SetProxyOnlyAccess(1);
+  return copy;
+}
+
+}  // namespace
+
+std::shared_ptr<CHbaList> CHbaDiscover::GetCurrentHbaList() const {
+  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+  if (current == nullptr) return nullptr;
+  const bool secure = SecureManagement();
+
+  auto snapshot = std::make_shared<CHbaList>();
+  CHbaListGuard guard(*current);
+  CHbaListGuard snapshotGuard(*snapshot);
+  for (const CHbaEntry* entry = current->GetFirstEntry(); entry != nullptr; entry = current->GetNextEntry()) {
+    if (secure && ManagedByAgent(*entry)) {
+      const CHbaEntry changed = ThroughAgent(*entry);
+      snapshot->AddEntry(&changed);
+    } else {
+      snapshot->AddEntry(entry);
+    }
+  }
+  return snapshot;
+}
+
+std::shared_ptr<CSystemList> CHbaDiscover::GetCurrentSystemList() const {
+  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+  if (current == nullptr) return nullptr;
+  auto systems = std::make_shared<CSystemList>();
+  CHbaListGuard guard(*current);
+  CSystemListGuard systemsGuard(*systems);
+  systems->CreateSystemListFromHbaList(current.get());
+  return systems;
+}
+
+int CHbaDiscover::GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const {
+  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+  if (current == nullptr) return 0;
+  CHbaListGuard guard(*current);
+  const CHbaEntry* entry = current->FindEntry(wwpn.wwn);
+  if (entry == nullptr || (entry->GetSpecialFeatures() & RM_FEATURE_ISCSI) == 0) return 0;
+  *names = *entry->GetISCSINames();
+  return 1;
+}

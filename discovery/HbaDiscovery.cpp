@@ -1,0 +1,237 @@
+// The exported calls: forward to the controller and copy results out.
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "discovery/EnumerationWalk.h"
+#include "discovery/HbaDiscover.h"
+#include "discovery/PortRecords.h"
+#include "include/hbadiscovery.h"
+
+namespace {
+
+constexpr unsigned int kDefaultOobInterval = 90;  // seconds
+constexpr int kVFPortUnknown = 2;
+
+// What the exported calls share. Never destroyed: threads may run until the process is gone.
+struct Library {
+  CHbaDiscover controller;
+  EnumerationWalk walk;
+  SharedSlot<CSystemList> systems;  // the snapshot of the system calls
+};
+
+Library& TheLibrary() {
+  static Library& library = *new Library;
+  return library;
+}
+
+// Loading the library constructs the controller, which reads the settings and opens the log.
+[[maybe_unused]] const Library& gs_Loaded = TheLibrary();
+
+// No exception crosses the interface: what cannot be allocated gives the call's nothing-found value.
+template <class Result, class Body>
+Result Guarded(Result nothing, Body body) {
+  try {
+    return body();
+  } catch (...) {
+    return nothing;
+  }
+}
+
+// A callback that waited for another thread's walk while the walker stops discovery would wait for ever.
+bool StoppingInCallBack() {
+  return CHbaDiscover::InCallBack() && !TheLibrary().controller.IsStarted();
+}
+
+template <class Record>
+int GetFirst(Record* record) {
+  EnumerationWalk& walk = TheLibrary().walk;
+  if (record == nullptr) {
+    walk.Abandon();
+    return 0;
+  }
+  if (!walk.Enter(StoppingInCallBack)) return 0;
+  try {
+    walk.DropSnapshot();
+    return static_cast<int>(walk.Begin(TheLibrary().controller.GetCurrentHbaList(),
+                                       [record](const CHbaEntry& entry) { FillRecord(entry, record); }));
+  } catch (...) {
+    walk.Abandon();
+    return 0;
+  }
+}
+
+template <class Record>
+int GetNext(Record* record) {
+  return Guarded(0, [record] {
+    EnumerationWalk& walk = TheLibrary().walk;
+    if (record == nullptr) {
+      walk.Abandon();
+      return 0;
+    }
+    return walk.Next([record](const CHbaEntry& entry) { FillRecord(entry, record); }) ? 1 : 0;
+  });
+}
+
+// Looks a port up in the snapshot and takes a snapshot first when there is none.
+EnumerationWalk::Port FindPort(const HBA_NAME& wwpn) {
+  EnumerationWalk& walk = TheLibrary().walk;
+  EnumerationWalk::Port port = walk.Find(wwpn);
+  if (port.snapshot != nullptr) return port;
+  return walk.FindIn(TheLibrary().controller.GetCurrentHbaList(), wwpn);
+}
+
+// Runs `query` on the port. Without any snapshot the count becomes 0; an unknown port leaves it alone.
+template <class Query>
+int AskPort(const HBA_NAME& wwpn, const void* records, unsigned int* count, Query query) {
+  if (count == nullptr || (records == nullptr && *count != 0)) return 0;
+  return Guarded(0, [&] {
+    const EnumerationWalk::Port port = FindPort(wwpn);
+    if (port.snapshot == nullptr) *count = 0;
+    return port.entry == nullptr ? 0 : static_cast<int>(query(*port.entry));
+  });
+}
+
+int FillNextSystem(system_discovery_info* info, bool first) {
+  SharedSlot<CSystemList>& slot = TheLibrary().systems;
+  const std::shared_ptr<CSystemList> systems = slot.Get();
+  if (systems == nullptr) return 0;
+  CSystemListGuard guard(*systems);
+  CSystemEntry* system = first ? systems->GetFirstEntry() : systems->GetNextEntry();
+  if (system == nullptr) {
+    slot.Set(nullptr);
+    return 0;
+  }
+  FillRecord(*system, info);
+  return first ? static_cast<int>(systems->GetCount()) : 1;
+}
+
+void CopyName(const char* name, char (&field)[256]) {
+  if (name == nullptr) return;
+  std::memcpy(field, name, strnlen(name, sizeof field - 1));
+}
+
+}  // namespace
+
+// ---- Life cycle and control
+
+void HBADisc_Startup(unsigned int interval) {
+  HBADisc_StartupEx(interval, kDefaultOobInterval, 0);
+}
+
+// Only local ports are discovered so far: there is nobody to take the interval of remote hosts.
+void HBADisc_StartupEx(unsigned int interval, unsigned int /*oobInterval*/, int localOnly) {
+  TheLibrary().controller.Startup(interval, localOnly);
+}
+
+void HBADisc_Terminate(void) {
+  Library& library = TheLibrary();
+  // Without waiting for the gate: a walk that is half done still owns it.
+  library.walk.DropSnapshot();
+  CHbaDiscover::FreeSystemList(library.systems);
+  library.controller.Terminate();
+}
+
+void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned int eventMask, void* context) {
+  TheLibrary().controller.RegisterCallBack(callback, eventMask, context);
+}
+
+void HBADisc_PauseDiscovery(void) {
+  TheLibrary().controller.PauseDiscovery();
+}
+
+int HBADisc_StartDiscoveryCycle(void) {
+  return TheLibrary().controller.StartDiscoveryCycle();
+}
+
+int HBADisc_InDiscoveryCycle(void) {
+  return TheLibrary().controller.InDiscoveryCycle();
+}
+
+void HBADisc_KillDiscoveryCycle(void) {
+  TheLibrary().controller.KillDiscoveryCycle(0);
+}
+
+void HBADisc_ChangeDiscoveryInterval(unsigned int interval) {
+  TheLibrary().controller.ChangeDiscoveryInterval(interval);
+}
+
+// As documented, nothing while remote hosts are not discovered.
+void HBADisc_ChangeOOBDiscoveryInterval(unsigned int /*interval*/) {}
+
+// ---- Reading the ports
+
+int HBADisc_GetFirstHba(hba_discovery_info* info) {
+  return GetFirst(info);
+}
+int HBADisc_GetFirstHbaV2(hba_discovery_info_V2* info) {
+  return GetFirst(info);
+}
+int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info) {
+  return GetFirst(info);
+}
+
+int HBADisc_GetNextHba(hba_discovery_info* info) {
+  return GetNext(info);
+}
+int HBADisc_GetNextHbaV2(hba_discovery_info_V2* info) {
+  return GetNext(info);
+}
+int HBADisc_GetNextHbaV3(hba_discovery_info_V3* info) {
+  return GetNext(info);
+}
+
+int HBADisc_GetFirstSystem(system_discovery_info* info) {
+  if (info == nullptr) return 0;
+  return Guarded(0, [info] {
+    Library& library = TheLibrary();
+    CHbaDiscover::FreeSystemList(library.systems);
+    library.systems.Set(library.controller.GetCurrentSystemList());
+    return FillNextSystem(info, true);
+  });
+}
+
+int HBADisc_GetNextSystem(system_discovery_info* info) {
+  if (info == nullptr) return 0;
+  return Guarded(0, [info] { return FillNextSystem(info, false); });
+}
+
+int HBADisc_GetTargetMappings(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count) {
+  return AskPort(wwpn, targets, count, [&](const CHbaEntry& port) { return port.GetTargets(targets, count); });
+}
+
+int HBADisc_GetiSCSITargets(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count) {
+  return HBADisc_GetTargetMappings(wwpn, targets, count);
+}
+
+int HBADisc_GetVPorts(HBA_NAME wwpn, discovery_vport_info* vports, unsigned int* count) {
+  return AskPort(wwpn, vports, count, [&](const CHbaEntry& port) { return port.GetVPorts(vports, count); });
+}
+
+int HBADisc_GetVPortTargets(HBA_NAME wwpn, HBA_NAME vportWwpn, RM_NodeInfoEntry* targets, unsigned int* count) {
+  return AskPort(wwpn, targets, count,
+                 [&](const CHbaEntry& port) { return port.GetVPortTargets(vportWwpn, targets, count); });
+}
+
+int HBADisc_GetVirtualFunctionAddrs(HBA_NAME wwpn, discovery_vf_addrs* addresses) {
+  if (addresses == nullptr) return kVFPortUnknown;
+  return Guarded(kVFPortUnknown, [&] {
+    const EnumerationWalk::Port port = FindPort(wwpn);
+    return port.entry == nullptr ? kVFPortUnknown
+                                 : static_cast<int>(port.entry->GetVirtualFunctionAddrs(addresses));
+  });
+}
+
+int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
+  if (names == nullptr) return 0;
+  *names = {};
+  return Guarded(0, [&] {
+    CDiscISCSINames found;
+    if (TheLibrary().controller.GetiSCSINames(wwpn, &found) == 0) return 0;
+    CopyName(found.GetInitiatorName(), names->initiatorName);
+    CopyName(found.GetDefaultName(), names->defaultName);
+    CopyName(found.GetAlias(), names->alias);
+    return 1;
+  });
+}

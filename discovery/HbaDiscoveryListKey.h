@@ -1,0 +1,13 @@
+// A world-wide port name as a number: the order of the numbers is the bytewise order of the names.
+#ifndef DISCOVERY_HBADISCOVERYLISTKEY_H_
+#define DISCOVERY_HBADISCOVERYLISTKEY_H_
+
+#include <cstdint>
+
+inline std::uint64_t WwpnKey(const unsigned char* wwpn) {
+  std::uint64_t key = 0;
+  for (int i = 0; i < 8; ++i) key = (key << 8) | wwpn[i];
+  return key;
+}
+
+#endif  // DISCOVERY_HBADISCOVERYLISTKEY_H_

@@ -1,0 +1,19 @@
+// Fills the application's port records from an entry.
+//
+// Thread safety: the entry must not change meanwhile; a snapshot's entries never do.
+#ifndef DISCOVERY_PORTRECORDS_H_
+#define DISCOVERY_PORTRECORDS_H_
+
+#include "discovery/HbaDiscoveryListEntry.h"
+#include "discovery/HbaDiscoveryListSystems.h"
+#include "include/hbadiscovery.h"
+
+// Zeroes the record first.
+void FillRecord(const CHbaEntry& entry, hba_discovery_info* record);
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V2* record);
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V3* record);
+
+// Does not zero the record. `record` has room for all ports of the system behind it.
+void FillRecord(CSystemEntry& system, system_discovery_info* record);
+
+#endif  // DISCOVERY_PORTRECORDS_H_

@@ -1,0 +1,359 @@
+/* Draxonite Discovery: finds adapter ports on this host and keeps one current picture of them.
+ *
+ * Conventions
+ *
+ * Life cycle. Optionally HBADisc_RegisterCallBack; HBADisc_Startup or HBADisc_StartupEx once; any other calls;
+ * last HBADisc_Terminate. There is one discovery controller per process, constructed when the library is
+ * loaded: loading already reads the discovery settings file and opens the log. Start and stop may be repeated.
+ * The library is never unmapped, and none of its calls may be made in a child after fork(). Results. Unless a
+ * call says otherwise an int is 1 for yes or done and 0 for no or nothing; a call never throws. A null pointer
+ * where one is not allowed gives the call's not-found value and touches nothing. Ownership. Every record and
+ * array belongs to the caller and has at least the size documented; the library keeps no pointer into it after
+ * the call returns. An array's count is in: room, out: records written. Integers are in host byte order. Names
+ * (WWPN, WWNN) are 8 bytes, most significant first. Texts in records end at their NUL or at the end of their
+ * field, whichever comes first. Threads. Every call may be made from any thread. A walk over the ports
+ * (HBADisc_GetFirstHba until HBADisc_GetNextHba gives 0) keeps the enumeration lock from its first call to its
+ * end: other threads' walks wait meanwhile, so a walk must be finished. Per-port queries do not wait for that
+ * lock, but they read the snapshot that a walk or an earlier query took; do not mix them with another thread's
+ * walk. Callback. It runs on a thread of the library, one call at a time, and holds no list lock. It may make
+ * every call of this header except HBADisc_Terminate, which then only drops the snapshots. Control calls made
+ * inside a callback never wait: they leave their request and return. No callback starts after HBADisc_Terminate
+ * has returned. Signals. Creating a thread installs a do-nothing handler for SIGALRM in place of the
+ * application's own; the library's threads run with all signals blocked.
+ */
+#ifndef HBADISCOVERY_H_
+#define HBADISCOVERY_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#define HBADISC_STATIC_ASSERT(condition, text) static_assert(condition, text)
+#else
+#define HBADISC_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
+#endif
+
+#if defined(__GNUC__)
+#define HBADISC_API __attribute__((visibility("default")))
+#else
+#define HBADISC_API
+#endif
+
+/* The records shared with the remote-management boundary. */
+#ifndef RM_SHARED_RECORDS
+#define RM_SHARED_RECORDS
+
+/* An 8-byte world-wide name (port, node or virtual function), a struct so that it passes by value. */
+typedef struct HBA_NAME {
+  uint8_t wwn[8];
+} HBA_NAME;
+
+/* Bits of _RM_IP_INFO::flags. */
+enum { RM_IP_FLAG_IPV6 = 0x1, RM_IP_FLAG_CIM = 0x2 };
+
+/* A host's management address. */
+typedef struct _RM_IP_INFO {
+  uint8_t address[16]; /* IPv4 in the first four, a.b.c.d */
+  uint16_t port;       /* host order */
+  uint8_t flags;       /* RM_IP_FLAG_ bits */
+  uint8_t zero;
+} _RM_IP_INFO;
+
+/* Bits of RM_NodeInfoEntry::nodeState. */
+enum { RM_NODE_READY = 0x2, RM_NODE_EXISTS = 0x20 };
+
+/* One Fibre Channel target. */
+typedef struct RM_NodeInfoEntry {
+  uint32_t bindType;
+  char osDeviceName[256];
+  uint32_t bus;
+  uint32_t target;
+  uint32_t lun; /* the operating system's LUN */
+  uint32_t fcAddressId;
+  uint8_t nodeWwn[8];
+  uint8_t portWwn[8];
+  uint8_t padding1[4];
+  uint64_t fcpLun;
+  uint8_t lunId[256];
+  uint32_t nodeState; /* RM_NODE_ bits */
+  uint8_t padding2[4];
+} RM_NodeInfoEntry;
+
+/* Bits of the first byte of _RM_ISCSI_TARGET::flags. */
+enum { RM_ISCSI_HAS_SESSIONS = 0x40, RM_ISCSI_CONNECTED = 0x80 };
+
+/* One iSCSI target. A target name of up to 511 characters may run on into secondName. */
+typedef struct _RM_ISCSI_TARGET {
+  char targetName[256];
+  char secondName[256];
+  uint8_t flags[4];
+} _RM_ISCSI_TARGET;
+
+#endif /* RM_SHARED_RECORDS */
+
+/* ---- Values ------------------------------------------------------------------------------------------------
+ */
+
+/* Event mask of HBADisc_RegisterCallBack: which callbacks are wanted. */
+enum {
+  HBADISC_EVENT_EVERY_CYCLE = 0x01, /* after every cycle, changed or not */
+  HBADISC_EVENT_FORCED = 0x02,      /* after a forced cycle; the first cycle after a start is one */
+  HBADISC_EVENT_CHANGED = 0x04,     /* after a periodic cycle that changed something */
+  HBADISC_EVENT_DIRECTED = 0x08     /* after a directed refresh of one port */
+};
+
+/* Reason of a callback, a sum of these. The cycle reasons are 1 to 7: 1 stands in the reason when the event
+ * mask has HBADISC_EVENT_EVERY_CYCLE. While a forced cycle lasts, intermediate callbacks come with exactly 20,
+ * whatever non-zero event mask there is. */
+enum {
+  HBADISC_REASON_EVERY_CYCLE = 0x01,
+  HBADISC_REASON_FORCED = 0x02,
+  HBADISC_REASON_CHANGED = 0x04,
+  HBADISC_REASON_DIRECTED = 0x08,
+  HBADISC_REASON_INTERMEDIATE = 0x10
+};
+
+/* Special features of a port (hba_discovery_info_V2::specialFeatures). */
+enum {
+  HBADISC_FEATURE_CONVERGED = 0x2, /* a function of a converged adapter */
+  HBADISC_FEATURE_ISCSI = 0x4,
+  HBADISC_FEATURE_NIC = 0x8,
+  HBADISC_FEATURE_FCOE = 0x10,
+  HBADISC_FEATURE_SUB_ADAPTER = 0x200, /* has a sub-adapter id */
+  HBADISC_FEATURE_ROCE = 0x400
+};
+
+/* Link status: 1 up, 2 down or unknown, in the low byte (physical) and, where there is one, the next
+ * (function). This value marks an adapter above its operating temperature; a port in that state is never
+ * dropped. */
+#define HBADISC_LINK_OVER_TEMPERATURE 0xEE000000u
+
+/* Bit 29 of hba_port_info::modelId: the port is in target mode. */
+#define HBADISC_MODEL_TARGET_MODE 0x20000000u
+
+/* An out-of-band interval that means: no discovery of remote hosts. */
+#define HBADISC_NO_OOB_DISCOVERY 0xFFFFFFFFu
+
+/* ---- Records -----------------------------------------------------------------------------------------------
+ */
+
+/* What a port says of itself. Texts are unterminated when they fill their field. */
+typedef struct hba_port_info {
+  uint8_t portWwn[8];
+  uint8_t nodeWwn[8];
+  uint8_t fabricName[8];
+  uint32_t modelId;  /* model number; bit 29 marks a target-mode port */
+  char hostName[32]; /* the system the port sits in */
+  char manufacturer[32];
+  char model[80];
+} hba_port_info;
+
+typedef struct hba_discovery_info {
+  uint32_t isLocal; /* 1: the port is on this host */
+  hba_port_info port;
+  uint32_t foundOnCount; /* remote port: local ports through which it was seen */
+  HBA_NAME foundOn[4];   /* their names; unused slots are zero */
+  uint32_t targetCount;
+  uint32_t targetBindType;
+  uint8_t proxyAddress[8]; /* how a remote port is reached; first byte 0: no proxy. Bytes 4-7 are its IPv4
+                              address */
+  uint32_t proxyOnly;      /* 1: reachable only through its proxy */
+  uint32_t linkStatus;
+} hba_discovery_info;
+
+/* Where a port sits on its adapter. Which form holds is told by the port: `numbers` when specialFeatures has
+ * HBADISC_FEATURE_ISCSI, _NIC, _FCOE or _SUB_ADAPTER, else `vpdPortNumber`. */
+typedef union hba_port_position {
+  struct {
+    uint16_t portNumber;
+    uint16_t functionNumber; /* PCI function, 0xFFFF unknown */
+    uint16_t busNumber;      /* PCI bus, 0xFFFF unknown */
+    uint16_t subAdapter;     /* sub-adapter number, 0xFFFF when the port has none */
+  } numbers;
+  char vpdPortNumber[8]; /* text */
+} hba_port_position;
+
+typedef struct hba_discovery_info_V2 {
+  hba_discovery_info base;
+  char serialNumber[60];
+  hba_port_position position;
+  uint32_t vportCount;
+  uint32_t specialFeatures; /* HBADISC_FEATURE_ bits and others */
+} hba_discovery_info_V2;
+
+typedef struct hba_discovery_info_V3 {
+  hba_discovery_info_V2 base;
+  uint32_t hasProxyIpInfo; /* 1: proxyIpInfo is set */
+  _RM_IP_INFO proxyIpInfo; /* management address of the host that reported the port, else zero */
+  uint32_t vfCount;        /* SR-IOV virtual functions */
+} hba_discovery_info_V3;
+
+/* A system and its ports; `portCount` hba_discovery_info records follow at offset 40. */
+typedef struct system_discovery_info {
+  uint32_t isLocalSystem;
+  char systemName[32]; /* at most 31 characters are written; the last byte stays as the caller left it */
+  uint32_t portCount;
+} system_discovery_info;
+
+/* One NPIV virtual port. */
+typedef struct discovery_vport_info {
+  HBA_NAME portWwn;
+  HBA_NAME nodeWwn;
+  uint32_t targetCount;
+} discovery_vport_info;
+
+/* Addresses of virtual functions; `count` HBA_NAME records follow at offset 4. */
+typedef struct discovery_vf_addrs {
+  uint32_t count; /* in: room, out: number, or the number needed */
+} discovery_vf_addrs;
+
+/* Names of an iSCSI port, NUL-terminated. */
+typedef struct discovery_iscsi_names {
+  char initiatorName[256];
+  char defaultName[256];
+  char alias[256];
+} discovery_iscsi_names;
+
+/* clang-format off */
+HBADISC_STATIC_ASSERT(sizeof(hba_port_info) == 172, "hba_port_info");
+HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info) == 236 && offsetof(hba_discovery_info, port) == 4 &&
+                      offsetof(hba_discovery_info, foundOnCount) == 176 && offsetof(hba_discovery_info, foundOn) == 180 &&
+                      offsetof(hba_discovery_info, targetCount) == 212 && offsetof(hba_discovery_info, targetBindType) == 216 &&
+                      offsetof(hba_discovery_info, proxyAddress) == 220 && offsetof(hba_discovery_info, proxyOnly) == 228 &&
+                      offsetof(hba_discovery_info, linkStatus) == 232, "hba_discovery_info");
+HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info_V2) == 312 && offsetof(hba_discovery_info_V2, serialNumber) == 236 &&
+                      offsetof(hba_discovery_info_V2, position) == 296 && offsetof(hba_discovery_info_V2, vportCount) == 304 &&
+                      offsetof(hba_discovery_info_V2, specialFeatures) == 308, "hba_discovery_info_V2");
+HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info_V3) == 340 && offsetof(hba_discovery_info_V3, hasProxyIpInfo) == 312 &&
+                      offsetof(hba_discovery_info_V3, proxyIpInfo) == 316 && offsetof(hba_discovery_info_V3, vfCount) == 336,
+                      "hba_discovery_info_V3");
+HBADISC_STATIC_ASSERT(sizeof(system_discovery_info) == 40 && offsetof(system_discovery_info, portCount) == 36,
+                      "system_discovery_info");
+HBADISC_STATIC_ASSERT(sizeof(discovery_vport_info) == 20, "discovery_vport_info");
+HBADISC_STATIC_ASSERT(sizeof(discovery_vf_addrs) == 4, "discovery_vf_addrs");
+HBADISC_STATIC_ASSERT(sizeof(discovery_iscsi_names) == 768, "discovery_iscsi_names");
+HBADISC_STATIC_ASSERT(sizeof(HBA_NAME) == 8 && sizeof(_RM_IP_INFO) == 20 && sizeof(RM_NodeInfoEntry) == 568 &&
+                      sizeof(_RM_ISCSI_TARGET) == 516, "shared records");
+/* clang-format on */
+
+/* ---- Life cycle and control ---------------------------------------------------------------------------------
+ */
+
+/* Runs on a thread of the library; see "Callback" above. `context` is what was registered. */
+typedef void (*HBADisc_CallBack)(unsigned int reason, void* context);
+
+/* Starts discovery. `interval` is the time between in-band cycles in seconds: 5 or more; 1 to 4 count as 90; 0
+ * means only when asked (HBADisc_StartDiscoveryCycle). The first cycle starts at once. While discovery is
+ * started, a further call does not restart it. */
+HBADISC_API void HBADisc_Startup(unsigned int interval);
+
+/* As HBADisc_Startup, with the interval of remote hosts in seconds (HBADisc_Startup: 90;
+ * HBADISC_NO_OOB_DISCOVERY: none) and, when `localOnly` is not 0, neither remote hosts nor slow discovery. */
+HBADISC_API void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly);
+
+/* Stops discovery and frees what it found. Waits up to 10 seconds for a running cycle, then for the provider
+ * call that the discovery thread itself is in, never for a worker's. Does nothing but free the snapshots when
+ * discovery is not started or is paused. */
+HBADISC_API void HBADisc_Terminate(void);
+
+/* Replaces callback, event mask (HBADISC_EVENT_ bits, 0: none) and context, at any time. A null callback ends
+ * them. Does not wait for a callback that is running. */
+HBADISC_API void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned int eventMask, void* context);
+
+/* Kills a running cycle, waits until it has stopped, and runs no more periodic ones.
+ * HBADisc_StartDiscoveryCycle ends the pause. */
+HBADISC_API void HBADisc_PauseDiscovery(void);
+
+/* Starts a full cycle, killing a periodic one that runs. 1: started; 0: a forced cycle is running already. */
+HBADISC_API int HBADisc_StartDiscoveryCycle(void);
+
+/* 1 while an in-band cycle runs; 0 inside the callback that ends it. */
+HBADISC_API int HBADisc_InDiscoveryCycle(void);
+
+/* Ends a running cycle without merging its results or calling back; waits, without limit, until it has stopped.
+ */
+HBADISC_API void HBADisc_KillDiscoveryCycle(void);
+
+/* Changes the interval of in-band cycles, in seconds: 5 or more; 0 means only when asked; 1 to 4 are ignored.
+ * Takes effect at once when no cycle runs, by starting one. */
+HBADISC_API void HBADisc_ChangeDiscoveryInterval(unsigned int interval);
+
+/* Changes the interval of remote hosts, in seconds; nothing when remote hosts are not discovered. */
+HBADISC_API void HBADisc_ChangeOOBDiscoveryInterval(unsigned int interval);
+
+/* ---- Reading the ports --------------------------------------------------------------------------------------
+ */
+
+/* Takes the enumeration lock and a snapshot and fills the first port's record, in order of port WWN. Returns
+ * the number of ports; with 0 the lock is free again. A second call on the walking thread starts over. */
+HBADISC_API int HBADisc_GetFirstHba(hba_discovery_info* info);
+HBADISC_API int HBADisc_GetFirstHbaV2(hba_discovery_info_V2* info);
+HBADISC_API int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info);
+
+/* Fills the next port's record and returns 1; at the end drops the snapshot, frees the lock and returns 0. */
+HBADISC_API int HBADisc_GetNextHba(hba_discovery_info* info);
+HBADISC_API int HBADisc_GetNextHbaV2(hba_discovery_info_V2* info);
+HBADISC_API int HBADisc_GetNextHbaV3(hba_discovery_info_V3* info);
+
+/* Systems with their ports. `info` needs room for as many ports as the system has. Ports are not grouped by
+ * system at present: the number is always 0. */
+HBADISC_API int HBADisc_GetFirstSystem(system_discovery_info* info);
+HBADISC_API int HBADisc_GetNextSystem(system_discovery_info* info);
+
+/* Per-port queries. During a walk they know only the port that the walk stands on; otherwise every port of the
+ * snapshot, which a query takes when there is none and which stays until the next walk ends.
+ * The first four return how many records did not fit, 0 when all fitted; they return 0 also for a port that is
+ * not known, and then leave *count as it was (0 when there is nothing to ask at all). */
+
+/* Targets: 568 bytes each. For an iSCSI port the first 516 bytes of each hold an _RM_ISCSI_TARGET. */
+HBADISC_API int HBADisc_GetTargetMappings(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count);
+HBADISC_API int HBADisc_GetiSCSITargets(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count);
+HBADISC_API int HBADisc_GetVPorts(HBA_NAME wwpn, discovery_vport_info* vports, unsigned int* count);
+HBADISC_API int HBADisc_GetVPortTargets(HBA_NAME wwpn, HBA_NAME vportWwpn, RM_NodeInfoEntry* targets,
+                                        unsigned int* count);
+
+/* 0: copied; 1: too little room, the number needed is in `count` and nothing was copied; 2: the port is not
+ * known. */
+HBADISC_API int HBADisc_GetVirtualFunctionAddrs(HBA_NAME wwpn, discovery_vf_addrs* addresses);
+
+/* Fills the names and returns 1; zeroes the record and returns 0 for a port that is not known or has no iSCSI
+ * names. Reads the current picture, not the snapshot. */
+HBADISC_API int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names);
+
+/* ---- Settings -----------------------------------------------------------------------------------------------
+ */
+/* Settings files are lines of a key, a colon and a value. A line answers for every key that begins with the
+ * line's key; the first such line wins. Statuses: 0 done, 193 no output buffer, 199 key not found, 200 file
+ * error. Files are created with mode 0660, and a rewritten file ends with that mode. */
+
+/* Copies at most size - 1 characters of the key's value. */
+HBADISC_API int getKeyValue(const char* path, const char* key, char* value, int size);
+
+/* Appends a line, also when the key is present. */
+HBADISC_API int setKeyValue(const char* path, const char* key, const char* value);
+
+/* Rewrites every line that answers for the key, or appends one. The file is replaced in one step. */
+HBADISC_API int replaceKeyValue(const char* path, const char* key, const char* value);
+
+/* Take and give back the lock of the discovery settings file, which is shared between processes; 0 or -1. The
+ * lock nests on one thread. Waits without limit for another holder. */
+HBADISC_API int LockFile(void);
+HBADISC_API int UnlockFile(void);
+
+/* The discovery settings file, /etc/varnix/quorbench/varnixDiscConfig, under its lock. A missing or empty
+ * integer key leaves *out as it was; a missing text gives "". Integers may be decimal, 0x hexadecimal or 0
+ * octal. The result is 0 unless the lock could not be taken or given back. */
+HBADISC_API int getDiscConfigIntValue(int* out, const char* key);
+HBADISC_API int getDiscConfigStrValue(char* out, unsigned int size, const char* key);
+HBADISC_API int setDiscConfigIntValue(int value, const char* key);
+HBADISC_API int setDiscConfigStrValue(const char* value, const char* key);
+
+/* Sleeps by select(); -1 when a signal cut the sleep short. */
+HBADISC_API int zyl_usleep(unsigned int microseconds);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* HBADISCOVERY_H_ */

@@ -1,0 +1,25 @@
+/* What the open provider offers beyond rmapi.h: the process may say what it looks at before RM_InitLib.
+ *
+ * These two are extensions. A program that wants to run with any provider looks them up with
+ * dlsym(RTLD_DEFAULT, ...) and does without when they are missing.
+ */
+#ifndef PROVIDER_OPENPROVIDER_H_
+#define PROVIDER_OPENPROVIDER_H_
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Chooses the source for this process, in place of the configuration file: kind "fabric" with the path of a
+ * fabric file, or "sysfs" with the sysfs root ("/sys"). The source is loaded and checked at once. 0, or 1 with
+ * a reason in RMOpen_LastError. To be called before RM_InitLib. */
+int RMOpen_SetSource(const char* kind, const char* path);
+
+/* Copies why the last RMOpen_SetSource of this thread failed, at most size - 1 characters and a NUL. */
+void RMOpen_LastError(char* text, unsigned int size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PROVIDER_OPENPROVIDER_H_ */

@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "tests/config/settings_folder.h"
+
+namespace {
+
+class KeyValueFile : public SettingsFolder {};
+
+TEST_F(KeyValueFile, LookUp) {
+  struct Row {
+    const char* what;
+    std::string text;
+    const char* key;
+    int status;
+    std::string value;
+  };
+  const std::string piece(250, 'v');
+  const Row rows[] = {
+      {"exact key", "A:1\nB:2\n", "B", 0, "2"},
+      {"a shorter key of the line answers", "Repo:/a\n", "RepositoryDir", 0, "/a"},
+      {"a longer key of the line does not", "RepositoryDir:/a\n", "Repo", 199, ""},
+      {"the first answer wins", "Repo:/a\nRepositoryDir:/b\n", "RepositoryDir", 0, "/a"},
+      {"an empty key answers for everything", ":x\nA:1\n", "A", 0, "x"},
+      {"the value keeps colons and blanks", "A: b:c \n", "A", 0, " b:c "},
+      {"blanks belong to the key", "A :1\n", "A", 199, ""},
+      {"an empty value is found", "A:\nA:2\n", "A", 0, ""},
+      {"a carriage return stays", "A:1\r\n", "A", 0, "1\r"},
+      {"no newline at the end", "A:1", "A", 0, "1"},
+      {"a line without colon says nothing", "A\n\n# A\nA:1\n", "A", 0, "1"},
+      {"no such key", "A:1\n", "B", 199, ""},
+      {"empty file", "", "A", 199, ""},
+      // 254 characters are one piece: "key:" and 250 more.
+      {"a piece's worth", "key:" + piece + "\n", "key", 0, piece},
+      {"a longer value is cut at the piece", "key:" + piece + "tail\n", "key", 0, piece},
+      {"the rest of a long line is a line", "key:" + piece + "B:2\n", "B", 0, "2"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    Write(row.text);
+    std::array<char, 512> value;
+    value.fill('#');
+    EXPECT_EQ(getKeyValue(Path(), row.key, value.data(), static_cast<int>(value.size())), row.status);
+    EXPECT_STREQ(value.data(), row.value.c_str());
+  }
+}
+
+TEST_F(KeyValueFile, ValueIsCutToTheBufferAndFillsIt) {
+  Write("A:12345\n");
+  for (const auto& [size, expected] : {std::pair{1, ""}, {2, "1"}, {5, "1234"}, {6, "12345"}, {7, "12345"}}) {
+    std::array<char, 9> value;
+    value.fill('#');
+    EXPECT_EQ(getKeyValue(Path(), "A", value.data(), size), 0);
+    std::string whole(expected);
+    whole.resize(static_cast<std::size_t>(size), '\0');
+    whole.resize(value.size(), '#');
+    EXPECT_EQ(std::string(value.data(), value.size()), whole) << size;
+  }
+}
+
+TEST_F(KeyValueFile, LookUpRefusesInThisOrder) {
+  char value[4] = "old";
+  EXPECT_EQ(getKeyValue(nullptr, nullptr, nullptr, 4), 193);
+  EXPECT_EQ(getKeyValue(Path(), "A", value, 0), 193);
+  EXPECT_EQ(getKeyValue(Path(), "A", value, -1), 193);
+  EXPECT_STREQ(value, "old");
+  EXPECT_EQ(getKeyValue(Path(), nullptr, value, 4), 200) << "no file";
+  EXPECT_STREQ(value, "");
+  EXPECT_EQ(getKeyValue(nullptr, "A", value, 4), 200);
+  Write("A:1\n");
+  EXPECT_EQ(getKeyValue(Path(), nullptr, value, 4), 199);
+  EXPECT_EQ(setKeyValue(nullptr, "A", "1"), 200);
+  EXPECT_EQ(setKeyValue(Path(), nullptr, "1"), 199);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", nullptr), 193);
+  EXPECT_EQ(Read(), "A:1\n");
+}
+
+TEST_F(KeyValueFile, SetAppendsWhateverIsThere) {
+  EXPECT_EQ(setKeyValue(Path(), "A", "1"), 0);
+  EXPECT_EQ(setKeyValue(Path(), "A", "2"), 0);
+  EXPECT_EQ(Read(), "A:1\nA:2\n");
+  Write("A:1");
+  EXPECT_EQ(setKeyValue(Path(), "B", "2"), 0);
+  EXPECT_EQ(Read(), "A:1\nB:2\n") << "lines are not glued together";
+}
+
+TEST_F(KeyValueFile, Replace) {
+  struct Row {
+    const char* what;
+    std::string before;
+    std::string after;
+  };
+  const std::string piece(250, 'v');
+  const Row rows[] = {
+      {"in place", "A:1\nKey:old\nB:2\n", "A:1\nKey:new\nB:2\n"},
+      {"every line", "Key:1\nA:1\nKey:2\n", "Key:new\nA:1\nKey:new\n"},
+      {"prefixes too, under the whole key", "K:1\nKeyLonger:2\n", "Key:new\nKeyLonger:2\n"},
+      {"appended", "A:1\n# note\n", "A:1\n# note\nKey:new\n"},
+      {"appended after an unfinished line", "A:1", "A:1\nKey:new\n"},
+      {"an unfinished line", "Key:1", "Key:new\n"},
+      {"empty file", "", "Key:new\n"},
+      {"first piece of a long line", "Key:" + piece + "tail\nA:1\n", "Key:new\ntail\nA:1\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    Write(row.before);
+    EXPECT_EQ(replaceKeyValue(Path(), "Key", "new"), 0);
+    EXPECT_EQ(Read(), row.after);
+    EXPECT_FALSE(exists(m_TemporaryPath));
+  }
+}
+
+TEST_F(KeyValueFile, CreatedAndReplacedFilesHaveModeUnderTheUmask) {
+  const auto mode = [this] {
+    struct stat status {};
+    stat(Path(), &status);
+    return status.st_mode & 07777;
+  };
+  const mode_t mask = umask(002);
+  setKeyValue(Path(), "A", "1");
+  EXPECT_EQ(mode(), 0660u);
+  std::filesystem::remove(m_Path);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", "1"), 0);
+  EXPECT_EQ(mode(), 0660u);
+  EXPECT_EQ(Read(), "A:1\n");
+  chmod(Path(), 0644);
+  umask(027);
+  replaceKeyValue(Path(), "A", "2");
+  EXPECT_EQ(mode(), 0640u) << "a replaced file's mode is that of a new one";
+  umask(mask);
+}
+
+TEST_F(KeyValueFile, WhatACrashLeftInTheTemporaryFileIsGone) {
+  Write("A:1\n");
+  std::ofstream(m_TemporaryPath) << "Left:over\nand longer than the new text\n";
+  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 0);
+  EXPECT_EQ(Read(), "A:2\n");
+}
+
+TEST_F(KeyValueFile, FailedWritesLeaveTheOldFile) {
+  EXPECT_EQ(setKeyValue("/dev/full", "A", "1"), 200);
+  EXPECT_EQ(setKeyValue((m_Folder / "none" / "file").c_str(), "A", "1"), 200);
+  EXPECT_EQ(replaceKeyValue((m_Folder / "none" / "file").c_str(), "A", "1"), 200);
+  EXPECT_EQ(replaceKeyValue(m_Folder.c_str(), "A", "1"), 200) << "a folder cannot be read";
+  EXPECT_FALSE(std::filesystem::exists(m_Folder.string() + ".%"));
+
+  Write("A:1\n");
+  std::filesystem::create_directory(m_TemporaryPath);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 200);
+  std::filesystem::remove(m_TemporaryPath);
+
+  const auto elsewhere = m_Folder / "elsewhere";
+  std::ofstream(elsewhere) << "precious";
+  std::filesystem::create_symlink(elsewhere, m_TemporaryPath);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 200);
+  EXPECT_EQ(Read(elsewhere), "precious");
+  std::filesystem::remove(m_TemporaryPath);
+
+  // No room: files cannot grow beyond two bytes.
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit tiny{2, before.rlim_max};
+  signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &tiny);
+  const int replaced = replaceKeyValue(Path(), "A", "2");
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_EQ(replaced, 200);
+  EXPECT_EQ(Read(), "A:1\n");
+  EXPECT_FALSE(exists(m_TemporaryPath));
+}
+
+}  // namespace

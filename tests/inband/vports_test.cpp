@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "inband/PortVPorts.h"
+#include "tests/inband/recorded_log.h"
+#include "tests/inband/scripted_provider.h"
+
+namespace {
+
+constexpr std::uint64_t kPort = 0x10000000C9000001;
+constexpr std::uint64_t kVPort = 0x2100000000000000;
+constexpr std::uint64_t kTarget = 0x5000000000000000;
+constexpr char kVPort0[] = "NPIVDISC: VPORT 0 - 21:00:00:00:00:00:00:00";
+constexpr char kVPort1[] = "NPIVDISC: VPORT 1 - 21:00:00:00:00:00:00:01";
+
+class VPorts : public testing::Test {
+ protected:
+  VPorts() {
+    SetKind(0);
+    for (std::uint64_t i = 0; i < 3; ++i) {
+      m_Port.vports.push_back({kVPort + i, kVPort + 0x100 + i, {}});
+      for (std::uint64_t t = 0; t <= i; ++t) m_Port.vports.back().targets.push_back(VPortTarget(kTarget + t));
+    }
+  }
+
+  void SetKind(std::uint32_t features) {
+    const HBA_info_v4 info = Info(kPort, features);
+    m_Entry = CHbaEntry(&info, nullptr, 1, nullptr, 0, nullptr);
+    m_Entry.SetSpecialFeatures(features);
+  }
+  int Read(int verbose = 1) { return AddVPortInfo(&m_Entry, nullptr, verbose); }
+  std::vector<unsigned int> TargetCounts() const {
+    std::vector<unsigned int> counts;
+    const CVPortList list = m_Entry.GetVPortList();
+    for (unsigned int i = 0; i < list.GetCount(); ++i) counts.push_back(list.GetEntry(i).GetTargetCount());
+    return counts;
+  }
+
+  RecordedLog m_Log;
+  ScriptedProvider m_Provider;
+  ScriptedPort& m_Port = m_Provider.ports[kPort];
+  CHbaEntry m_Entry;
+};
+
+TEST_F(VPorts, AreReadWithTheirTargets) {
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(TargetCounts(), (std::vector<unsigned int>{1, 2, 3}));
+  EXPECT_EQ(m_Provider.Rooms("RM_VPList"), (std::vector<std::uint32_t>{1, 3}));
+  EXPECT_EQ(m_Provider.Rooms("RM_VPListTargets"), (std::vector<std::uint32_t>{1, 1, 2, 1, 3}));
+  EXPECT_EQ(m_Log.Find(kVPort1).mask, 2U);
+  EXPECT_EQ(m_Log.Count(std::string(kVPort1) + ", add 2 targets"), 1);
+
+  const CVPortList list = m_Entry.GetVPortList();
+  HBA_info_v2 info{};
+  std::memcpy(info.portWwn, Name(kVPort).wwn, 8);
+  std::memcpy(info.nodeWwn, Name(kVPort + 0x100).wwn, 8);
+  EXPECT_EQ(std::memcmp(list.GetEntry(0).GetHbaInfo(), &info, sizeof(info)), 0);
+  RM_NodeInfoEntry node = Node(kTarget, 2);
+  std::memcpy(node.osDeviceName, "/dev/sdv", 9);
+  node.bus = 1;
+  node.target = 2;
+  node.lun = 3;
+  node.fcAddressId = 4;
+  node.fcpLun = 5;
+  const CTargetList targets = list.GetEntry(0).GetTargetList();
+  EXPECT_EQ(std::memcmp(targets.GetEntry(0).GetTargetEntry(), &node, sizeof(node)), 0);
+}
+
+TEST_F(VPorts, AFailedListLeavesThem) {
+  ASSERT_EQ(Read(), 0);
+  const struct {
+    Step step;
+    int result;
+  } cases[] = {{{64}, 64}, {{303}, 303}, {{191, 5}, 191}, {{7, 0xFFFFFFFF}, 35}};
+  for (const auto& c : cases) {
+    const int before = m_Provider.Calls("RM_VPList");
+    m_Provider.Script("RM_VPList", {c.step});
+    EXPECT_EQ(Read(), c.result);
+    EXPECT_EQ(m_Provider.Calls("RM_VPList"), before + 1);
+    EXPECT_EQ(m_Entry.GetVPortCount(), 3U);
+  }
+  m_Port.vports.clear();
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(m_Entry.GetVPortCount(), 0U);
+}
+
+TEST_F(VPorts, WithoutReadableTargetsAreAddedAllTheSame) {
+  m_Provider.Script("RM_VPListTargets", {{64}, {7, 2000000}});
+  EXPECT_EQ(Read(0), 0) << "the status of the last one";
+  EXPECT_EQ(TargetCounts(), (std::vector<unsigned int>{0, 0, 3}));
+  EXPECT_EQ(m_Log.Find(std::string(kVPort0) + ", Get targets failed 64").mask, 32U);
+  EXPECT_EQ(m_Log.Find(std::string(kVPort1) + ", No memory to get 2000000 targets").mask, 32U);
+  EXPECT_EQ(m_Log.Find(std::string(kVPort0)).mask, 16U);
+
+  m_Provider.Script("RM_VPListTargets", {{0, 1}, {0, 1}, {9}});
+  EXPECT_EQ(Read(), 9);
+  EXPECT_EQ(m_Entry.GetVPortCount(), 3U);
+}
+
+TEST_F(VPorts, CountsAboveTheRoomAreCut) {
+  m_Provider.Script("RM_VPList", {{0, 0xFFFFFFFF}});
+  m_Provider.Script("RM_VPListTargets", {{0, 0xFFFFFFFF}});
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(TargetCounts(), std::vector<unsigned int>{1}) << "one record of zeros each";
+}
+
+TEST_F(VPorts, AStoppedWorkerAsksNothing) {
+  CZylTpThread disabled;
+  EXPECT_EQ(AddVPortInfo(&m_Entry, &disabled, 1), 0);
+  EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
+}
+
+TEST_F(VPorts, FunctionsOfANICAreCollected) {
+  SetKind(RM_FEATURE_NIC);
+  for (std::uint64_t i = 1; i <= 70; ++i) m_Port.functions.push_back(Name(i));
+  m_Entry.AddVF(Name(500));
+  EXPECT_EQ(Read(0), 0);
+  EXPECT_EQ(m_Entry.GetVFCount(), 71U) << "one that went away stays";
+  EXPECT_EQ(m_Provider.Rooms("RM_GetVirtualFunctionList"), (std::vector<std::uint32_t>{64, 70}));
+  EXPECT_EQ(m_Log.Count("RM_GetVirtualFunctionList status = 7"), 1);
+  EXPECT_EQ(m_Log.Find("VFAddr").wwn, 1U);
+  EXPECT_EQ(m_Log.Count("VFAddr"), 70);
+  EXPECT_EQ(m_Log.Find("VFs count:71").mask, 2U);
+  EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
+
+  m_Provider.Script("RM_GetVirtualFunctionList", {{7, 0xFFFFFFFF}});
+  Read();
+  EXPECT_EQ(m_Log.Count("VFs count:71"), 1);
+  m_Provider.Script("RM_GetVirtualFunctionList", {{64}});
+  Read();
+  EXPECT_EQ(m_Log.Count("VFs count:71"), 2);
+}
+
+TEST_F(VPorts, AnISCSIPortHasNone) {
+  SetKind(RM_FEATURE_ISCSI);
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,300 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "discovery/HbaDiscoveryListKey.h"
+#include "inband/PortDiscovery.h"
+#include "tests/inband/recorded_log.h"
+#include "tests/inband/scripted_provider.h"
+#include "tests/thread/wait_until.h"
+
+namespace {
+
+constexpr std::uint64_t kPort = 0x10000000C9000000;
+constexpr std::uint64_t kTarget = 0x5000000000000000;
+
+class Worker : public testing::Test {
+ protected:
+  ~Worker() override { m_Worker.Terminate(); }
+
+  // A port to visit; whoever reads its attributes finds a host and a link.
+  void AddPort(std::uint64_t number, bool valid, std::uint32_t modelFlags = 0) {
+    HBA_info_v4 info = Info(kPort + number);
+    info.modelId = modelFlags;
+    CHbaEntry port(&info, nullptr, 1, nullptr, 0, nullptr);
+    if (valid) port.SetHbaInfoValid();
+    m_Provider.ports[kPort + number].attributes = {
+        {513, Attribute::Text("host-a")}, {553, Attribute::Text("1")}, {774, Attribute::Number(1)}};
+    Add(*m_Visit, port);
+  }
+  static void Add(CHbaList& list, const CHbaEntry& port) {
+    CHbaListGuard guard(list);
+    list.AddEntry(&port);
+    list.SelectFirstEntry();
+    list.SetModified(0);
+  }
+  static CHbaEntry Listed(CHbaList& list, std::uint64_t wwpn) {
+    CHbaListGuard guard(list);
+    const CHbaEntry* entry = list.FindEntry(Name(wwpn).wwn);
+    return entry == nullptr ? CHbaEntry() : *entry;
+  }
+
+  // The signal is given before the thread exists, so that no test waits for a slice to end.
+  void Start() {
+    m_Params->Set(m_Visit, m_Destination, m_Slow);
+    m_Worker.Enable();
+    m_Worker.Create(
+        [](void* self) -> void* {
+          auto& test = *static_cast<Worker*>(self);
+          PortDiscoveryThreadProc(&test.m_Worker, test.m_Params.get());
+          return nullptr;
+        },
+        this, 0, 0);
+  }
+  void Visit() {
+    Start();
+    ASSERT_TRUE(WaitUntil([&] { return m_Worker.IsIdle() != 0; }));
+  }
+
+  RecordedLog m_Log;
+  ScriptedProvider m_Provider;
+  std::shared_ptr<CHbaList> m_Visit = std::make_shared<CHbaList>();
+  std::shared_ptr<CHbaList> m_Destination = std::make_shared<CHbaList>();
+  std::shared_ptr<CHbaList> m_Slow = std::make_shared<CHbaList>();
+  std::shared_ptr<PortDiscoveryParams> m_Params = std::make_shared<PortDiscoveryParams>();
+  CZylTpThread m_Worker;
+};
+
+TEST_F(Worker, FilesAPortWithAllThatWasRead) {
+  AddPort(0, false);
+  ScriptedPort& port = m_Provider.ports[kPort];
+  port.nodes = {Node(kTarget), Node(kTarget + 1)};
+  port.vports = {{0x2100000000000000, 0, {}}};
+  m_Provider.Script("RM_GetDiscoveryAttributes", {{64}, {253}});
+  Visit();
+  CHbaEntry filed = Listed(*m_Destination, kPort);
+  EXPECT_NE(filed.IsHbaInfoValid(), 0);
+  EXPECT_STREQ(filed.GetHbaInfo()->hostName, "host-a");
+  EXPECT_EQ(filed.GetTargetCount(), 2U);
+  EXPECT_EQ(filed.GetVPortCount(), 1U);
+  EXPECT_EQ(filed.GetTargetMapRetries(), 0U);
+  EXPECT_EQ(m_Slow->GetCount(), 0U);
+  EXPECT_EQ(m_Log.Count("Got info for adapter on system 'host-a': vpdport#=1, phyport#=0, type=FC, "
+                        "model=model by number"),
+            1);
+  EXPECT_EQ(m_Log.Count("Got 2 targets (oldcount=0) for HBA (system: 'host-a')"), 1);
+  EXPECT_EQ(m_Log.Find("Added to discovery list (system: 'host-a')").wwn, kPort);
+  char started[64];
+  std::snprintf(started, sizeof(started), "Port Discovery Thread %x started",
+                static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(&m_Worker)));
+  EXPECT_EQ(m_Log.Find(started).mask, 2U);
+}
+
+TEST_F(Worker, ReadsNoAttributesOfAValidPort) {
+  AddPort(0, true);
+  Visit();
+  EXPECT_EQ(m_Provider.Calls("RM_GetDiscoveryAttributes"), 0);
+  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetMapRetries(), 3U) << "as many targets as before";
+  EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
+}
+
+TEST_F(Worker, PutsPortsThatFailOnTheSlowList) {
+  for (std::uint64_t i = 0; i < 4; ++i) AddPort(i, false);
+  m_Provider.ports[kPort + 3].attributes[556] = Attribute::Number(1);
+  m_Provider.Script("RM_GetDiscoveryAttributes", {{64},
+                                                  {64},
+                                                  {64},
+                                                  {64},
+                                                  {64},   // port 0: tried to the end
+                                                  {5},    // port 1: once
+                                                  {231},  // port 2: once, though read
+                                                  {2},
+                                                  {2},
+                                                  {2},
+                                                  {2},
+                                                  {2}});  // port 3: iSCSI without names
+  m_Provider.Script("RM_iSCSI_GetInitiatorProperties", std::vector<Step>(5, {9}));
+  const Stopwatch watch;
+  Visit();
+  EXPECT_GE(watch.Elapsed().count(), 1000) << "a pause after each of ten tries";
+  EXPECT_EQ(m_Provider.Calls("RM_GetDiscoveryAttributes"), 12);
+  EXPECT_EQ(m_Slow->GetCount(), 4U);
+  EXPECT_EQ(m_Destination->GetCount(), 0U);
+  EXPECT_EQ(m_Log.Find("RM_GetHBAAttributes() error 64, ").mask, 1U);
+  EXPECT_EQ(m_Log.Count("RM_GetHBAAttributes() error 5, "), 1);
+  EXPECT_EQ(m_Log.Count("RM_GetHBAAttributes() error 231, "), 1);
+  EXPECT_EQ(m_Log.Count("RM_GetHBAAttributes() error 250, "), 1) << "506, of which 8 bits are shown";
+  EXPECT_EQ(m_Log.Count("put on slow discovery list"), 4);
+  EXPECT_EQ(Listed(*m_Slow, kPort + 2).GetLinkStatus(), 0xEE000000U);
+}
+
+TEST_F(Worker, DropsPortsThatFailWhenThereIsNoSlowList) {
+  AddPort(0, false);
+  AddPort(1, true);
+  m_Slow = nullptr;
+  m_Provider.Script("RM_GetDiscoveryAttributes", {{5}});
+  Visit();
+  EXPECT_EQ(m_Destination->GetCount(), 1U);
+  EXPECT_EQ(m_Log.Count("put on slow discovery list"), 0);
+}
+
+TEST_F(Worker, ReadsNothingBelowATargetModePort) {
+  AddPort(0, true, RM_MODEL_TARGET_MODE);
+  AddPort(1, true, RM_MODEL_TARGET_MODE);
+  Add(*m_Destination, Listed(*m_Visit, kPort + 1));
+  m_Provider.ports[kPort].nodes = m_Provider.ports[kPort + 1].nodes = {Node(kTarget)};
+  Visit();
+  EXPECT_EQ(m_Destination->GetCount(), 2U);
+  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetCount(), 0U);
+  EXPECT_EQ(m_Provider.Calls("RM_GetAllNodeInfo"), 0);
+  EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
+}
+
+TEST_F(Worker, PutsExactlyWhatWasReadIntoAListedPort) {
+  AddPort(0, false);
+  CHbaEntry listed = Listed(*m_Visit, kPort);
+  listed.SetDiscoveryMark(8);
+  listed.SetLinkStatus(7);
+  listed.SetOldTargetCount(5);
+  Add(*m_Destination, listed);
+  ScriptedPort& port = m_Provider.ports[kPort];
+  port.nodes = {Node(kTarget)};
+  port.vports = {{0x2100000000000000, 0, {VPortTarget(kTarget)}}};
+  port.bindType = 4;
+  Visit();
+  CHbaEntry now = Listed(*m_Destination, kPort);
+  EXPECT_EQ(now.GetTargetCount(), 1U);
+  EXPECT_EQ(now.GetVPortCount(), 1U);
+  EXPECT_EQ(now.GetTargetBindType(), 4U);
+  EXPECT_EQ(now.GetTargetMapRetries(), 0U);
+  EXPECT_EQ(m_Destination->IsModified(), 1);
+  EXPECT_EQ(now.GetDiscoveryMark(), 8U);
+  EXPECT_EQ(now.GetLinkStatus(), 7U);
+  EXPECT_EQ(now.GetOldTargetCount(), 5U);
+  EXPECT_EQ(now.IsHbaInfoValid(), 0);
+  EXPECT_STREQ(now.GetHbaInfo()->hostName, "host") << "the attributes just read are not carried over";
+  EXPECT_EQ(m_Log.Count("Got 1 targets (oldcount=5) for HBA (system: 'host')"), 1);
+}
+
+TEST_F(Worker, OtherTargetsInTheSameNumberAreNoChange) {
+  AddPort(0, true);
+  CHbaEntry listed = Listed(*m_Visit, kPort);
+  listed.SetOldTargetCount(1);
+  Add(*m_Destination, listed);
+  m_Provider.ports[kPort].nodes = {Node(kTarget + 9)};
+  m_Provider.ports[kPort].vports = {{0x2100000000000000, 0, {}}};
+  Visit();
+  EXPECT_EQ(Listed(*m_Destination, kPort).GetVPortCount(), 1U);
+  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetMapRetries(), 3U);
+  EXPECT_EQ(m_Destination->IsModified(), 0);
+}
+
+TEST_F(Worker, ListedFunctionsOfANICAreKeptAndNewOnesAdded) {
+  AddPort(0, true);
+  CHbaEntry listed = Listed(*m_Visit, kPort);
+  listed.SetSpecialFeatures(RM_FEATURE_NIC);
+  listed.AddVF(Name(1));
+  Add(*m_Destination, listed);
+  m_Provider.ports[kPort].functions = {Name(2)};
+  Visit();
+  EXPECT_EQ(Listed(*m_Destination, kPort).GetVFCount(), 2U);
+  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetBindType(), 0U);
+}
+
+TEST_F(Worker, DropsTheResultWhenThePortIsGone) {
+  AddPort(0, true);
+  Add(*m_Destination, Listed(*m_Visit, kPort));
+  m_Provider.ports[kPort].nodes = {Node(kTarget)};
+  m_Provider.OnCall("RM_VPList", [&] {
+    CHbaListGuard guard(*m_Destination);
+    const CHbaEntry port(Name(kPort).wwn);
+    m_Destination->RemoveEntry(&port);
+  });
+  Visit();
+  EXPECT_EQ(m_Destination->GetCount(), 0U);
+  EXPECT_EQ(m_Destination->IsModified(), 0);
+}
+
+// A killed cycle leaves its worker inside a call. The owner forgets the lists and starts over; the worker keeps
+// them alive, and what it still finds lands nowhere.
+class LateWorker : public Worker, public testing::WithParamInterface<std::tuple<const char*, bool>> {};
+
+TEST_P(LateWorker, FilesNothing) {
+  const auto [call, isListed] = GetParam();
+  AddPort(0, isListed);
+  AddPort(1, true);
+  m_Provider.ports[kPort].nodes = {Node(kTarget)};
+  if (isListed) Add(*m_Destination, Listed(*m_Visit, kPort));
+  std::atomic<bool> inside{false};
+  std::atomic<bool> released{false};
+  m_Provider.OnCall(call, [&] {
+    inside = true;
+    WaitUntil([&] { return released.load(); });
+  });
+  Start();
+  ASSERT_TRUE(WaitUntil([&] { return inside.load(); }));
+
+  const std::weak_ptr<CHbaList> visit = m_Visit;
+  const std::shared_ptr<CHbaList> destination = m_Destination;
+  const std::shared_ptr<CHbaList> slow = m_Slow;
+  m_Worker.Disable();
+  m_Worker.TerminateImmediate();
+  m_Visit = std::make_shared<CHbaList>();
+  m_Destination = std::make_shared<CHbaList>();
+  m_Params->Set(m_Visit, m_Destination, nullptr);
+  EXPECT_FALSE(visit.expired());
+  released = true;
+  m_Worker.Terminate();
+  EXPECT_TRUE(visit.expired());
+  EXPECT_EQ(destination->GetCount(), isListed ? 1U : 0U);
+  EXPECT_EQ(Listed(*destination, kPort).GetTargetBindType(), 0x1002U);
+  EXPECT_EQ(Listed(*destination, kPort).GetTargetCount(), 0U);
+  EXPECT_EQ(destination->IsModified(), 0);
+  EXPECT_EQ(slow->GetCount(), 0U);
+  EXPECT_EQ(m_Destination->GetCount(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(InAttributes, LateWorker,
+                         testing::Values(std::make_tuple("RM_GetDiscoveryAttributes", false)));
+INSTANTIATE_TEST_SUITE_P(InGatherers, LateWorker,
+                         testing::Combine(testing::Values("RM_GetAllNodeInfo", "RM_VPList"), testing::Bool()));
+
+TEST_F(Worker, EndsAtOnceWithoutParameters) {
+  m_Worker.Enable();
+  PortDiscoveryThreadProc(&m_Worker, nullptr);
+  EXPECT_NE(m_Worker.IsIdle(), 0);
+  EXPECT_EQ(m_Log.Lines().size(), 2U);
+  EXPECT_EQ(
+      m_Log.Find("PortDiscovery Thread ").text.substr(m_Log.Find("PortDiscovery Thread ").text.size() - 8),
+      "exitting");
+}
+
+// A pool as a cycle uses it: each port is visited once, and the next cycle's lists are taken on the next
+// wake-up.
+TEST_F(Worker, APoolSharesOutThePortsOfEachCycle) {
+  constexpr unsigned int kPorts = 60;
+  CZylThreadPool pool;
+  pool.AdjustThreadCount(6, PortDiscoveryThreadProc, m_Params, 0);
+  for (int cycle = 1; cycle <= 2; ++cycle) {
+    m_Visit = std::make_shared<CHbaList>();
+    m_Destination = std::make_shared<CHbaList>();
+    for (std::uint64_t i = 0; i < kPorts; ++i) {
+      AddPort(i, i % 2 == 0);
+      m_Provider.ports[kPort + i].nodes = std::vector<RM_NodeInfoEntry>(1 + i % 3, Node(kTarget + i));
+    }
+    m_Params->Set(m_Visit, m_Destination, nullptr);
+    pool.EnableThreads();
+    ASSERT_TRUE(WaitUntil([&] { return pool.AllThreadsIdle() != 0; }));
+    EXPECT_EQ(m_Destination->GetCount(), kPorts);
+    EXPECT_EQ(m_Provider.Calls("RM_VPList"), static_cast<int>(kPorts) * cycle);
+  }
+  m_Params->Clear();
+  pool.TerminateThreads();
+}
+
+}  // namespace

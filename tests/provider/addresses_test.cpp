@@ -1,0 +1,149 @@
+// Remote hosts' addresses, the table of hosts and the table of CIM hosts.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "tests/provider/Boundary.h"
+
+namespace providertest {
+namespace {
+
+std::string Resolved(const char* host) {
+  _RM_IP_INFO record{};
+  if (RM_RemoteOOBHostAddrV2(host, 23333, &record) != RM_STATUS_OK) return "refused";
+  EXPECT_EQ(record.port, 23333);
+  EXPECT_EQ(record.flags, std::strchr(host, ':') != nullptr ? RM_IP_FLAG_IPV6 : 0);
+  char text[64];
+  EXPECT_EQ(RM_IPtoStrA(&record, text), RM_STATUS_OK);
+  return text;
+}
+
+TEST(Addresses, Texts) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"10.0.0.5", "10.0.0.5"},
+      {"255.255.255.255", "255.255.255.255"},
+      {"fe80::1", "fe80::1"},
+      {"2001:0DB8:0:0:0:0:0:1", "2001:db8::1"},
+      {"::ffff:10.0.0.5", "::ffff:10.0.0.5"},
+      {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
+      {"localhost", "127.0.0.1"},
+      {"", "refused"},
+      {"10.0.0", "refused"},
+      {"10.0.0.256", "refused"},
+      {"0x0a.1", "refused"},
+      {"5", "refused"},
+      {"[fe80::1]", "refused"},
+      {"fe80::1%lo", "refused"},
+      {"10.0.0.5:23333", "refused"},
+      {"no such name", "refused"},
+  };
+  for (const auto& [host, text] : rows) EXPECT_EQ(Resolved(host), text) << host;
+  _RM_IP_INFO record{};
+  ASSERT_EQ(RM_RemoteOOBHostAddrV2("10.1.2.3", 0x1234, &record), RM_STATUS_OK);
+  const unsigned char expected[20] = {10, 1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x34, 0x12, 0, 0};
+  EXPECT_EQ(std::memcmp(&record, expected, sizeof(record)), 0);
+  EXPECT_EQ(RM_RemoteOOBHostAddrV2(nullptr, 1, &record), RM_STATUS_FAILED);
+  EXPECT_EQ(RM_IPtoStrA(&record, nullptr), RM_STATUS_FAILED);
+}
+
+TEST(Addresses, ProxyAddressOfIpv4IsTheAddressItself) {
+  _RM_IP_INFO host{};
+  ASSERT_EQ(RM_RemoteOOBHostAddrV2("10.1.2.3", 23333, &host), RM_STATUS_OK);
+  unsigned char proxy[8];
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
+  const unsigned char expected[8] = {0xFF, 0, 0x25, 0x5B, 10, 1, 2, 3};
+  EXPECT_EQ(std::memcmp(proxy, expected, 8), 0);
+  EXPECT_EQ(IsCimHost(proxy), 0);
+  host.flags = RM_IP_FLAG_CIM;
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
+  EXPECT_EQ(proxy[0], 0xFE);
+  EXPECT_NE(IsCimHost(proxy), 0);
+  EXPECT_EQ(IsCimHost(nullptr), 0);
+  EXPECT_EQ(RM_AddOOBAddressToLookupTable(&host, nullptr), RM_STATUS_OK);
+  // By address alone, whatever the port.
+  host.port = 0;
+  EXPECT_EQ(RM_RemoveOOBAddrFromLookupTable(&host), RM_STATUS_OK);
+  EXPECT_EQ(RM_RemoveOOBAddrFromLookupTable(&host), RM_STATUS_NOT_FOUND);
+}
+
+TEST(Addresses, ProxyAddressOfIpv6IsAHandleThatStays) {
+  _RM_IP_INFO first{};
+  _RM_IP_INFO second{};
+  ASSERT_EQ(RM_RemoteOOBHostAddrV2("fe80::1", 23333, &first), RM_STATUS_OK);
+  ASSERT_EQ(RM_RemoteOOBHostAddrV2("fe80::2", 23333, &second), RM_STATUS_OK);
+  unsigned char before[8];
+  unsigned char other[8];
+  unsigned char after[8];
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&first, before), RM_STATUS_OK);
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&second, other), RM_STATUS_OK);
+  EXPECT_NE(std::memcmp(before, other, 8), 0);
+  // Neither "no proxy" nor an IPv4 address.
+  EXPECT_TRUE(before[0] != 0 && before[0] != 0xFF && before[0] != 0xFE);
+  ASSERT_EQ(RM_RemoveOOBAddrFromLookupTable(&first), RM_STATUS_OK);
+  first.port = 5;
+  first.flags |= RM_IP_FLAG_CIM;
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&first, after), RM_STATUS_OK);
+  EXPECT_EQ(std::memcmp(before, after, 8), 0);
+  EXPECT_NE(IsCimHost(after), 0);
+  EXPECT_EQ(IsCimHost(other), 0);
+}
+
+TEST(Addresses, NoHostCanBeAskedYet) {
+  _RM_IP_INFO host{};
+  ASSERT_EQ(RM_RemoteOOBHostAddrV2("127.0.0.1", 23333, &host), RM_STATUS_OK);
+  RM_NodeAddrList list{0, 99};
+  EXPECT_EQ(RM_GetAllNodeAddr(&host, &list), RM_STATUS_HOST_UNUSABLE);
+  EXPECT_EQ(list.count, 0u);
+  EXPECT_EQ(RM_SetOOBTimeout(10), RM_STATUS_OK);
+}
+
+TEST(Addresses, CacheFlagsAreSetAndAskedFor) {
+  EXPECT_EQ(RM_OOBHandleCacheControl(1), 1);
+  EXPECT_EQ(RM_OOBHandleCacheControl(RM_OOBHandleCacheControl(-1) | 2), 3);
+  EXPECT_EQ(RM_OOBHandleCacheControl(-1), 3);
+  EXPECT_EQ(RM_OOBHandleCacheControl(0), 0);
+}
+
+CIMCredentials Cim(const std::string& address, std::uint32_t port) {
+  CIMCredentials entry{};
+  std::memcpy(entry.hostAddress, address.data(), std::min(address.size(), sizeof(entry.hostAddress)));
+  entry.port = port;
+  return entry;
+}
+
+TEST(Addresses, CimTable) {
+  const CIMCredentials first = Cim("10.0.0.1", 1);
+  const CIMCredentials full = Cim(std::string(64, '9'), 2);  // fills its field
+  CIMCredentials stored{};
+  EXPECT_EQ(RM_GetCimHostEntry(&first, &stored), RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(RM_HandleCimHostEntry(&first, 2), RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(RM_HandleCimHostEntry(&first, 0), RM_STATUS_OK);
+  EXPECT_EQ(RM_HandleCimHostEntry(&full, 0), RM_STATUS_OK);
+  EXPECT_EQ(RM_HandleCimHostEntry(&first, 0), RM_STATUS_FAILED);
+  EXPECT_EQ(RM_HandleCimHostEntry(&first, 1), RM_STATUS_NOT_SUPPORTED);
+  const CIMCredentials changed = Cim("10.0.0.1", 7);
+  EXPECT_EQ(RM_HandleCimHostEntry(&changed, 2), RM_STATUS_OK);
+  EXPECT_EQ(RM_GetCimHostEntry(&first, &stored), RM_STATUS_OK);
+  EXPECT_EQ(std::memcmp(&stored, &changed, sizeof(stored)), 0);
+
+  unsigned int count = 0;
+  EXPECT_EQ(RM_GetCimCount(&count), RM_STATUS_OK);
+  EXPECT_EQ(count, 2u);
+  CIMCredentials entries[3] = {};
+  CIMCredentials* pointers[3] = {&entries[0], &entries[1], nullptr};
+  EXPECT_EQ(RM_GetCimEntries(3, pointers), RM_STATUS_OK);
+  EXPECT_EQ(entries[0].port, 7u);
+  EXPECT_EQ(entries[1].port, 2u);
+  pointers[1] = nullptr;
+  EXPECT_EQ(RM_GetCimEntries(2, pointers), RM_STATUS_FAILED);
+
+  _RM_IP_INFO record{};
+  EXPECT_EQ(RM_RemoteCimHostAddrV2(&first, 5989, &record), RM_STATUS_OK);
+  EXPECT_EQ(record.flags, RM_IP_FLAG_CIM);
+  EXPECT_EQ(RM_RemoteCimHostAddrV2(&full, 5989, &record), RM_STATUS_FAILED);
+  EXPECT_EQ(RM_ClearCimLookupTable(), RM_STATUS_OK);
+  EXPECT_EQ(RM_GetCimHostEntry(&first, nullptr), RM_STATUS_NOT_FOUND);
+}
+
+}  // namespace
+}  // namespace providertest

@@ -1,0 +1,89 @@
+// Changes that a fabric file scripts for a time after it was loaded.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/provider/Boundary.h"
+
+namespace providertest {
+namespace {
+
+constexpr char kNic[] = "1000000000000003";
+constexpr char kIscsi[] = "1000000000000004";
+
+std::vector<json> FourBoards() {
+  json fc = FcBoard();
+  fc["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 3}, {"luns", 2}}};
+  return {fc,
+          FcBoard(kOtherPort),
+          {{"kind", "nic"}, {"wwpn", kNic}},
+          {{"kind", "iscsi"}, {"wwpn", kIscsi}, {"iscsi", {{"initiator_name", "iqn"}}}}};
+}
+
+std::vector<std::string> TargetNames(const std::string& port) {
+  std::vector<std::string> names;
+  for (const RM_NodeInfoEntry& node : Nodes(port).records) names.push_back(Digits(node.portWwn));
+  return names;
+}
+
+TEST(Events, AtTimeZeroTheyHaveHappened) {
+  const Fabric fabric(
+      FourBoards(), {{"events",
+                      {{{"after_ms", 0},
+                        {"port", kPort},
+                        {"link", "down"},
+                        {"remove_targets", {"5000000000000002", {{"wwpn", "5000000000000003"}, {"count", 1}}}},
+                        {"add_targets", {{{"wwpn", "5000000000000009"}, {"makers_port", true}}}},
+                        {"virtual_ports", {{{"wwpn", "1100000000000001"}}}}},
+                       {{"after_ms", 0}, {"port", kOtherPort}, {"overheated", true}},
+                       {{"after_ms", 0}, {"port", kNic}, {"virtual_functions", {"0100000000000001"}}},
+                       {{"after_ms", 0}, {"port", kIscsi}, {"iscsi_targets", {{{"name", "iqn.t"}}}}}}}});
+  EXPECT_EQ(ReadBoard(0).board.linkStatus, 2u);
+  EXPECT_THAT(TargetNames(kPort),
+              testing::ElementsAre("5000000000000001", "5000000000000001", "5000000000000009"));
+  EXPECT_NE(RM_IsVarnixPort(Name("5000000000000009").wwn), 0);
+  EXPECT_NE(RM_IsVarnixPort(Name("1100000000000001").wwn), 0);
+  EXPECT_EQ(VirtualPorts(kPort).count, 1u);
+  EXPECT_EQ(ReadBoard(1).board.linkStatus, 0xEE000000u);
+  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kOtherPort).status, RM_STATUS_OVER_TEMPERATURE);
+  EXPECT_EQ(Functions(kNic).count, 1u);
+  EXPECT_EQ(IscsiTargets(kIscsi).count, 1u);
+}
+
+// Given in another order than that of their times.
+TEST(Events, HappenInTheOrderOfTheirTimes) {
+  const Fabric fabric(FourBoards(),
+                      {{"events",
+                        {{{"after_ms", 600}, {"port", kPort}, {"link", "up"}, {"targets", json::array()}},
+                         {{"after_ms", 300}, {"port", kPort}, {"link", "down"}},
+                         {{"after_ms", 1'000'000}, {"port", kPort}, {"link", 9}}}}});
+  EXPECT_EQ(ReadBoard(0).board.linkStatus, 1u);
+  EXPECT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
+  EXPECT_EQ(Nodes(kPort).count, 6u);
+  EXPECT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 1; }));
+  EXPECT_EQ(Nodes(kPort).count, 0u);
+}
+
+TEST(Events, BoardVanishesAndComesBack) {
+  const Fabric fabric(FourBoards(), {{"events",
+                                      {{{"after_ms", 0}, {"port", kPort}, {"present", false}},
+                                       {{"after_ms", 500}, {"port", kPort}, {"present", true}}}}});
+  EXPECT_THAT(Instances().records, testing::ElementsAre(1, 2, 3));
+  EXPECT_EQ(ReadBoard(0).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(Nodes(kPort).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(RM_IsLocalHBA(Name(kPort).wwn), 0);
+  EXPECT_EQ(RM_IsVarnixPort(Name(kPort).wwn), 0);
+  EXPECT_TRUE(Eventually([] { return Instances().count == 4; }));
+  EXPECT_EQ(Nodes(kPort).count, 6u);
+}
+
+// The clock starts with RM_InitLib, not when the source was chosen.
+TEST(Events, ClockStartsWithTheLibrary) {
+  Fabric fabric(FourBoards(), {{"events", {{{"after_ms", 400}, {"port", kPort}, {"link", "down"}}}}});
+  ASSERT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
+  ASSERT_EQ(RM_ExitLib(), RM_STATUS_OK);
+  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(ReadBoard(0).board.linkStatus, 1u);
+}
+
+}  // namespace
+}  // namespace providertest

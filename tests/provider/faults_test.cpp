@@ -1,0 +1,183 @@
+// Scripted faults of single calls.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "tests/provider/Boundary.h"
+
+namespace providertest {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+
+json TwoPorts() {
+  json first = FcBoard();
+  first["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 40}}};
+  return {first, FcBoard(kOtherPort)};
+}
+
+std::vector<int> NodeStatuses(const std::string& port, int calls) {
+  std::vector<int> statuses;
+  for (int i = 0; i < calls; ++i) statuses.push_back(Nodes(port).status);
+  return statuses;
+}
+
+milliseconds Elapsed(const std::function<void()>& call) {
+  const auto begin = Clock::now();
+  call();
+  return std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
+}
+
+TEST(Faults, StatusForTheNextCallsOfOnePort) {
+  const Fabric fabric(
+      TwoPorts(),
+      {{"faults",
+        {{{"call", "RM_GetAllNodeInfo"}, {"port", kPort}, {"status", 64}, {"times", 2}},
+         {{"call", "RM_GetAllNodeInfo"}, {"port", kPort}, {"status", 253}, {"skip", 1}, {"times", 1}}}}});
+  EXPECT_THAT(NodeStatuses(kOtherPort, 2), ElementsAre(0, 0));
+  // The second fault has its turn on the calls that the first has left over.
+  EXPECT_THAT(NodeStatuses(kPort, 5), ElementsAre(64, 64, 0, 253, 0));
+  EXPECT_EQ(VirtualPorts(kPort).status, 0);
+}
+
+TEST(Faults, EveryCallThatAnswersAStatus) {
+  const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "*"}, {"port", kPort}, {"status", 302}}}}});
+  EXPECT_EQ(ReadBoard(0).status, 302);
+  EXPECT_EQ(ReadBoard(1).status, 0);
+  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, 302);
+  EXPECT_EQ(Functions(kPort).status, 302);
+  EXPECT_EQ(Instances().status, 0);  // of no port
+  EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0);
+}
+
+TEST(Faults, FaultOfOneVirtualPort) {
+  json boards = TwoPorts();
+  boards[0]["virtual_ports"] = {{{"wwpn", "1100000000000001"}, {"count", 2}}};
+  const Fabric fabric(
+      boards,
+      {{"faults", {{{"call", "RM_VPListTargets"}, {"virtual_port", "1100000000000002"}, {"status", 5}}}}});
+  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000001").status, 0);
+  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000002").status, 5);
+}
+
+TEST(Faults, AnswerOfAnOverheatedPortIsComplete) {
+  const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "*"}, {"status", 231}}}}});
+  const AttributesRead read(RM_GetDiscoveryAttributes, kPort);
+  EXPECT_EQ(read.status, RM_STATUS_OVER_TEMPERATURE);
+  EXPECT_EQ(read.Text(513), "testhost");
+  const BoardRead board = ReadBoard(0);
+  EXPECT_EQ(board.status, RM_STATUS_OVER_TEMPERATURE);
+  EXPECT_EQ(Digits(board.info.portWwn), kPort);
+}
+
+TEST(Faults, ClaimedCounts) {
+  const struct {
+    json fault;
+    std::uint32_t room;
+    int status;
+    std::uint32_t count;
+  } rows[] = {
+      {{{"claim_count", 0xFFFFFFFFu}}, 64, 0, 0xFFFFFFFFu},  // absurd
+      {{{"claim_count", 3}}, 64, 0, 3},                      // fewer than were copied
+      {{{"claim_count", 3}}, 16, 7, 3},                      // too small, and fits
+      {{{"claim_count", 100}}, 64, 0, 100},                  // status 0 with more than the room
+      {{{"status", 191}}, 64, 191, 40},                      // the true number, when none is claimed
+      {{{"status", 7}, {"claim_count", 4000000000u}}, 64, 7, 4000000000u},
+      {{{"status", 1}}, 64, 1, 64},  // the room is left
+  };
+  for (const auto& row : rows) {
+    json fault = row.fault;
+    fault["call"] = "RM_GetAllNodeInfo";
+    SCOPED_TRACE(fault.dump());
+    const Fabric fabric(TwoPorts(), {{"faults", {fault}}});
+    const auto nodes = Nodes(kPort, row.room);
+    EXPECT_EQ(nodes.status, row.status);
+    EXPECT_EQ(nodes.count, row.count);
+  }
+}
+
+TEST(Faults, DelaysRunInParallel) {
+  const Fabric fabric(TwoPorts(), {{"delay_ms", 200}});
+  std::vector<std::thread> threads;
+  const milliseconds elapsed = Elapsed([&] {
+    for (int i = 0; i < 16; ++i) threads.emplace_back([] { EXPECT_EQ(Nodes(kPort).status, 0); });
+    for (std::thread& thread : threads) thread.join();
+  });
+  EXPECT_GE(elapsed, milliseconds(200));
+  EXPECT_LT(elapsed, milliseconds(16 * 200));  // one after the other
+}
+
+TEST(Faults, DelayOfOneCallTakesThePlaceOfTheHosts) {
+  const Fabric fabric(TwoPorts(), {{"delay_ms", 60'000},
+                                   {"faults",
+                                    {{{"call", "RM_VPList"}, {"delay_ms", 0}},
+                                     {{"call", "RM_GetDriverType"}, {"delay_ms", 100}, {"status", 9}}}}});
+  EXPECT_LT(Elapsed([] { EXPECT_EQ(VirtualPorts(kPort).status, 0); }), milliseconds(30'000));
+  unsigned int type = 0;
+  EXPECT_GE(Elapsed([&] { EXPECT_EQ(RM_GetDriverType(nullptr, Name(kPort).wwn, &type), 9); }),
+            milliseconds(100));
+  // Questions that are answered from memory have no delay.
+  EXPECT_LT(Elapsed([] { EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0); }), milliseconds(30'000));
+}
+
+TEST(Faults, HangOfSomeSecondsAnswersAfterwards) {
+  const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "RM_VPList"}, {"hang", 0.15}, {"times", 1}}}}});
+  EXPECT_GE(Elapsed([] { EXPECT_EQ(VirtualPorts(kPort).status, 0); }), milliseconds(150));
+}
+
+// A call that hangs stops no other; a new content of the file lets it go.
+TEST(Faults, HangStopsNobodyElse) {
+  std::atomic<int> status{-1};
+  std::atomic<bool> begun{false};
+  std::thread hanging;
+  {
+    Fabric fabric(TwoPorts(), {{"faults", {{{"call", "RM_VPList"}, {"hang", true}, {"times", 1}}}}});
+    hanging = std::thread([&] {
+      begun = true;
+      status = VirtualPorts(kPort).status;
+    });
+    ASSERT_TRUE(Eventually([&] { return begun.load(); }));
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(VirtualPorts(kOtherPort).status, 0);
+    EXPECT_EQ(Nodes(kPort).status, 0);
+    EXPECT_EQ(status, -1);
+    fabric.Local()["faults"] = json::array();
+    fabric.Rewrite();
+    EXPECT_TRUE(Eventually([&] { return Nodes(kPort).status == 0 && status != -1; }));
+  }
+  hanging.join();
+  EXPECT_EQ(status, RM_STATUS_FAILED);
+}
+
+std::thread& HangingThread() {
+  static std::thread& thread = *new std::thread;
+  return thread;
+}
+
+// In a process of its own: what is joined at exit hangs in a call, and RM_ExitLib was called meanwhile.
+[[noreturn]] void ExitWhileACallHangs() {
+  std::atexit([] { HangingThread().join(); });
+  {
+    const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "RM_VPList"}, {"hang", true}}}}});
+    std::atomic<bool> begun{false};
+    HangingThread() = std::thread([&begun] {
+      begun = true;
+      if (VirtualPorts(kPort).status != RM_STATUS_FAILED) std::_Exit(2);
+    });
+    while (!begun) std::this_thread::yield();
+    std::this_thread::sleep_for(milliseconds(50));
+  }
+  std::exit(0);
+}
+
+TEST(FaultsDeathTest, HangEndsWithTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(ExitWhileACallHangs(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace providertest

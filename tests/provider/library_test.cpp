@@ -1,0 +1,279 @@
+// Start and stop, the choice of a source, the log, and calls at the wrong time.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "provider/OpenProvider.h"
+#include "tests/provider/Boundary.h"
+
+namespace providertest {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr char kSettings[] = "/etc/varnix/quorbench/";
+
+// The fixed paths are the test's own only where /etc is a copy in memory, as tests/system/in_namespace makes
+// it.
+bool HasPrivateSettings() {
+  struct statfs status {};
+  return statfs("/etc", &status) == 0 && status.f_type == TMPFS_MAGIC;
+}
+
+// Each case needs a process of its own, as ctest runs it: what RMOpen_SetSource once said stays in force.
+class Configured : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!HasPrivateSettings()) GTEST_SKIP() << "needs tests/system/in_namespace";
+    std::snprintf(LOG_FILE_PATH_DEFAULT, 256, "%s", m_Scratch.Path("rm.log").c_str());
+    m_Fabric = m_Scratch.Write("f.json", json({{"local", {{"name", "h"}, {"boards", {FcBoard()}}}}}).dump());
+  }
+  void TearDown() override {
+    for (const char* file : {"rm.conf", "varnixRMConfig"})
+      std::filesystem::remove(std::string(kSettings) + file);
+  }
+  static void WriteSettings(const std::string& file, const std::string& text) {
+    std::ofstream(kSettings + file, std::ios::trunc) << text;
+  }
+
+  Scratch m_Scratch;
+  std::string m_Fabric;
+};
+
+TEST_F(Configured, FabricFileFromTheConfiguration) {
+  WriteSettings("rm.conf", "no line of ours\nFabricFile: " + m_Fabric + " \nSysfsRoot:/nowhere\n");
+  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(Instances().count, 1u);
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+}
+
+TEST_F(Configured, ConfigurationElsewhere) {
+  WriteSettings("varnixRMConfig",
+                "ConfFilePath:" + m_Scratch.Write("other.conf", "FabricFile:" + m_Fabric) + "\n");
+  WriteSettings("rm.conf", "FabricFile:/nowhere\n");
+  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(Instances().count, 1u);
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+}
+
+TEST_F(Configured, WhatTheProcessSaysComesFirst) {
+  WriteSettings("rm.conf", "FabricFile:/nowhere\n");
+  ASSERT_EQ(SetSource("fabric", m_Fabric), 0);
+  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(Instances().count, 1u);
+  std::string reason;
+  EXPECT_EQ(SetSource("fabric", m_Fabric, &reason), 1);
+  EXPECT_EQ(reason, "expected to be called before RM_InitLib");
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+}
+
+TEST_F(Configured, WrongFabricFileFailsEveryQuestion) {
+  WriteSettings("rm.conf", "FabricFile:" + m_Scratch.Write("bad.json", "{\n\"local\": 1}") + "\n");
+  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(Instances().status, RM_STATUS_FAILED);
+  EXPECT_EQ(ReadBoard(0).status, RM_STATUS_FAILED);
+  EXPECT_EQ(Nodes(kPort).status, RM_STATUS_FAILED);
+  EXPECT_EQ(RM_IsLocalHBA(Name(kPort).wwn), 0);
+  EXPECT_THAT(ReadFile(LOG_FILE_PATH_DEFAULT),
+              HasSubstr(m_Scratch.Path("bad.json") + ":2: local: expected an object"));
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+}
+
+TEST_F(Configured, SysfsRootFromTheConfiguration) {
+  std::filesystem::create_directories(m_Scratch.Path("sys/class"));
+  WriteSettings("rm.conf", "SysfsRoot:" + m_Scratch.Path("sys") + "\n");
+  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(Instances().status, RM_STATUS_OK);
+  EXPECT_EQ(Instances().count, 0u);
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+}
+
+TEST_F(Configured, InstallDirectoryWithItsSeparator) {
+  char text[64] = "#";
+  EXPECT_EQ(RM_GetAppInstallDirA(text, 22), RM_STATUS_BUFFER_TOO_SMALL);
+  EXPECT_STREQ(text, "#");
+  EXPECT_EQ(RM_GetAppInstallDirA(text, 23), RM_STATUS_OK);
+  EXPECT_STREQ(text, "/opt/varnix/quorbench/");
+  WriteSettings("varnixRMConfig", "InstallDir:/srv/tools\n");
+  EXPECT_EQ(RM_GetAppInstallDirA(text, sizeof(text)), RM_STATUS_OK);
+  EXPECT_STREQ(text, "/srv/tools/");
+}
+
+TEST(Library, SourceThatIsRefused) {
+  const Scratch scratch;
+  std::string reason;
+  EXPECT_EQ(SetSource("tape", "/sys", &reason), 1);
+  EXPECT_EQ(reason, "expected \"fabric\" or \"sysfs\", not \"tape\"");
+  EXPECT_EQ(SetSource("sysfs", scratch.Path("none"), &reason), 1);
+  EXPECT_EQ(reason, scratch.Path("none") + ": expected the directory of a sysfs");
+  char few[6];
+  RMOpen_LastError(few, sizeof(few));
+  EXPECT_EQ(few, reason.substr(0, 5));
+  // Each thread has its own.
+  std::thread([] {
+    char text[16] = "#";
+    RMOpen_LastError(text, sizeof(text));
+    EXPECT_STREQ(text, "");
+  }).join();
+  EXPECT_EQ(RMOpen_SetSource(nullptr, "x"), 1);
+  EXPECT_EQ(SetSource("sysfs", scratch.Path("."), &reason), 0);
+  EXPECT_EQ(reason, "");
+}
+
+TEST(Library, StartsAreCounted) {
+  EXPECT_EQ(Instances().status, RM_STATUS_FAILED);
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_FAILED);
+  {
+    const Fabric fabric(Boards{FcBoard()});
+    EXPECT_EQ(RM_InitLib(), RM_STATUS_OK);
+    EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+    EXPECT_EQ(Instances().count, 1u);
+  }
+  unsigned int number = 5;
+  EXPECT_EQ(Instances().status, RM_STATUS_FAILED);
+  EXPECT_EQ(RM_GetSecureMgmtConfig(&number), RM_STATUS_FAILED);
+  EXPECT_EQ(number, 5u);
+  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, RM_STATUS_FAILED);
+  EXPECT_EQ(RM_IsVarnixPort(Name(kPort).wwn), 0);
+}
+
+TEST(Library, RemoteHostsCannotBeReached) {
+  const Fabric fabric(Boards{FcBoard()});
+  const unsigned char zero[8] = {};
+  const unsigned char remote[8] = {0xFF, 0, 0x25, 0x5B, 10, 0, 0, 1};
+  unsigned char buffer[RM_ATTRIBUTE_ROOM];
+  unsigned int size = sizeof(buffer);
+  EXPECT_EQ(RM_GetDiscoveryAttributes(zero, Name(kPort).wwn, buffer, &size), RM_STATUS_OK);
+  EXPECT_EQ(RM_GetDiscoveryAttributes(remote, Name(kPort).wwn, buffer, &size), RM_STATUS_HOST_UNUSABLE);
+  RM_NodeInfoList list{0, 0};
+  EXPECT_EQ(RM_GetAllNodeInfo(remote, Name(kPort).wwn, &list), RM_STATUS_HOST_UNUSABLE);
+}
+
+TEST(Library, NullArgumentsAreRefused) {
+  const Fabric fabric(Boards{FcBoard()});
+  const HBA_NAME port = Name(kPort);
+  unsigned int number = 8;
+  char text[512];
+  local_hba_info board{};
+  EXPECT_EQ(RM_GetAllLocalHBAInstances(nullptr, nullptr), 1);
+  EXPECT_EQ(RM_GetAllLocalHBAInstances(&number, nullptr), 1);
+  EXPECT_EQ(RM_GetLocalHBAInfoV4(nullptr, nullptr), 1);
+  EXPECT_EQ(RM_GetLocalHBAInfoV4(&board, nullptr), 1);
+  EXPECT_EQ(RM_GetDiscoveryAttributes(nullptr, nullptr, text, &number), 1);
+  EXPECT_EQ(RM_GetDiscoveryAttributes(nullptr, port.wwn, nullptr, &number), 1);
+  EXPECT_EQ(RM_GetDiscoveryAttributes(nullptr, port.wwn, text, nullptr), 1);
+  EXPECT_EQ(RM_GetDriverType(nullptr, port.wwn, nullptr), 1);
+  EXPECT_EQ(RM_GetAllNodeInfo(nullptr, port.wwn, nullptr), 1);
+  EXPECT_EQ(RM_VPListTargets(nullptr, port.wwn, nullptr, nullptr), 1);
+  EXPECT_EQ(RM_GetAppInstallDirA(nullptr, 10), 1);
+  EXPECT_EQ(RM_GetSecureMgmtConfig(nullptr), 1);
+  EXPECT_EQ(RM_GetAdapterType(1, nullptr), 1);
+  EXPECT_EQ(RM_IsLocalHBA(nullptr), 0);
+  EXPECT_EQ(RM_IsVarnixPort(nullptr), 0);
+}
+
+// Calls that come while the library starts and stops answer the truth or a failure.
+TEST(Library, CallsBesideStartAndStop) {
+  const Fabric fabric(Boards{FcBoard()});
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&done] {
+      while (!done) {
+        const auto instances = Instances();
+        EXPECT_TRUE(instances.status == RM_STATUS_FAILED || instances.count == 1);
+        const int status = AttributesRead(RM_GetDiscoveryAttributes, kPort).status;
+        EXPECT_TRUE(status == RM_STATUS_FAILED || status == RM_STATUS_OK);
+      }
+    });
+  }
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+    EXPECT_EQ(RM_InitLib(), RM_STATUS_OK);
+  }
+  done = true;
+  for (std::thread& thread : threads) thread.join();
+}
+
+// After main has ended and the library's own objects, if it had any, are gone.
+[[noreturn]] void CallAfterExit() {
+  std::atexit([] {
+    RM_ExitLib();
+    const bool failed = Instances().status == RM_STATUS_FAILED && Nodes(kPort).status == RM_STATUS_FAILED;
+    std::intptr_t handle = 0;
+    const bool locked = RM_createSemaphore(0, "exit", &handle) != 0 && RM_acquireSemaphore(handle) != 0;
+    rm_printf("after exit");
+    std::_Exit(failed && locked ? 0 : 1);
+  });
+  const Fabric fabric(Boards{FcBoard()});
+  std::exit(Instances().count == 1 ? 3 : 4);
+}
+
+TEST(LibraryDeathTest, CallsAfterExit) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(CallAfterExit(), testing::ExitedWithCode(0), "");
+}
+
+class Log : public testing::Test {
+ protected:
+  void SetUp() override { std::snprintf(LOG_FILE_PATH_DEFAULT, 256, "%s", m_Scratch.Path("rm.log").c_str()); }
+
+  Scratch m_Scratch;
+};
+
+TEST_F(Log, MessagesAreAppendedLineByLine) {
+  rm_printf("first %d\n", 1);
+  rm_printf("second %s", "without newline");
+  rm_printf("%s", "");
+  const std::string longText(10'000, 'x');
+  rm_printf("%s\n", longText.c_str());
+  std::istringstream log(ReadFile(LOG_FILE_PATH_DEFAULT));
+  const std::string stamp = R"([0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8} \[[0-9]+\] )";
+  std::string line;
+  for (const std::string& text :
+       {std::string("first 1"), std::string("second without newline"), std::string(), longText}) {
+    ASSERT_TRUE(std::getline(log, line));
+    EXPECT_THAT(line, testing::MatchesRegex(stamp + text));
+  }
+  EXPECT_FALSE(std::getline(log, line));
+  struct stat status {};
+  ASSERT_EQ(stat(LOG_FILE_PATH_DEFAULT, &status), 0);
+  EXPECT_EQ(status.st_mode & 0137u, 0u);
+}
+
+TEST_F(Log, WhatCannotBeOpenedIsLeftAlone) {
+  ASSERT_EQ(mkfifo(LOG_FILE_PATH_DEFAULT, 0600), 0);
+  rm_printf("into a pipe nobody reads\n");
+  std::snprintf(LOG_FILE_PATH_DEFAULT, 256, "%s", m_Scratch.Path("no/such/folder").c_str());
+  rm_printf("into nothing\n");
+  EXPECT_FALSE(std::filesystem::exists(m_Scratch.Path("no")));
+}
+
+TEST_F(Log, ThreadsDoNotMixTheirLines) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([i] {
+      for (int k = 0; k < 100; ++k) rm_printf("%s\n", std::string(100, static_cast<char>('a' + i)).c_str());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::istringstream log(ReadFile(LOG_FILE_PATH_DEFAULT));
+  int lines = 0;
+  for (std::string line; std::getline(log, line); ++lines) {
+    const std::string text = line.substr(line.find("] ") + 2);
+    EXPECT_EQ(text, std::string(100, text[0]));
+  }
+  EXPECT_EQ(lines, 400);
+}
+
+}  // namespace
+}  // namespace providertest

@@ -1,0 +1,428 @@
+// What a fabric file says, as it arrives in the boundary's records and attribute buffers.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "tests/provider/Boundary.h"
+
+namespace providertest {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+// A record as it should be, put together from its offsets.
+class Bytes {
+ public:
+  explicit Bytes(std::size_t size) : m_Bytes(size, 0) {}
+  Bytes& Text(std::size_t offset, const std::string& text) {
+    std::memcpy(&m_Bytes.at(offset), text.data(), text.size());
+    return *this;
+  }
+  template <class Number>
+  Bytes& Put(std::size_t offset, Number number) {
+    std::memcpy(&m_Bytes.at(offset), &number, sizeof(number));
+    return *this;
+  }
+  Bytes& Wwn(std::size_t offset, const std::string& digits) { return Put(offset, Name(digits)); }
+  const std::vector<unsigned char>& Get() const { return m_Bytes; }
+
+ private:
+  std::vector<unsigned char> m_Bytes;
+};
+
+template <class Record>
+std::vector<unsigned char> BytesOf(const Record& record) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
+  return {bytes, bytes + sizeof(record)};
+}
+
+// Every key that has its own place in a record, texts as long as their fields.
+json FullBoard(const std::string& kind) {
+  return {{"kind", kind},
+          {"wwpn", kPort},
+          {"wwnn", "2000000000000abc"},
+          {"model_id", "0x6A77"},
+          {"model", std::string(80, 'm')},
+          {"manufacturer", std::string(31, 'v')},
+          {"serial_number", std::string(60, 's')},
+          {"vpd_port_number", "12345678"},
+          {"physical_port", 3},
+          {"pci_function", 5},
+          {"pci_bus", 9},
+          {"sub_adapter_id", std::string(32, 'a')},
+          {"sub_vendor_id", "0x103C"},
+          {"sub_device_id", "0x3392"},
+          {"attribute_585", 2},
+          {"attribute_587", 1},
+          {"link", {{"physical", 7}, {"function", "down"}}}};
+}
+
+TEST(Ports, BoardRecordByteByByte) {
+  json board = FullBoard("fc");
+  board["fabric_name"] = "10:00:aa:bb:cc:dd:00:01";
+  board["target_mode"] = true;
+  const Fabric fabric(Boards{board});
+
+  ASSERT_THAT(Instances().records, ElementsAre(0));
+  const BoardRead read = ReadBoard(0);
+  ASSERT_EQ(read.status, RM_STATUS_OK);
+  Bytes info(284);
+  info.Wwn(0, kPort).Wwn(8, "2000000000000abc").Wwn(16, "1000aabbccdd0001").Put(24, 0x20006A77u);
+  info.Text(28, "testhost").Text(60, std::string(31, 'v')).Text(92, std::string(80, 'm'));
+  info.Text(172, std::string(60, 's'))
+      .Text(232, "12345678")
+      .Put<std::uint16_t>(240, 3)
+      .Put<std::uint16_t>(242, 5);
+  info.Put(244, 0x20u | 0x40u | 0x100u | 0x200u).Put<std::uint16_t>(248, 9).Text(250, std::string(32, 'a'));
+  EXPECT_THAT(BytesOf(read.info), ElementsAreArray(info.Get()));
+  EXPECT_EQ(read.board.linkStatus, 7u);
+}
+
+TEST(Ports, FeaturesAndLinkWordOfEachKind) {
+  const struct {
+    const char* kind;
+    json more;
+    std::uint32_t features;
+    std::uint32_t link;
+    long portType;
+  } rows[] = {
+      {"fc", {}, 0, 1, 0},
+      {"fc", {{"port_type", 4}}, 0x80, 1, 4},
+      {"fc", {{"port_type", 7}}, 0x1000, 1, 7},
+      {"fc", {{"port_type", nullptr}}, 0, 1, -1},
+      {"fc", {{"model_id", 0xFE05}}, 0x1, 1, 0},
+      {"fc", {{"model_id", 0xFED5}}, 0x1, 1, 0},
+      {"fc", {{"sub_vendor_id", 0x103C}, {"sub_device_id", 0x3391}}, 0x20, 1, 0},
+      {"fc", {{"sub_vendor_id", 0x103C}, {"sub_device_id", 0x3390}}, 0, 1, 0},
+      {"fc", {{"attribute_585", 3}, {"attribute_587", 0}}, 0, 1, 0},
+      {"fcoe", {}, 0x12, 0x0101, 2},
+      {"iscsi", {{"iscsi", {{"initiator_name", "iqn.x"}}}}, 0x6, 0x0101, 1},
+      {"nic", {{"link", "down"}}, 0xA, 0x0202, 3},
+      {"nic-roce", {{"link", {{"function", 2}}}}, 0x40A, 0x0201, 6},
+      {"nic", {{"overheated", true}}, 0xA, 0xEE000000, 3},
+  };
+  for (const auto& row : rows) {
+    json board = {{"kind", row.kind}, {"wwpn", kPort}};
+    board.update(row.more.is_null() ? json::object() : row.more);
+    SCOPED_TRACE(board.dump());
+    const Fabric fabric(Boards{board});
+    const BoardRead read = ReadBoard(0);
+    ASSERT_EQ(read.status, RM_STATUS_OK);
+    EXPECT_EQ(read.info.specialFeatures, row.features);
+    EXPECT_EQ(read.board.linkStatus, row.link);
+    EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).Number(556), row.portType);
+  }
+}
+
+TEST(Ports, AttributesOfAnFcLikePort) {
+  json board = FullBoard("fcoe");
+  board["fabric_name"] = "1000aabbccdd0001";
+  board["model_name"] = "long model";
+  board["target_mode"] = true;
+  const Fabric fabric(Boards{board});
+  const AttributesRead read(RM_GetDiscoveryAttributes, kPort);
+  ASSERT_EQ(read.status, RM_STATUS_OK);
+  EXPECT_LE(read.size, unsigned{RM_ATTRIBUTE_ROOM});
+  EXPECT_EQ(read.Text(513), "testhost");
+  EXPECT_EQ(read.Text(514), std::string(31, 'v'));
+  EXPECT_EQ(read.Text(515), std::string(60, 's'));
+  EXPECT_EQ(read.Text(516), std::string(80, 'm'));
+  EXPECT_EQ(read.Text(537), "long model");
+  EXPECT_EQ(read.Text(553), "12345678");
+  EXPECT_EQ(read.Text(586), std::string(32, 'a'));
+  EXPECT_EQ(read.NameOf(518), "2000000000000abc");
+  EXPECT_EQ(read.NameOf(535), "1000aabbccdd0001");
+  EXPECT_EQ(read.StatusOf(571), RM_STATUS_NOT_FOUND);
+  const std::pair<unsigned int, long> numbers[] = {{527, 0x6A77}, {554, 1}, {555, 9}, {556, 2},
+                                                   {557, 0x3392}, {559, 3}, {560, 5}, {561, 0x103C},
+                                                   {585, 2},      {587, 1}, {774, 7}, {802, 2}};
+  for (const auto& [id, number] : numbers) EXPECT_EQ(read.Number(id), number) << id;
+  EXPECT_EQ(read.StatusOf(9999), RM_STATUS_NOT_FOUND);
+}
+
+TEST(Ports, AttributesOfOtherPorts) {
+  const Fabric fabric(Boards{FullBoard("nic")});
+  const AttributesRead read(RM_GetDiscoveryAttributes, kPort);
+  EXPECT_EQ(read.NameOf(571), "2000000000000abc");
+  EXPECT_EQ(read.StatusOf(518), RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(read.StatusOf(554), RM_STATUS_NOT_FOUND);
+
+  const AttributesRead port(RM_GetPortAttributes, kPort, RM_PORT_ATTRIBUTE_ROOM);
+  EXPECT_EQ(port.Number(774), 7);
+  EXPECT_EQ(port.Number(802), 2);
+  EXPECT_EQ(AttributesRead(RM_GetServerAttributes, kPort).Text(257), "testhost");
+}
+
+// An FC port has one link level; a missing value is missing, also when the file takes it away by number.
+TEST(Ports, AttributesLeftOutAndPutIn) {
+  json board = FcBoard();
+  board["serial_number"] = nullptr;
+  board["manufacturer"] = nullptr;
+  board["attributes"] = {{{"id", 513}, {"value", nullptr}},
+                         {{"id", 527}, {"value", "not a number"}},
+                         {{"id", 600}, {"value", {{"name", "0102030405060708"}}}},
+                         {{"id", 601}, {"value", 0xFFFFFFFFu}}};
+  const Fabric fabric(Boards{board});
+  const AttributesRead read(RM_GetDiscoveryAttributes, kPort);
+  for (const unsigned int id : {513u, 514u, 515u, 802u})
+    EXPECT_EQ(read.StatusOf(id), RM_STATUS_NOT_FOUND) << id;
+  EXPECT_EQ(read.Text(527), "not a number");
+  EXPECT_EQ(read.NameOf(600), "0102030405060708");
+  EXPECT_EQ(read.Number(601), 0xFFFFFFFFL);
+  EXPECT_EQ(ReadBoard(0).info.serialNumber[0], '\0');
+}
+
+TEST(Ports, AttributeBufferWithoutRoom) {
+  const Fabric fabric(Boards{FullBoard("fc")});
+  const AttributesRead whole(RM_GetDiscoveryAttributes, kPort);
+  const AttributesRead exact(RM_GetDiscoveryAttributes, kPort, whole.size);
+  EXPECT_EQ(exact.status, RM_STATUS_OK);
+  EXPECT_EQ(exact.Text(513), "testhost");
+  const AttributesRead tooSmall(RM_GetDiscoveryAttributes, kPort, whole.size - 1);
+  EXPECT_EQ(tooSmall.status, RM_STATUS_BUFFER_TOO_SMALL);
+  EXPECT_EQ(tooSmall.size, whole.size);
+}
+
+TEST(Ports, AttributesThatNoBufferHolds) {
+  json board = FcBoard();
+  for (int id = 1000; id < 1010; ++id) {
+    board["attributes"].push_back({{"id", id}, {"value", std::string(1000, 'x')}});
+  }
+  const Fabric fabric(Boards{board});
+  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort, 65'536).status, RM_STATUS_BUFFER_TOO_SMALL);
+}
+
+// What is in a buffer that no call has filled, or that something has written over.
+TEST(Ports, AttributeBufferThatIsNone) {
+  const Fabric fabric(Boards{FullBoard("fc")});
+  int status = -1;
+  unsigned int type = 77;
+  EXPECT_EQ(RM_GetAttributeValue(nullptr, 513, &type, &status), nullptr);
+  EXPECT_EQ(status, RM_STATUS_NOT_FOUND);
+  AttributesRead read(RM_GetDiscoveryAttributes, kPort);
+  EXPECT_NE(RM_GetAttributeValue(read.buffer.data(), 513, nullptr, nullptr), nullptr);
+  for (std::size_t at = 0; at < read.size; ++at) {
+    AttributesRead garbled = read;
+    garbled.buffer[at] = 0xFF;
+    for (unsigned int id = 500; id < 600; ++id) garbled.StatusOf(id);
+    garbled.Text(516);
+  }
+  std::fill(read.buffer.begin(), read.buffer.end(), static_cast<unsigned char>(0));
+  EXPECT_EQ(read.StatusOf(513), RM_STATUS_NOT_FOUND);
+}
+
+TEST(Ports, LegacyAndOverheatedPorts) {
+  json legacy = FcBoard();
+  legacy["legacy_attributes"] = true;
+  json hot = FcBoard(kOtherPort);
+  hot["overheated"] = true;
+  const Fabric fabric(Boards{legacy, hot});
+  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, RM_STATUS_NOT_SUPPORTED);
+  const AttributesRead set(RM_GetHBAAttributes, kPort);
+  EXPECT_EQ(set.status, RM_STATUS_OK);
+  EXPECT_EQ(set.Text(513), "testhost");
+  EXPECT_EQ(set.StatusOf(774), RM_STATUS_NOT_FOUND);
+
+  const AttributesRead complete(RM_GetDiscoveryAttributes, kOtherPort);
+  EXPECT_EQ(complete.status, RM_STATUS_OVER_TEMPERATURE);
+  EXPECT_EQ(complete.Text(513), "testhost");
+  EXPECT_EQ(AttributesRead(RM_GetPortAttributes, kOtherPort).status, RM_STATUS_OVER_TEMPERATURE);
+}
+
+TEST(Ports, TargetRecordByteByByte) {
+  json board = FcBoard();
+  board["bind_type"] = 4;
+  board["targets"] = {{{"wwpn", "5000000000000001"},
+                       {"wwnn", "5100000000000001"},
+                       {"bus", 1},
+                       {"target", 2},
+                       {"lun", 3},
+                       {"fcp_lun", "0x4001000000000000"},
+                       {"fc_id", "0x010203"},
+                       {"device", "/dev/sda"},
+                       {"lun_id", "id"},
+                       {"state", "exists"}}};
+  const Fabric fabric(Boards{board});
+  const auto nodes = Nodes(kPort);
+  ASSERT_EQ(nodes.status, RM_STATUS_OK);
+  ASSERT_EQ(nodes.records.size(), 1u);
+  Bytes node(568);
+  node.Put(0, 4u).Text(4, "/dev/sda").Put(260, 1u).Put(264, 2u).Put(268, 3u).Put(272, 0x010203u);
+  node.Wwn(276, "5100000000000001").Wwn(284, "5000000000000001");
+  node.Put<std::uint64_t>(296, 0x4001000000000000).Text(304, "id").Put(560, 0x20u);
+  EXPECT_THAT(BytesOf(nodes.records[0]), ElementsAreArray(node.Get()));
+}
+
+TEST(Ports, VirtualPortRecordsByteByByte) {
+  json board = FcBoard();
+  board["virtual_ports"] = {{{"wwpn", "1100000000000001"},
+                             {"count", 2},
+                             {"targets",
+                              {{{"wwpn", "5000000000000001"},
+                                {"bus", 1},
+                                {"target", 2},
+                                {"lun", 3},
+                                {"fc_id", 4},
+                                {"device", "d"}}}}}};
+  const Fabric fabric(Boards{board});
+  const auto ports = VirtualPorts(kPort);
+  ASSERT_EQ(ports.records.size(), 2u);
+  Bytes port(24);
+  port.Wwn(4, "1100000000000002").Wwn(12, "2000000000000002");
+  EXPECT_THAT(BytesOf(ports.records[1]), ElementsAreArray(port.Get()));
+
+  const auto targets = VirtualPortTargets(kPort, "1100000000000002");
+  ASSERT_EQ(targets.records.size(), 1u);
+  Bytes target(304);
+  target.Text(0, "d").Put(256, 1u).Put(260, 2u).Put(264, 3u).Put(272, 4u);
+  target.Wwn(276, "2000000000000001").Wwn(284, "5000000000000001").Put<std::uint64_t>(296, 3);
+  EXPECT_THAT(BytesOf(targets.records[0]), ElementsAreArray(target.Get()));
+  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000003").status, RM_STATUS_NOT_FOUND);
+}
+
+TEST(Ports, IscsiNamesAndTargets) {
+  const std::string longName(511, 'n');
+  const json board = {{"kind", "iscsi"},
+                      {"wwpn", kPort},
+                      {"iscsi", {{"initiator_name", std::string(256, 'i')}, {"default_name", "default"}}},
+                      {"iscsi_targets",
+                       {{{"name", "iqn.{n}"}, {"count", 2}, {"sessions", true}, {"second_name", "second{n}"}},
+                        {{"name", longName}, {"connected", true}}}}};
+  const Fabric fabric(Boards{board});
+  char names[3][257] = {};
+  for (char* name : names) std::memset(name, '#', 257);
+  ASSERT_EQ(RM_iSCSI_GetInitiatorProperties(nullptr, Name(kPort).wwn, names[0], names[1], names[2]),
+            RM_STATUS_OK);
+  EXPECT_EQ(std::string(names[0], 257), std::string(256, 'i') + '#');  // fills its buffer and no more
+  EXPECT_STREQ(names[1], "default");
+  EXPECT_STREQ(names[2], "");
+
+  const auto targets = IscsiTargets(kPort);
+  ASSERT_EQ(targets.records.size(), 3u);
+  Bytes first(516);
+  first.Text(0, "iqn.0").Text(256, "second0").Put<std::uint8_t>(512, 0x40);
+  EXPECT_THAT(BytesOf(targets.records[0]), ElementsAreArray(first.Get()));
+  Bytes last(516);
+  last.Text(0, longName).Put<std::uint8_t>(512, 0x80);
+  EXPECT_THAT(BytesOf(targets.records[2]), ElementsAreArray(last.Get()));
+  EXPECT_EQ(RM_iSCSI_GetInitiatorProperties(nullptr, Name(kOtherPort).wwn, names[0], names[1], names[2]),
+            RM_STATUS_NOT_FOUND);
+}
+
+TEST(Ports, RangesCountNamesAndNumbersUp) {
+  json board = FcBoard();
+  board["targets"] = {{{"wwpn", "50000000000000fe"},
+                       {"count", 300},
+                       {"luns", 2},
+                       {"lun", 5},
+                       {"fcp_lun", 0x500},
+                       {"wwnn_step", 0},
+                       {"wwnn", "5100000000000000"},
+                       {"device", "/dev/d{n}-{n}"},
+                       {"fc_id", "0xfffffe"}},
+                      {{"wwpn", "5200000000000000"}}};
+  const Fabric fabric(Boards{board});
+  const auto nodes = Nodes(kPort, 601);
+  ASSERT_EQ(nodes.records.size(), 601u);
+  const RM_NodeInfoEntry& node = nodes.records[2 * 299 + 1];
+  EXPECT_EQ(Digits(node.portWwn), "5000000000000229");
+  EXPECT_EQ(Digits(node.nodeWwn), "5100000000000000");
+  EXPECT_EQ(node.target, 299u);
+  EXPECT_EQ(node.lun, 6u);
+  EXPECT_EQ(node.fcpLun, 0x501u);
+  EXPECT_EQ(node.fcAddressId, 299u - 2);
+  EXPECT_STREQ(node.osDeviceName, "/dev/d599-599");
+  EXPECT_EQ(node.nodeState, 0x22u);
+  EXPECT_EQ(nodes.records[600].target, 300u);  // one on from the range before
+  EXPECT_EQ(Digits(nodes.records[600].nodeWwn), "2000000000000000");
+}
+
+// Numbers make these longer than their fields.
+TEST(Ports, TextsOfARangeAreCut) {
+  std::string text;
+  for (int i = 0; i < 85; ++i) text += "{n}";
+  json board = FcBoard();
+  board["targets"] = {{{"wwpn", "5000000000000001"}, {"luns", 1001}, {"device", text}, {"lun_id", text}}};
+  const Fabric fabric(Boards{board});
+  const auto nodes = Nodes(kPort, 1001);
+  ASSERT_EQ(nodes.records.size(), 1001u);
+  Bytes node(568);
+  node.Put(0, 1u).Put(268, 1000u).Wwn(276, "2000000000000001").Wwn(284, "5000000000000001");
+  node.Put<std::uint64_t>(296, 1000).Put(560, 0x22u);
+  for (int i = 0; i < 64; ++i) node.Text(4 + 4 * i, "1000").Text(304 + 4 * i, "1000");
+  EXPECT_THAT(BytesOf(nodes.records[1000]), ElementsAreArray(node.Get()));
+}
+
+TEST(Ports, ListsWithoutRoomSayWhatTheyNeed) {
+  json nic = {{"kind", "nic"},
+              {"wwpn", kOtherPort},
+              {"virtual_functions", {{{"address", "0100000000000000"}, {"count", 3}}}}};
+  json fc = FcBoard();
+  fc["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 40}}};
+  const Fabric fabric(Boards{fc, nic});
+  const auto tooSmall = Nodes(kPort, 16);
+  EXPECT_EQ(tooSmall.status, RM_STATUS_BUFFER_TOO_SMALL);
+  EXPECT_EQ(tooSmall.count, 40u);
+  EXPECT_EQ(Nodes(kPort, 40).records.size(), 40u);
+  EXPECT_EQ(Functions(kOtherPort, 2).status, RM_STATUS_BUFFER_TOO_SMALL);
+  EXPECT_EQ(Digits(Functions(kOtherPort, 3).records[2].wwn), "0100000000000002");
+  EXPECT_EQ(Instances(1).status, RM_STATUS_BUFFER_TOO_SMALL);
+  EXPECT_EQ(Instances(1).count, 2u);
+  EXPECT_EQ(Nodes(kOtherPort, 0).status, RM_STATUS_OK);  // nothing needs no room
+}
+
+TEST(Ports, WhatIsNotThereIsNotFound) {
+  const Fabric fabric(Boards{FcBoard()});
+  const std::string unknown = "1000000000000099";
+  EXPECT_EQ(ReadBoard(1).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(ReadBoard(0xFFFFFFFF).status, RM_STATUS_NOT_FOUND);
+  for (const AttributeCall call :
+       {RM_GetDiscoveryAttributes, RM_GetHBAAttributes, RM_GetPortAttributes, RM_GetServerAttributes}) {
+    EXPECT_EQ(AttributesRead(call, unknown).status, RM_STATUS_NOT_FOUND);
+  }
+  EXPECT_EQ(Nodes(unknown).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(VirtualPorts(unknown).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(VirtualPortTargets(unknown, kPort).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(IscsiTargets(unknown).status, RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(Functions(unknown).status, RM_STATUS_NOT_FOUND);
+  unsigned int number = 77;
+  EXPECT_EQ(RM_GetDriverType(nullptr, Name(unknown).wwn, &number), RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(RM_GetBindingSupport(nullptr, Name(unknown).wwn, 1, &number), RM_STATUS_NOT_FOUND);
+  EXPECT_EQ(number, 77u);
+}
+
+TEST(Ports, SingleNumbersAndQuestions) {
+  json board = FcBoard();
+  board["driver_type"] = 13;
+  board["bind_type"] = 8;
+  board["virtual_ports"] = {{{"wwpn", "1100000000000001"}}};
+  board["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 2}, {"makers_port", true}},
+                      {{"wwpn", "5000000000000009"}}};
+  const Fabric fabric(Boards{board}, {{"secure_management", true}});
+  unsigned int number = 0;
+  EXPECT_EQ(RM_GetDriverType(nullptr, Name(kPort).wwn, &number), RM_STATUS_OK);
+  EXPECT_EQ(number, 13u);
+  EXPECT_EQ(RM_GetBindingSupport(nullptr, Name(kPort).wwn, 1, &number), RM_STATUS_OK);
+  EXPECT_EQ(number, 8u);
+  EXPECT_EQ(RM_GetSecureMgmtConfig(&number), RM_STATUS_OK);
+  EXPECT_EQ(number, 1u);
+
+  EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0);
+  EXPECT_EQ(RM_IsLocalHBA(Name("5000000000000001").wwn), 0);
+  for (const char* makers : {kPort, "1100000000000001", "5000000000000002"}) {
+    EXPECT_NE(RM_IsVarnixPort(Name(makers).wwn), 0) << makers;
+  }
+  EXPECT_EQ(RM_IsVarnixPort(Name("5000000000000009").wwn), 0);
+
+  char text[80];
+  EXPECT_EQ(RM_GetAdapterType(0xFE05, text), RM_STATUS_OK);
+  EXPECT_STREQ(text, "Varnix Mardel FC Adapter");
+  EXPECT_EQ(RM_GetAdapterType(0x1234, text), RM_STATUS_OK);
+  EXPECT_STREQ(text, "Varnix adapter 0x1234");
+  EXPECT_EQ(RM_GetAdapterType(0, text), RM_STATUS_NOT_FOUND);
+}
+
+}  // namespace
+}  // namespace providertest

@@ -1,0 +1,94 @@
+// A fabric file that changes while the library runs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+
+#include "tests/provider/Boundary.h"
+
+namespace providertest {
+namespace {
+
+using testing::HasSubstr;
+
+class Reload : public testing::Test {
+ protected:
+  void SetUp() override { std::snprintf(LOG_FILE_PATH_DEFAULT, 256, "%s", m_LogPath.c_str()); }
+
+  std::string Log() const { return ReadFile(m_LogPath); }
+
+  Fabric m_Fabric{Boards{FcBoard()}};
+  const std::string m_LogPath = m_Fabric.Folder().Path("rm.log");
+};
+
+TEST_F(Reload, NewContentIsUsed) {
+  EXPECT_EQ(Instances().count, 1u);
+  m_Fabric.Local()["boards"].push_back(FcBoard(kOtherPort));
+  m_Fabric.Rewrite();
+  EXPECT_TRUE(Eventually([] { return Instances().count == 2; }));
+  EXPECT_EQ(Log(), "");
+}
+
+// Written in place, to the same size, right after the last time.
+TEST_F(Reload, ContentOfTheSameSizeInTheSameFile) {
+  for (const unsigned int link : {3u, 4u, 5u, 6u}) {
+    m_Fabric.Local()["boards"][0]["link"] = link;
+    m_Fabric.RewriteInPlace();
+    EXPECT_TRUE(Eventually([&] { return ReadBoard(0).board.linkStatus == link; }));
+  }
+}
+
+TEST_F(Reload, WrongContentIsLoggedOnceAndTheOldStays) {
+  m_Fabric.Folder().Write("fabric.json", "{\n \"local\": {\n  \"name\": 5\n }\n}\n");
+  ASSERT_TRUE(Eventually([this] {
+    Instances();
+    return !Log().empty();
+  }));
+  EXPECT_THAT(Log(), HasSubstr(m_Fabric.Path() + ":3: local.name: expected a text"));
+  m_Fabric.Folder().Write("fabric.json", "{\n \"local\": {\n  \"name\": 6\n }\n}\n");
+  ASSERT_TRUE(Eventually([this] {
+    Instances();
+    return Log().find("local.name") != Log().rfind("local.name");
+  }));
+  std::filesystem::remove(m_Fabric.Path());
+  ASSERT_TRUE(Eventually([this] {
+    Instances();
+    return Log().find("No such file") != std::string::npos;
+  }));
+  EXPECT_EQ(Instances().count, 1u);
+
+  m_Fabric.Local()["boards"].push_back(FcBoard(kOtherPort));
+  m_Fabric.Rewrite();
+  EXPECT_TRUE(Eventually([] { return Instances().count == 2; }));
+  const std::string log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 3);  // each wrong state once
+}
+
+// Threads that ask while the file is replaced again and again see one content or another, never a mixture.
+TEST_F(Reload, RunsBesideOtherCalls) {
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&done] {
+      while (!done) {
+        const auto nodes = Nodes(kPort, 64);
+        EXPECT_EQ(nodes.status, 0);
+        const unsigned int bus = nodes.records.empty() ? 0 : nodes.records[0].bus;
+        EXPECT_EQ(nodes.count, bus);
+        for (const RM_NodeInfoEntry& node : nodes.records) EXPECT_EQ(node.bus, bus);
+      }
+    });
+  }
+  for (int size = 1; size < 6; ++size) {
+    m_Fabric.Local()["boards"][0]["targets"] = {{{"wwpn", "5000000000000001"}, {"count", size}, {"bus", size}}};
+    m_Fabric.Rewrite();
+    EXPECT_TRUE(Eventually([&] { return Nodes(kPort).count == static_cast<unsigned int>(size); }));
+  }
+  done = true;
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace providertest

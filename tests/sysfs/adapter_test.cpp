@@ -1,0 +1,289 @@
+// How an adapter's record and attributes come from what the kernel and the driver tell.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "provider/WorldWideName.h"
+#include "provider/sysfs/SysfsHost.h"
+#include "tests/sysfs/Describe.h"
+#include "tests/sysfs/Tree.h"
+
+namespace sysfs_test {
+
+using provider::Attributes;
+using provider::Board;
+using provider::Host;
+using provider::Wwn;
+
+namespace {
+
+constexpr std::uint64_t kHbaName = 0x20000090fa000007;
+
+// An adapter that is an FC port in hardware: no network device, its SCSI host right under the PCI function.
+class Hba : public Tree {
+ public:
+  Hba() {
+    constexpr char kPci[] = "devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/";
+    const std::string fcHost = kPci + std::string("host7/fc_host/host7/");
+    Link("class/fc_host/host7", "../../" + fcHost.substr(0, fcHost.size() - 1));
+    Write(fcHost + "port_name", "0x20000090fa000007\n");
+    Write(fcHost + "node_name", "0x10000090fa000007\n");
+    Write(fcHost + "fabric_name", "0xffffffffffffffff\n");
+    Write(fcHost + "port_state", "Online\n");
+    Write(fcHost + "symbolic_name", "HBA FV1.2 DV3.4\n");
+    Link(fcHost + "device", "../../../host7");
+    Write(kPci + std::string("host7/scsi_host/host7/proc_name"), "hbadrv\n");
+    Write(kPci + std::string("host7/scsi_host/host7/active_mode"), "Initiator\n");
+    Write(kPci + std::string("vendor"), "0x10df\n");
+    Write(kPci + std::string("device"), "0xe300\n");
+    Write(kPci + std::string("subsystem_vendor"), "0x10df\n");
+    Write(kPci + std::string("subsystem_device"), "0xe331\n");
+    Link(kPci + std::string("driver"), "../../../../bus/pci/drivers/hbadrv");
+  }
+
+  void Set(const std::string& attribute, const std::string& value) {
+    Write("devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/" + attribute, value);
+  }
+  void SetPort(const std::string& attribute, const std::string& value) {
+    Set("host7/fc_host/host7/" + attribute, value);
+  }
+};
+
+Board ReadBoard(const Tree& tree, unsigned int instance) {
+  const provider::Answer<Board> answer = provider::MakeSysfsHost(tree.Root(), "tester")->ReadBoard(instance);
+  EXPECT_EQ(answer.status, RM_STATUS_OK);
+  return answer.value;
+}
+
+template <std::size_t Size>
+std::string Text(const char (&field)[Size]) {
+  return std::string(field, strnlen(field, Size));
+}
+
+// Reads attributes as their reader does, who keeps no field of an earlier record but the port name.
+class Refresh {
+ public:
+  Refresh(const Wwn& wwn, const Attributes& attributes) : m_Attributes(attributes) {
+    std::memcpy(m_Board.info.portWwn, wwn.data(), wwn.size());
+    HBA_info_v4& info = m_Board.info;
+    CopyText(513, info.hostName, sizeof(info.hostName) - 1);
+    CopyText(514, info.manufacturer, sizeof(info.manufacturer) - 1);
+    info.modelId = Number(527);
+    if (info.modelId == 0xFE05 || info.modelId == 0xFED5) info.specialFeatures |= RM_FEATURE_MARDEL;
+    if (Number(561) == 0x103C && (Number(557) == 0x3391 || Number(557) == 0x3392)) {
+      info.specialFeatures |= RM_FEATURE_SORTANE;
+    }
+    CopyText(515, info.serialNumber, sizeof(info.serialNumber));
+    info.functionNumber = static_cast<std::uint16_t>(Number(560));
+    info.busNumber = static_cast<std::uint16_t>(Number(555));
+    const bool isFcoe = Number(556) == 2;
+    if (isFcoe) info.specialFeatures |= RM_FEATURE_FCOE | RM_FEATURE_CONVERGED;
+    CopyName(535, info.fabricName);
+    CopyName(518, info.nodeWwn);
+    if (isFcoe) info.physicalPort = static_cast<std::uint16_t>(Number(559));
+    CopyText(553, info.vpdPortNumber, sizeof(info.vpdPortNumber));
+    if (Number(554) != 0) info.modelId |= RM_MODEL_TARGET_MODE;
+    CopyText(537, info.model, sizeof(info.model));
+    m_Board.linkStatus = Number(774);
+    if (isFcoe) m_Board.linkStatus |= Number(802) << 8;
+  }
+
+  const Board& Result() const { return m_Board; }
+
+ private:
+  template <class T>
+  T Get(unsigned int id) const {
+    const auto found = m_Attributes.find(id);
+    if (found == m_Attributes.end() || !std::holds_alternative<T>(found->second)) {
+      ADD_FAILURE() << "attribute " << id;
+      return T{};
+    }
+    return std::get<T>(found->second);
+  }
+  std::uint32_t Number(unsigned int id) const { return Get<std::uint32_t>(id); }
+  void CopyText(unsigned int id, char* field, std::size_t most) const {
+    const std::string text = Get<std::string>(id);
+    std::memcpy(field, text.data(), std::min(text.size(), most));
+  }
+  void CopyName(unsigned int id, std::uint8_t* field) const {
+    const Wwn name = Get<Wwn>(id);
+    std::memcpy(field, name.data(), name.size());
+  }
+
+  const Attributes& m_Attributes;
+  Board m_Board;
+};
+
+// The whole record, padding too.
+void ExpectRefreshChangesNothing(const Tree& tree, const std::string& hostName = "tester") {
+  const std::unique_ptr<Host> host = provider::MakeSysfsHost(tree.Root(), hostName);
+  const auto boards = host->BoardInstances();
+  ASSERT_FALSE(boards.records.empty());
+  for (const unsigned int instance : boards.records) {
+    const Board board = host->ReadBoard(instance).value;
+    const Wwn wwn = provider::WwnFromBytes(board.info.portWwn);
+    const provider::Answer<Attributes> attributes = host->DiscoveryAttributes(wwn);
+    ASSERT_EQ(attributes.status, RM_STATUS_OK);
+    const Board refreshed = Refresh(wwn, attributes.value).Result();
+    EXPECT_EQ(std::memcmp(&refreshed.info, &board.info, sizeof(board.info)), 0) << "board " << instance;
+    EXPECT_EQ(refreshed.linkStatus, board.linkStatus) << "board " << instance;
+  }
+}
+
+}  // namespace
+
+TEST(Adapter, FcoePortOfAPciAdapter) {
+  const Tree tree("pci-04-npiv-active");
+  const HBA_info_v4 info = ReadBoard(tree, 1).info;
+  EXPECT_EQ(provider::WwnFromBytes(info.portWwn), Name(0x2000525400fc0011));
+  EXPECT_EQ(provider::WwnFromBytes(info.nodeWwn), Name(0x1000525400fc0011));
+  EXPECT_EQ(info.modelId, 0x10C9u);
+  EXPECT_EQ(Text(info.hostName), "tester");
+  EXPECT_EQ(Text(info.manufacturer), "PCI vendor 8086");
+  EXPECT_EQ(Text(info.model), "fcoe over eth1 (igb 8086:10c9)");
+  EXPECT_EQ(Text(info.serialNumber), "52:54:00:fc:00:11");
+  EXPECT_EQ(Text(info.vpdPortNumber), "1");
+  EXPECT_EQ(info.physicalPort, 1u);
+  EXPECT_EQ(info.functionNumber, 1u);
+  EXPECT_EQ(info.busNumber, 1u);
+  EXPECT_EQ(info.specialFeatures, std::uint32_t{RM_FEATURE_FCOE} | RM_FEATURE_CONVERGED);
+  EXPECT_EQ(Text(info.subAdapterId), "");
+}
+
+TEST(Adapter, FcoePortWithoutHardware) {
+  const Tree tree("veth-01-up");
+  const HBA_info_v4 info = ReadBoard(tree, 0).info;
+  EXPECT_EQ(info.modelId, 0xFFFFu);
+  EXPECT_EQ(Text(info.manufacturer), "Linux");
+  EXPECT_EQ(Text(info.model), "fcoe over veth0");
+  EXPECT_EQ(Text(info.vpdPortNumber), "");
+  EXPECT_EQ(info.functionNumber, 0xFFFFu);
+  EXPECT_EQ(info.busNumber, 0xFFFFu);
+}
+
+TEST(Adapter, FcPortInHardware) {
+  Hba tree;
+  const Board board = ReadBoard(tree, 7);
+  EXPECT_EQ(board.linkStatus, 1u);
+  EXPECT_EQ(provider::WwnFromBytes(board.info.fabricName), Wwn{});
+  EXPECT_EQ(board.info.specialFeatures, 0u);
+  EXPECT_EQ(board.info.modelId, 0xE300u);
+  EXPECT_EQ(Text(board.info.manufacturer), "PCI vendor 10df");
+  EXPECT_EQ(Text(board.info.model), "hbadrv 10df:e300");
+  EXPECT_EQ(Text(board.info.serialNumber), "");
+  EXPECT_EQ(Text(board.info.vpdPortNumber), "1");
+  EXPECT_EQ(board.info.physicalPort, 0u);
+  EXPECT_EQ(board.info.functionNumber, 1u);
+  EXPECT_EQ(board.info.busNumber, 0x3Bu);
+
+  tree.SetPort("port_state", "Linkdown\n");
+  EXPECT_EQ(ReadBoard(tree, 7).linkStatus, 2u);
+}
+
+TEST(Adapter, DriversTextsComeFirst) {
+  Hba tree;
+  tree.SetPort("manufacturer", "Maker \xC3\xA9 Corp \t\n");
+  tree.SetPort("model_description", "A long description\n");
+  tree.SetPort("serial_number", std::string(80, '7') + '\n');
+  const HBA_info_v4 described = ReadBoard(tree, 7).info;
+  EXPECT_EQ(Text(described.manufacturer), "Maker ?? Corp");
+  EXPECT_EQ(Text(described.model), "A long description");
+  EXPECT_EQ(Text(described.serialNumber), std::string(60, '7'));
+
+  tree.SetPort("model", "M1000\n");
+  EXPECT_EQ(Text(ReadBoard(tree, 7).info.model), "M1000");
+}
+
+TEST(Adapter, WithoutIdsTheDriversWordsAreLeft) {
+  Hba tree;
+  tree.Set("device", "");
+  EXPECT_EQ(Text(ReadBoard(tree, 7).info.model), "HBA FV1.2 DV3.4");
+  tree.SetPort("symbolic_name", "\n");
+  EXPECT_EQ(Text(ReadBoard(tree, 7).info.model), "hbadrv");
+  tree.Set("host7/scsi_host/host7/proc_name", "(null)\n");
+  const HBA_info_v4 nameless = ReadBoard(tree, 7).info;
+  EXPECT_EQ(Text(nameless.model), "unknown");
+  EXPECT_EQ(Text(nameless.manufacturer), "unknown");
+  EXPECT_EQ(nameless.modelId, 0xFFFFu);
+}
+
+// FCoE mostly runs on a VLAN device, which has no hardware in its path; the adapter is one or more layers down.
+TEST(Adapter, FcoeOnAVlanFindsItsAdapter) {
+  Tree tree("pci-04-npiv-active");
+  const std::string vlan = "devices/virtual/net/fcoe.100/";
+  const std::string fcHost = vlan + "ctlr_2/host5/fc_host/host5";
+  tree.Link("class/fc_host/host5", "../../" + fcHost);
+  tree.Write(fcHost + "/port_name", "0x2000525400fc0100\n");
+  tree.Write(vlan + "address", "52:54:00:fc:01:00\n");
+  tree.Write(vlan + "carrier", "1\n");
+  tree.Link(vlan + "lower_team0", "../team0");
+  tree.Link("devices/virtual/net/team0/lower_eth1", "../../../pci0000:00/0000:00:03.0/0000:01:00.1/net/eth1");
+  const HBA_info_v4 info = ReadBoard(tree, 5).info;
+  EXPECT_EQ(Text(info.model), "fcoe over fcoe.100 (igb 8086:10c9)");
+  EXPECT_EQ(info.busNumber, 1u);
+  EXPECT_EQ(info.functionNumber, 1u);
+
+  // Of two ports at once neither is the adapter.
+  tree.Link("devices/virtual/net/team0/lower_eth0", "../../../pci0000:00/0000:00:03.0/0000:01:00.0/net/eth0");
+  EXPECT_EQ(ReadBoard(tree, 5).info.busNumber, 0xFFFFu);
+
+  tree.Link(vlan + "lower_team0", "../fcoe.100");
+  EXPECT_EQ(ReadBoard(tree, 5).info.busNumber, 0xFFFFu);
+}
+
+TEST(Adapter, PortsOfOneFunctionAreToldApart) {
+  Tree tree("pci-04-npiv-active");
+  tree.Write(kEth0 + "dev_port", "3\n");
+  const HBA_info_v4 info = ReadBoard(tree, 0).info;
+  EXPECT_EQ(info.physicalPort, 3u);
+  EXPECT_EQ(Text(info.vpdPortNumber), "3");
+  EXPECT_EQ(info.functionNumber, 0u);
+}
+
+TEST(Adapter, RefreshByAttributesChangesNothing) {
+  for (const char* const name : {"pci-04-npiv-active", "pci-10-initiator-port-linkdown", "pci-13-sriov",
+                                 "veth-01-up", "veth-09-target-devloss"}) {
+    SCOPED_TRACE(name);
+    ExpectRefreshChangesNothing(Tree(name));
+  }
+  Hba hba;
+  ExpectRefreshChangesNothing(hba);
+  ExpectRefreshChangesNothing(hba, "a-host-name-that-is-longer-than-its-field");
+  hba.Set("device", "0xfe05\n");
+  hba.Set("subsystem_vendor", "0x103c\n");
+  hba.Set("subsystem_device", "0x3392\n");
+  hba.Set("host7/scsi_host/host7/active_mode", "Target\n");
+  hba.SetPort("model", std::string(300, 'm') + '\n');
+  hba.SetPort("manufacturer", std::string(300, 'f') + '\n');
+  ExpectRefreshChangesNothing(hba);
+  const HBA_info_v4 info = ReadBoard(hba, 7).info;
+  EXPECT_EQ(info.modelId, 0xFE05u | RM_MODEL_TARGET_MODE);
+  EXPECT_EQ(info.specialFeatures, std::uint32_t{RM_FEATURE_MARDEL} | RM_FEATURE_SORTANE);
+}
+
+TEST(Adapter, OtherAttributeSets) {
+  const Tree tree("pci-13-sriov");
+  const std::unique_ptr<Host> host = provider::MakeSysfsHost(tree.Root(), "tester");
+  const Wwn wwn = Name(0x2000525400fc0010);
+  const Attributes link = {{774, std::uint32_t{1}}, {802, std::uint32_t{2}}};
+  EXPECT_EQ(host->PortAttributes(wwn).value, link);
+  EXPECT_EQ(host->ServerAttributes(wwn).value, (Attributes{{257, std::string("tester")}}));
+
+  const Hba hba;
+  EXPECT_EQ(provider::MakeSysfsHost(hba.Root())->PortAttributes(Name(kHbaName)).value,
+            (Attributes{{774, std::uint32_t{1}}}));
+}
+
+TEST(Adapter, WithoutAGivenNameTheMachineIsAsked) {
+  char name[256] = {};
+  ASSERT_EQ(gethostname(name, sizeof(name) - 1), 0);
+  const Hba hba;
+  const Attributes server = provider::MakeSysfsHost(hba.Root())->ServerAttributes(Name(kHbaName)).value;
+  EXPECT_EQ(std::get<std::string>(server.at(257)), name);
+}
+
+}  // namespace sysfs_test

@@ -1,0 +1,158 @@
+// Targets, LUNs and virtual ports beyond what the kernel-made trees hold.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <memory>
+
+#include "provider/WorldWideName.h"
+#include "provider/sysfs/SysfsHost.h"
+#include "tests/sysfs/Describe.h"
+#include "tests/sysfs/Tree.h"
+
+namespace sysfs_test {
+
+using provider::Host;
+using provider::ListAnswer;
+
+class Targets : public testing::Test {
+ protected:
+  // A remote port of host0.
+  void AddRemotePort(const std::string& name, const std::string& wwn, const std::string& state,
+                     const std::string& roles, const std::string& targetId) {
+    const std::string port = kHost0 + name + "/fc_remote_ports/" + name + '/';
+    m_Tree.Write(port + "port_name", wwn + '\n');
+    m_Tree.Write(port + "node_name", "0x500000000000abcd\n");
+    m_Tree.Write(port + "port_id", "0x010300\n");
+    m_Tree.Write(port + "port_state", state + '\n');
+    m_Tree.Write(port + "roles", roles + '\n');
+    m_Tree.Write(port + "scsi_target_id", targetId + '\n');
+  }
+
+  std::string Lun(const std::string& lun) const {
+    return kHost0 + "rport-0:0-1/target0:0:0/0:0:0:" + lun + '/';
+  }
+  ListAnswer<RM_NodeInfoEntry> Nodes() { return m_Host->Nodes(Name(0x2000525400fc0010)); }
+
+  Tree m_Tree{"pci-04-npiv-active"};
+  const std::unique_ptr<Host> m_Host = provider::MakeSysfsHost(m_Tree.Root(), "tester");
+};
+
+TEST_F(Targets, RecordIsFilledWhole) {
+  ASSERT_EQ(Nodes().records.size(), 1u);
+  const RM_NodeInfoEntry node = Nodes().records[0];
+  EXPECT_EQ(node.bindType, 0x1002u);
+  EXPECT_STREQ(node.osDeviceName, "/dev/sda");
+  EXPECT_EQ(node.fcAddressId, 0x010200u);
+  EXPECT_EQ(provider::WwnFromBytes(node.nodeWwn), Name(0x1000525400fc0011));
+  EXPECT_EQ(provider::WwnFromBytes(node.portWwn), Name(0x2000525400fc0011));
+  EXPECT_EQ(node.fcpLun, 0u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(node.lunId), "naa.6001405fc0ffee000004000800000000");
+  EXPECT_EQ(node.nodeState, std::uint32_t{RM_NODE_EXISTS} | RM_NODE_READY);
+}
+
+TEST_F(Targets, EachLunHasItsRecordInOrder) {
+  m_Tree.MakeFolder(Lun("16385"));
+  m_Tree.MakeFolder(Lun("4294967297"));
+  m_Tree.Write(Lun("10") + "wwid", "");
+  m_Tree.MakeFolder(Lun("10") + "scsi_generic/sg7");
+  m_Tree.Write(Lun("2") + "wwid", std::string(600, 'w'));
+  m_Tree.MakeFolder(Lun("2") + "block/" + std::string(255, 'b'));
+  m_Tree.MakeFolder(kHost0 + "rport-0:0-1/target0:0:0/0:0:1:0");
+  m_Tree.MakeFolder(kHost0 + "rport-0:0-1/target0:0:0/0:0:0:007");
+  const std::vector<RM_NodeInfoEntry> nodes = Nodes().records;
+  ASSERT_EQ(nodes.size(), 5u);
+  EXPECT_EQ(nodes[0].lun, 0u);
+  EXPECT_EQ(nodes[1].lun, 2u);
+  EXPECT_EQ(nodes[1].fcpLun, 0x0002000000000000u);
+  EXPECT_EQ(std::string(nodes[1].osDeviceName, 256), "/dev/" + std::string(251, 'b'));
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(nodes[1].lunId), 256), std::string(256, 'w'));
+  EXPECT_EQ(nodes[2].lun, 10u);
+  EXPECT_STREQ(nodes[2].osDeviceName, "/dev/sg7");
+  EXPECT_EQ(nodes[2].lunId[0], 0u);
+  EXPECT_EQ(nodes[3].lun, 16385u);
+  EXPECT_EQ(nodes[3].fcpLun, 0x4001000000000000u);
+  EXPECT_STREQ(nodes[3].osDeviceName, "");
+  // A LUN of more than 32 bits has only its eight-byte form.
+  EXPECT_EQ(nodes[4].lun, 0xFFFFFFFFu);
+  EXPECT_EQ(nodes[4].fcpLun, 0x0001000000010000u);
+}
+
+TEST_F(Targets, OnlyScsiTargetsThatAreThereAreListed) {
+  AddRemotePort("rport-0:0-10", "0x5000000000000010", "Online", "FCP Target", "3");
+  AddRemotePort("rport-0:0-11", "0x5000000000000011", "Marginal", "FCP Target, NVMe Target", "2");
+  AddRemotePort("rport-0:1-12", "0x5000000000000012", "Offline", "FCP Initiator, FCP Target", "1");
+  AddRemotePort("rport-0:0-13", "0x5000000000000013", "Online", "NVMe Target", "-1");
+  AddRemotePort("rport-0:0-14", "0x5000000000000014", "Not Present", "FCP Target", "4");
+  AddRemotePort("rport-0:0-15", "0x5000000000000015", "Deleted", "FCP Target", "5");
+  AddRemotePort("rport-0:0-16", "0x0", "Online", "FCP Target", "6");
+  AddRemotePort("rport-0:0-17", "0x5000000000000017", "Online", "FCP Target", "-1");
+  AddRemotePort("rport-9:0-18", "0x5000000000000018", "Online", "FCP Target", "7");
+  EXPECT_EQ(DescribeNodes(Nodes()),
+            "  node 0:0:0 20:00:52:54:00:fc:00:11 0x10200 /dev/sda ready\n"
+            "  node 0:2:0 50:00:00:00:00:00:00:11 0x10300 ready\n"
+            "  node 0:3:0 50:00:00:00:00:00:00:10 0x10300 ready\n"
+            "  node 1:1:0 50:00:00:00:00:00:00:12 0x10300 not ready\n");
+}
+
+TEST_F(Targets, ATargetThatCameBackIsListedOnce) {
+  AddRemotePort("rport-0:0-10", "0x5000000000000010", "Blocked", "FCP Target", "3");
+  AddRemotePort("rport-0:0-11", "0x5000000000000010", "Online", "FCP Target", "4");
+  AddRemotePort("rport-0:0-12", "0x5000000000000010", "Blocked", "FCP Target", "5");
+  EXPECT_EQ(DescribeNodes(Nodes()),
+            "  node 0:0:0 20:00:52:54:00:fc:00:11 0x10200 /dev/sda ready\n"
+            "  node 0:4:0 50:00:00:00:00:00:00:10 0x10300 ready\n");
+}
+
+TEST_F(Targets, BindTypes) {
+  const provider::Wwn wwn = Name(0x2000525400fc0010);
+  m_Tree.Write(kFcHost0 + "tgtid_bind_type", "none\n");
+  EXPECT_EQ(m_Host->BindType(wwn).value, 0x1000u);
+  m_Tree.Write(kFcHost0 + "tgtid_bind_type", "port_id (FC Address)\n");
+  EXPECT_EQ(m_Host->BindType(wwn).value, 0x1001u);
+  m_Tree.Write(kFcHost0 + "tgtid_bind_type", "wwnn (World Wide Node Name)\n");
+  EXPECT_EQ(m_Host->BindType(wwn).value, 0x1004u);
+  EXPECT_EQ(Nodes().records.at(0).bindType, 0x1004u);
+  m_Tree.Remove(kFcHost0 + "tgtid_bind_type");
+  EXPECT_EQ(m_Host->BindType(wwn).status, RM_STATUS_NOT_SUPPORTED);
+}
+
+TEST_F(Targets, VirtualPortsAreListedOnceAndWithoutTheirHostToo) {
+  const std::string port = kHost0 + "vport-0:0-3/fc_vports/vport-0:0-3/";
+  m_Tree.Write(port + "port_name", "0x2200525400fc0010\n");
+  m_Tree.Write(kHost0 + "vport-0:0-4/fc_vports/vport-0:0-4/port_name", "0x2200525400fc0010\n");
+  m_Tree.Write(kHost0 + "vport-1:0-5/fc_vports/vport-1:0-5/port_name", "0x2300525400fc0010\n");
+  const provider::Wwn wwn = Name(0x2000525400fc0010);
+  const ListAnswer<RM_VPortEntry> ports = m_Host->VirtualPorts(wwn);
+  ASSERT_EQ(ports.records.size(), 2u);
+  EXPECT_EQ(provider::WwnFromBytes(ports.records[1].portWwn), Name(0x2200525400fc0010));
+  EXPECT_EQ(provider::WwnFromBytes(ports.records[1].nodeWwn), provider::Wwn{});
+  const ListAnswer<RM_VPortTargetEntry> targets = m_Host->VirtualPortTargets(wwn, Name(0x2200525400fc0010));
+  EXPECT_EQ(targets.status, RM_STATUS_OK);
+  EXPECT_TRUE(targets.records.empty());
+}
+
+// More of them than the process may have files open.
+TEST_F(Targets, ManyTargetsNeedFewDescriptors) {
+  constexpr rlim_t kDescriptors = 64;
+  constexpr std::size_t kTargets = 150;
+  for (std::size_t i = 0; i < kTargets; ++i) {
+    const std::string number = std::to_string(1000 + i);
+    AddRemotePort("rport-0:0-" + number, "0x500000000000" + number, "Online", "FCP Target", number);
+    m_Tree.Write(kHost0 + "vport-0:0-" + number + "/fc_vports/vport-0:0-" + number + "/port_name",
+                 "0x600000000000" + number);
+  }
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit few = before;
+  few.rlim_cur = kDescriptors;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const ListAnswer<RM_NodeInfoEntry> nodes = Nodes();
+  const ListAnswer<RM_VPortEntry> ports = m_Host->VirtualPorts(Name(0x2000525400fc0010));
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(nodes.status, RM_STATUS_OK);
+  EXPECT_EQ(nodes.records.size(), kTargets + 1);
+  EXPECT_EQ(ports.status, RM_STATUS_OK);
+  EXPECT_EQ(ports.records.size(), kTargets + 1);
+}
+
+}  // namespace sysfs_test

@@ -1,0 +1,267 @@
+// Starting, forcing, killing, pausing and stopping, from the application's threads and from inside its
+// callback.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "tests/system/Fabric.h"
+
+namespace systemtest {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using testing::Each;
+using testing::ElementsAre;
+
+constexpr unsigned int kLong = 3600;
+constexpr char kFc[] = "1000000000000001";
+constexpr char kDone[] = "** DISCOVERY CYCLE DONE";
+
+class ControlTest : public testing::Test {
+ protected:
+  // A worker that never comes back from its first target read; the enumeration's own read passes.
+  void LetAWorkerHang() {
+    m_Fabric.AddFault(
+        {{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"skip", 1}, {"times", 1}, {"hang", true}});
+    m_Fabric.Write();
+  }
+
+  bool AwaitHangingWorker() {
+    return Eventually([&] { return m_Log.Has("AddTargetInfo, last target count="); });
+  }
+
+  Log m_Log;
+  Fabric m_Fabric{{FcBoard(kFc), FcBoard("1000000000000002")}};
+};
+
+TEST_F(ControlTest, ForcedCycleIsStartedOnce) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(kLong);
+  callBacks.Await(1);
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  EXPECT_EQ(library.StartDiscoveryCycle(), 0);
+  EXPECT_TRUE(m_Log.Has("Already doing forced discovery cycle - not restarting"));
+  EXPECT_THAT(callBacks.Await(2), ElementsAre(7, 3));
+}
+
+TEST_F(ControlTest, IdleControllerBearsEveryCall) {
+  Library library(m_Fabric.Path());
+  library.KillDiscoveryCycle();
+  library.PauseDiscovery();
+  library.Terminate();
+  library.ChangeDiscoveryInterval(10);
+  library.ChangeOOBDiscoveryInterval(10);
+  EXPECT_EQ(library.InDiscoveryCycle(), 0);
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  EXPECT_TRUE(library.Ports().empty());
+  EXPECT_FALSE(m_Log.Has("Terminating discovery"));
+}
+
+TEST_F(ControlTest, IntervalsFromOneToFourSeconds) {
+  Library library(m_Fabric.Path());
+  library.Start(4);
+  EXPECT_TRUE(m_Log.Has("In-band interval = 90 seconds\n"));
+  library.ChangeDiscoveryInterval(3);
+  EXPECT_FALSE(m_Log.Has("Change discovery interval"));
+  library.ChangeDiscoveryInterval(0);
+  EXPECT_TRUE(m_Log.Has("Change discovery interval to 0 seconds\n"));
+  library.Terminate();
+}
+
+TEST_F(ControlTest, IntervalStartsCyclesByItself) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(5);
+  EXPECT_THAT(callBacks.Await(3), ElementsAre(7, 1, 1));
+}
+
+TEST_F(ControlTest, IntervalZeroOnlyRunsForcedCycles) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(0);
+  EXPECT_THAT(callBacks.Await(1), ElementsAre(7));
+  EXPECT_THAT(callBacks.Await(2, Milliseconds(1500)), ElementsAre(7));
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  EXPECT_THAT(callBacks.Await(2), ElementsAre(7, 3));
+}
+
+TEST_F(ControlTest, KilledCycleTellsNobodyAndMergesNothing) {
+  LetAWorkerHang();
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(kLong);
+  ASSERT_TRUE(AwaitHangingWorker());
+  library.KillDiscoveryCycle();
+  EXPECT_EQ(library.InDiscoveryCycle(), 0);
+  EXPECT_TRUE(m_Log.Has("Forced stop of discovery cycle"));
+  EXPECT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
+  EXPECT_TRUE(library.Ports().empty());
+  EXPECT_TRUE(callBacks.Reasons().empty());
+  // The kill is over. The next cycle has workers of its own, which wait for the target lock that the hanging
+  // one holds; the ports come with the intermediate callback.
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  EXPECT_THAT(callBacks.Await(1), ElementsAre(20));
+  EXPECT_EQ(library.Ports().size(), 2u);
+}
+
+TEST_F(ControlTest, PauseEndsCyclesUntilOneIsForced) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(5);
+  ASSERT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
+  library.PauseDiscovery();
+  const std::size_t cycles = m_Log.Count(kDone);
+  library.ChangeDiscoveryInterval(5);  // wakes the thread, which finds itself disabled
+  // A paused controller cannot be terminated, and says nothing.
+  library.Terminate();
+  EXPECT_FALSE(m_Log.Has("Terminating discovery"));
+  EXPECT_EQ(library.Ports().size(), 2u);
+  const auto reasons = callBacks.Reasons();
+  EXPECT_EQ(callBacks.Await(reasons.size() + 1, Milliseconds(1500)), reasons);
+  EXPECT_EQ(m_Log.Count(kDone), cycles);
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  EXPECT_EQ(callBacks.Await(reasons.size() + 1).back(), 3u);
+  library.Terminate();
+  EXPECT_TRUE(m_Log.Has("Discovery terminated"));
+}
+
+TEST_F(ControlTest, TerminateDoesNotWaitForAHangingWorker) {
+  LetAWorkerHang();
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(kLong);
+  ASSERT_TRUE(AwaitHangingWorker());
+  const auto begin = Clock::now();
+  library.Terminate();
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_TRUE(m_Log.Has("Discovery terminated"));
+  EXPECT_TRUE(callBacks.Reasons().empty());
+  EXPECT_TRUE(library.Ports().empty());
+}
+
+// The worker of a stopped discovery wakes up in the next one; its result must land nowhere.
+TEST_F(ControlTest, LateWorkerFilesNothingIntoTheNextDiscovery) {
+  m_Fabric.Board(0)["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 4}}};
+  m_Fabric.AddFault({{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"skip", 1}, {"times", 1}, {"hang", 4}});
+  m_Fabric.Write();
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(kLong);
+  ASSERT_TRUE(AwaitHangingWorker());
+  library.Terminate();
+  m_Fabric.Board(0)["present"] = false;
+  m_Fabric.Board(1)["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 1}}};
+  m_Fabric.Write();
+  library.Start(kLong);
+  ASSERT_THAT(callBacks.Await(1), ElementsAre(7));
+  // Both workers of the first discovery have gone by then.
+  EXPECT_TRUE(Eventually([&] { return m_Log.Count("exitting") == 2; }));
+  EXPECT_EQ(library.Ports().size(), 1u);
+}
+
+TEST_F(ControlTest, StartAgainAfterTerminate) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_FORCED);
+  for (std::size_t round = 1; round <= 2; ++round) {
+    library.Start(kLong);
+    library.Start(kLong);  // changes nothing
+    EXPECT_THAT(callBacks.Await(round), Each(6u));
+    EXPECT_EQ(library.Ports().size(), 2u);
+    library.Terminate();
+    EXPECT_TRUE(library.Ports().empty());
+  }
+  EXPECT_EQ(m_Log.Count("Discovery startup"), 2u);
+}
+
+TEST_F(ControlTest, NoCallbackAfterTerminate) {
+  Library library(m_Fabric.Path());
+  std::atomic<bool> terminated{false};
+  std::atomic<bool> late{false};
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  callBacks.Inside([&](unsigned int) { late = late || terminated; });
+  library.Start(5);
+  callBacks.Await(1);
+  library.StartDiscoveryCycle();
+  library.Terminate();
+  terminated = true;
+  EXPECT_EQ(callBacks.Await(100, Milliseconds(1500)).size(), callBacks.Reasons().size());
+  EXPECT_FALSE(late);
+}
+
+TEST_F(ControlTest, EveryCallMayBeMadeInsideTheCallback) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  std::atomic<int> forced{-1};
+  std::atomic<int> inCycle{-1};
+  std::atomic<std::size_t> ports{0};
+  callBacks.Inside([&](unsigned int) {
+    if (forced != -1) return;
+    inCycle = library.InDiscoveryCycle();
+    ports = library.Ports().size();
+    library.KillDiscoveryCycle();
+    library.ChangeDiscoveryInterval(kLong);
+    library.RegisterCallBack(nullptr, 0, nullptr);
+    library.RegisterCallBack(nullptr, 0, nullptr);
+    library.PauseDiscovery();
+    library.Startup(kLong);
+    library.Terminate();  // cannot join the thread that it runs on
+    forced = library.StartDiscoveryCycle();
+  });
+  library.Start(kLong);
+  callBacks.Await(1);
+  EXPECT_EQ(inCycle, 0);
+  EXPECT_EQ(ports, 2u);
+  EXPECT_EQ(forced, 1);
+  EXPECT_TRUE(Eventually([&] { return m_Log.Count(kDone) >= 2; }));
+  library.Terminate();
+  EXPECT_TRUE(m_Log.Has("Discovery terminated"));
+}
+
+// A callback waits for a walk; the walker stops discovery, which waits for the callback.
+TEST_F(ControlTest, WalkerMayTerminateWhileACallbackWantsToWalk) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(kLong);
+  callBacks.Await(1);
+  std::promise<void> entered;
+  callBacks.Inside([&](unsigned int) {
+    entered.set_value();
+    hba_discovery_info record;
+    EXPECT_EQ(library.GetFirstHba(&record), 0);
+  });
+  hba_discovery_info record;
+  ASSERT_EQ(library.GetFirstHba(&record), 2);
+  library.StartDiscoveryCycle();
+  entered.get_future().wait();
+  library.Terminate();
+  EXPECT_EQ(library.GetNextHba(&record), 0);
+  EXPECT_EQ(callBacks.Reasons().size(), 2u);
+}
+
+TEST_F(ControlTest, ManyThreadsControlAtOnce) {
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.Start(kLong);
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 2; ++i) {
+      threads.emplace_back([&] { library.StartDiscoveryCycle(); });
+      threads.emplace_back([&] { library.KillDiscoveryCycle(); });
+      threads.emplace_back([&] { library.PauseDiscovery(); });
+      threads.emplace_back([&] { library.ChangeDiscoveryInterval(10); });
+      threads.emplace_back([&] { library.Startup(kLong); });
+    }
+  }
+  library.StartDiscoveryCycle();
+  library.Terminate();
+  EXPECT_EQ(library.InDiscoveryCycle(), 0);
+  EXPECT_TRUE(m_Log.Has("Discovery terminated"));
+}
+
+}  // namespace
+}  // namespace systemtest

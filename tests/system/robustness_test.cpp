@@ -1,0 +1,209 @@
+// Bad settings, bad providers, and repetition.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/system/Fabric.h"
+
+namespace systemtest {
+namespace {
+
+constexpr char kFc[] = "1000000000000001";
+constexpr char kNic[] = "1000000000000002";
+constexpr char kIscsi[] = "1000000000000003";
+
+std::vector<json> ThreeKinds() {
+  json fc = FcBoard(kFc);
+  fc["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 40}}};
+  fc["virtual_ports"] = {{{"wwpn", "1100000000000001"}, {"count", 2}}};
+  return {fc, NicBoard(kNic), IscsiBoard(kIscsi)};
+}
+
+// Loads the library, runs its first cycle and returns the ports.
+std::map<std::string, hba_discovery_info_V3> DiscoverOnce(const Fabric& fabric) {
+  Library library(fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_FORCED);
+  library.Start(3600);
+  EXPECT_EQ(callBacks.Await(1).size(), 1u);
+  auto ports = library.Ports();
+  library.Terminate();
+  return ports;
+}
+
+// ---- Settings
+
+class SettingsTest : public testing::TestWithParam<std::pair<const char*, void (*)()>> {};
+
+TEST_P(SettingsTest, DiscoveryRunsAllTheSame) {
+  const Log log;
+  GetParam().second();
+  EXPECT_EQ(DiscoverOnce(Fabric(ThreeKinds())).size(), 3u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadFiles, SettingsTest,
+    testing::Values(
+        std::pair{"Missing", +[] { std::filesystem::remove(kSettingsPath); }},
+        std::pair{"IsAFolder",
+                  +[] {
+                    std::filesystem::remove(kSettingsPath);
+                    std::filesystem::create_directory(kSettingsPath);
+                  }},
+        std::pair{
+            "OverLongLines",
+            +[] { WriteFile(kSettingsPath, std::string(100'000, 'x') + ":1\n" + std::string(5000, ':')); }},
+        std::pair{"Garbage",
+                  +[] { WriteFile(kSettingsPath, std::string("\0\xff\x01:\n::\nDISCO_LOG_MODE:zz\n", 21)); }},
+        std::pair{"LogPathIsAFolder",
+                  +[] { WriteFile(kSettingsPath, "DISCO_LOG_MODE:7\nDISCO_LOG_PATH:/etc\n"); }},
+        std::pair{"LogPathIsAPipe",
+                  +[] {
+                    mkfifo("/run/lock/pipe", 0600);
+                    WriteFile(kSettingsPath, "DISCO_LOG_MODE:7\nDISCO_LOG_PATH:/run/lock/pipe\n");
+                  }},
+        std::pair{"NoWorkers", +[] { WriteFile(kSettingsPath, "DISCO_MAX_THREADS:0\n"); }},
+        std::pair{"NegativeWorkers", +[] { WriteFile(kSettingsPath, "DISCO_MAX_THREADS:-3\n"); }}),
+    [](const auto& test) { return test.param.first; });
+
+TEST(LogTest, LinesFollowTheMask) {
+  const Log log(0x200);
+  DiscoverOnce(Fabric(ThreeKinds()));
+  EXPECT_THAT(log.Text(), testing::MatchesRegex(
+                              "\n\\[ ../../.. ..:..:..: DRAXONITE DISCOVERY VERSION 14\\.0\\.326\\.24 \\]\n\n"
+                              "..:..:..: In-Band Discovery: Doing full discovery cycle\n"
+                              "..:..:..: \\*\\* DISCOVERY CYCLE DONE Adapter Ports=3 \\*\\*\n\n"));
+}
+
+TEST(LogTest, StaysClosedWithoutAPath) {
+  const Log log;
+  WriteFile(kSettingsPath, "DISCO_LOG_MODE:0x3FF\n");
+  DiscoverOnce(Fabric(ThreeKinds()));
+  EXPECT_TRUE(log.Text().empty());
+  EXPECT_FALSE(std::filesystem::exists("hbadisco.log"));
+}
+
+TEST(LogTest, LinesOfAPortBearItsName) {
+  const Log log(0x002);
+  DiscoverOnce(Fabric(std::vector<json>{FcBoard(kFc)}));
+  EXPECT_TRUE(log.Has(":  HBA 10:00:00:00:00:00:00:01 -  MergeLists: Adding adapter on system testhost\n"));
+}
+
+struct WorkersRow {
+  const char* name;
+  const char* setting;
+  unsigned int workers;
+};
+
+class WorkersTest : public testing::TestWithParam<WorkersRow> {};
+
+TEST_P(WorkersTest, LimitTakesOneToFifteen) {
+  const Log log(0x3FF, std::string("DISCO_MAX_THREADS:") + GetParam().setting + "\n");
+  std::vector<json> boards;
+  for (int i = 10; i < 30; ++i) boards.push_back(FcBoard("10000000000000" + std::to_string(i)));
+  EXPECT_EQ(DiscoverOnce(Fabric(boards)).size(), 20u);
+  EXPECT_EQ(log.Count(" started\n"), GetParam().workers);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, WorkersTest,
+                         testing::Values(WorkersRow{"One", "1", 1}, WorkersRow{"Hexadecimal", "0xA", 10},
+                                         WorkersRow{"Sixteen", "16", 15}),
+                         [](const auto& test) { return test.param.name; });
+
+// ---- Providers
+
+struct FaultRow {
+  const char* name;
+  json fault;
+  std::size_t ports;     // that are found all the same
+  unsigned int targets;  // of the Fibre Channel port
+};
+
+class ProviderTest : public testing::TestWithParam<FaultRow> {};
+
+TEST_P(ProviderTest, OneBadAnswerCostsNoOtherPort) {
+  const Log log;
+  Fabric fabric(ThreeKinds());
+  fabric.AddFault(GetParam().fault);
+  fabric.Write();
+  const auto ports = DiscoverOnce(fabric);
+  EXPECT_EQ(ports.size(), GetParam().ports);
+  if (ports.count(kFc) != 0) {
+    EXPECT_EQ(ports.at(kFc).base.base.targetCount, GetParam().targets);
+  }
+}
+
+constexpr unsigned int kAbsurd = 0xFFFFFFFF;
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, ProviderTest,
+    testing::Values(
+        FaultRow{"AbsurdBoardCount", {{"call", "RM_GetAllLocalHBAInstances"}, {"claim_count", kAbsurd}}, 3, 40},
+        FaultRow{"AbsurdBoardRoom",
+                 {{"call", "RM_GetAllLocalHBAInstances"}, {"claim_count", kAbsurd}, {"status", 7}},
+                 0,
+                 0},
+        FaultRow{"AbsurdNodeCount", {{"call", "RM_GetAllNodeInfo"}, {"claim_count", kAbsurd}}, 3, 0},
+        FaultRow{"AbsurdVPortCount", {{"call", "RM_VPList"}, {"claim_count", kAbsurd}, {"status", 7}}, 3, 40},
+        FaultRow{"AbsurdVPortTargetCount", {{"call", "RM_VPListTargets"}, {"claim_count", kAbsurd}}, 3, 40},
+        FaultRow{
+            "AbsurdFunctionCount", {{"call", "RM_GetVirtualFunctionList"}, {"claim_count", kAbsurd}}, 3, 40},
+        FaultRow{"AbsurdIscsiCount", {{"call", "RM_iSCSI_GetTargets"}, {"claim_count", kAbsurd}}, 3, 40},
+        FaultRow{"LockedBoard", {{"call", "RM_GetLocalHBAInfoV4"}, {"port", kFc}, {"status", 64}}, 2, 0},
+        FaultRow{"BoardLockedTwice",
+                 {{"call", "RM_GetLocalHBAInfoV4"}, {"port", kFc}, {"status", 64}, {"times", 2}},
+                 3,
+                 40},
+        FaultRow{
+            "UnknownBoardStatus", {{"call", "RM_GetLocalHBAInfoV4"}, {"port", kNic}, {"status", 4711}}, 2, 40},
+        FaultRow{"NoIscsiNames",
+                 {{"call", "RM_iSCSI_GetInitiatorProperties"}, {"port", kIscsi}, {"status", 1}},
+                 2,
+                 40},
+        FaultRow{"UnknownNodeStatus", {{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"status", 4711}}, 3, 0},
+        FaultRow{"NodesBusyFourTimes",
+                 {{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"status", 303}, {"skip", 1}, {"times", 4}},
+                 3,
+                 40},
+        FaultRow{"EverythingUnknown", {{"call", "*"}, {"status", 2'000'000'000}}, 0, 0}),
+    [](const auto& test) { return test.param.name; });
+
+// ---- Repetition
+
+TEST(RepetitionTest, StartAndStopAHundredTimes) {
+  const Log log;
+  Fabric fabric(ThreeKinds());
+  Library library(fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  for (int round = 0; round < 100; ++round) {
+    library.Start(3600);
+    // Stopped at every stage of the first cycle.
+    const std::size_t enough = static_cast<std::size_t>(round % 10) * 2;
+    Eventually([&] { return log.Count("discovery list") >= enough || !callBacks.Reasons().empty(); },
+               Milliseconds(50));
+    library.Terminate();
+  }
+  EXPECT_EQ(log.Count("Discovery startup"), 100u);
+  EXPECT_EQ(log.Count("Discovery terminated"), 100u);
+  library.Start(3600);
+  EXPECT_FALSE(callBacks.Await(1).empty());
+  EXPECT_EQ(library.Ports().size(), 3u);
+}
+
+TEST(RepetitionTest, LastReferenceMayGoWhileDiscoveryRuns) {
+  const Log log;
+  Fabric fabric(ThreeKinds());
+  Library(fabric.Path()).Start(3600);
+  // The library stays in place, so its threads do too.
+  Library library;
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  EXPECT_TRUE(Eventually([&] { return log.Has("CYCLE DONE"); }));
+  EXPECT_EQ(library.Ports().size(), 3u);
+  EXPECT_EQ(log.Count("VERSION"), 1u);
+}
+
+}  // namespace
+}  // namespace systemtest

@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "thread/zyl_thread.h"
+
+namespace {
+
+constinit CZylThreadLock gs_Global;
+static_assert(std::is_trivially_destructible_v<CZylThreadLock>, "a global lock outlives static destruction");
+
+// A function of its own, so that the analysis sees one balanced attempt.
+bool IsFree(CZylThreadLock& lock) {
+  if (!lock.TryLock()) return false;
+  lock.ReleaseLock();
+  return true;
+}
+
+bool IsFreeForAnother(CZylThreadLock& lock) {
+  bool free = false;
+  std::thread([&] { free = IsFree(lock); }).join();
+  return free;
+}
+
+TEST(Lock, IsHeldForTheGuardsScopeOnly) {
+  {
+    const CZylLockGuard guard(gs_Global);
+    EXPECT_FALSE(IsFreeForAnother(gs_Global));
+    EXPECT_FALSE(IsFree(gs_Global)) << "a try on the thread that holds it";
+  }
+  EXPECT_TRUE(IsFreeForAnother(gs_Global));
+}
+
+TEST(Lock, ExcludesThreads) {
+  CZylThreadLock lock;
+  int count = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 10000; ++round) {
+        const CZylLockGuard guard(lock);
+        ++count;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(count, 40000);
+}
+
+#ifndef NDEBUG
+void TakeTwice(CZylThreadLock& lock) NO_THREAD_SAFETY_ANALYSIS {
+  lock.GetLock();
+  lock.GetLock();
+}
+
+void ReleaseUnheld(CZylThreadLock& lock) NO_THREAD_SAFETY_ANALYSIS {
+  lock.ReleaseLock();
+}
+
+TEST(LockDeathTest, MisuseAbortsADebugBuild) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  CZylThreadLock lock;
+  EXPECT_DEATH(TakeTwice(lock), "taken twice by one thread");
+  EXPECT_DEATH(ReleaseUnheld(lock), "released by a thread that does not hold it");
+  const CZylLockGuard guard(lock);
+  EXPECT_DEATH(std::thread([&] { ReleaseUnheld(lock); }).join(), "released by a thread that does not hold it");
+}
+#endif
+
+}  // namespace

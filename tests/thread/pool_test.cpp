@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/thread/no_new_threads.h"
+#include "tests/thread/wait_until.h"
+#include "thread/zyl_thread_pool.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// What the workers of a test share.
+struct Job {
+  std::atomic<int> running{0};
+  std::atomic<int> jobsDone{0};
+  std::atomic<int> inJob{0};
+  std::atomic<bool> hold{false};  // jobs last until it is false or the worker is disabled
+  std::atomic<bool> deaf{false};  // jobs do not look whether they are disabled
+};
+
+void DoJob(CZylTpThread* thread, Job& job) {
+  ++job.inJob;
+  while (job.hold && (job.deaf || thread->IsEnabled() != 0)) ZylSleep(1000);
+  --job.inJob;
+  if (thread->IsEnabled() != 0) ++job.jobsDone;
+}
+
+// A worker that does one job per wake-up.
+void Work(CZylTpThread* thread, void* arg) {
+  auto& job = *static_cast<Job*>(arg);
+  ++job.running;
+  while (thread->Terminated() == 0) {
+    thread->WaitForSignal(0xFFFFFFFF);
+    if (thread->Terminated() != 0) break;
+    if (thread->IsEnabled() != 0) DoJob(thread, job);
+    thread->SetIdle();
+  }
+  thread->SetIdle();
+  --job.running;
+}
+
+class Pool : public testing::Test {
+ protected:
+  void Adjust(unsigned int count) { m_Pool->AdjustThreadCount(count, Work, m_Job, 0); }
+  bool WaitForRunning(int count) {
+    return WaitUntil([&] { return m_Job->running == count; });
+  }
+  bool WaitForIdle() {
+    return WaitUntil([&] { return m_Pool->AllThreadsIdle() != 0; });
+  }
+  void StartHeldJobs(unsigned int count) {
+    m_Job->hold = true;
+    Adjust(count);
+    m_Pool->EnableThreads();
+    ASSERT_TRUE(WaitUntil([&] { return m_Job->inJob == static_cast<int>(count); }));
+  }
+
+  std::shared_ptr<Job> m_Job = std::make_shared<Job>();
+  std::unique_ptr<CZylThreadPool> m_Pool = std::make_unique<CZylThreadPool>();
+};
+
+TEST_F(Pool, WithoutWorkersIsIdleAndStopsNothing) {
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
+  m_Pool->EnableThreads();
+  m_Pool->DisableThreads();
+  m_Pool->TerminateThreads();
+  m_Pool->TerminateThreadsImmediate();
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
+}
+
+TEST_F(Pool, CountIsClampedAndShrinkingTakesOneSlice) {
+  Adjust(40);
+  ASSERT_TRUE(WaitForRunning(15));
+  const Stopwatch stopwatch;
+  Adjust(3);
+  EXPECT_EQ(m_Job->running, 3) << "the others have been joined";
+  EXPECT_LT(stopwatch.Elapsed(), milliseconds(3000))
+      << "asked one by one, in-phase workers would take twelve slices";
+  Adjust(0xFFFFFFFF);
+  EXPECT_EQ(m_Job->running, 0);
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
+}
+
+TEST_F(Pool, WorkersWaitUntilEnabledAndWorkAgainEachTime) {
+  Adjust(4);
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1) << "new workers are not busy";
+  for (int round = 1; round <= 2; ++round) {
+    m_Pool->EnableThreads();
+    EXPECT_EQ(m_Pool->AllThreadsIdle(), 0) << "busy from the moment they are enabled";
+    ASSERT_TRUE(WaitForIdle());
+    EXPECT_EQ(m_Job->jobsDone, 4 * round);
+  }
+  m_Pool->TerminateThreads();
+  EXPECT_EQ(m_Job->running, 0);
+  EXPECT_EQ(m_Job.use_count(), 1) << "joined workers have given their argument back";
+}
+
+TEST_F(Pool, DisableCutsAJobShortButOnlyTheWorkerSaysIdle) {
+  m_Job->deaf = true;
+  StartHeldJobs(2);
+  m_Pool->DisableThreads();
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 0);
+  m_Job->deaf = false;
+  ASSERT_TRUE(WaitForIdle());
+  EXPECT_EQ(m_Job->jobsDone, 0);
+  m_Job->hold = false;
+}
+
+TEST_F(Pool, WorkersThatStayKeepTheirArgument) {
+  Adjust(1);
+  const auto other = std::make_shared<Job>();
+  m_Pool->AdjustThreadCount(1, Work, other, 0);
+  EXPECT_EQ(other.use_count(), 1);
+  m_Pool->AdjustThreadCount(2, Work, other, 0);
+  m_Pool->EnableThreads();
+  ASSERT_TRUE(WaitForIdle());
+  EXPECT_EQ(m_Job->jobsDone, 1);
+  EXPECT_EQ(other->jobsDone, 1);
+}
+
+TEST_F(Pool, StuckWorkersHoldNobodyUpAndKeepWhatTheyUse) {
+  m_Job->deaf = true;
+  StartHeldJobs(3);
+  const Stopwatch stopwatch;
+  m_Pool->TerminateThreadsImmediate();
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
+
+  const auto next = std::make_shared<Job>();
+  m_Pool->AdjustThreadCount(2, Work, next, 0);
+  m_Pool->EnableThreads();
+  ASSERT_TRUE(WaitForIdle());
+  EXPECT_EQ(next->jobsDone, 2);
+  m_Pool->TerminateThreadsImmediate();
+  m_Pool.reset();
+  EXPECT_LT(stopwatch.Elapsed(), milliseconds(4000));
+
+  const std::weak_ptr<Job> watch = m_Job;
+  Job* const job = m_Job.get();
+  m_Job.reset();
+  ASSERT_FALSE(watch.expired()) << "still used by the stuck workers";
+  EXPECT_EQ(job->inJob, 3);
+  job->hold = false;
+  EXPECT_TRUE(WaitUntil([&] { return watch.expired(); }));
+}
+
+TEST_F(Pool, LeavesNoThreadBehind) {
+  const auto threads = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
+  std::thread([] {}).join();  // a sanitizer adds a thread of its own with the first one
+  const auto before = threads();
+  Adjust(2);
+  m_Pool->TerminateThreads();
+  m_Pool.reset();  // its terminator has a thread too
+  EXPECT_TRUE(WaitUntil([&] { return threads() <= before; }));
+}
+
+TEST_F(Pool, WorkerWithoutThreadIsNeverBusy) {
+  testing::internal::CaptureStdout();
+  {
+    Adjust(0);  // the terminator has its thread
+    const NoNewThreads none;
+    Adjust(2);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "ERROR: CZylThread::Create: pthread_create\nERROR: CZylThread::Create: pthread_create\n");
+  EXPECT_EQ(m_Job.use_count(), 1) << "the argument went with the thread that never was";
+  m_Pool->EnableThreads();
+  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
+  m_Pool->TerminateThreads();
+}
+
+TEST_F(Pool, WorkerLostToAnExceptionIsIdle) {
+  m_Pool->AdjustThreadCount(
+      1,
+      [](CZylTpThread* thread, void*) {
+        thread->WaitForSignal(0xFFFFFFFF);
+        throw std::runtime_error("lost");
+      },
+      nullptr, 0);
+  m_Pool->EnableThreads();
+  EXPECT_TRUE(WaitForIdle());
+}
+
+}  // namespace

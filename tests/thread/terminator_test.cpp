@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "tests/thread/wait_until.h"
+#include "thread/thread_terminator.h"
+
+namespace {
+
+// A thread that shares itself with its routine, as pool workers do, and ends when it is let out.
+class StuckThread : public CZylThread {
+ public:
+  static std::shared_ptr<StuckThread> Start() {
+    auto thread = std::make_shared<StuckThread>();
+    thread->Create(Run, new std::shared_ptr<StuckThread>(thread), 0, 0);
+    return thread;
+  }
+
+  void LetOut() { m_Out = true; }
+
+ private:
+  static void* Run(void* arg) {
+    const std::unique_ptr<std::shared_ptr<StuckThread>> self(static_cast<std::shared_ptr<StuckThread>*>(arg));
+    WaitUntil([&] { return (*self)->m_Out.load(); }, std::chrono::seconds(50));
+    return nullptr;
+  }
+
+  std::atomic<bool> m_Out{false};
+};
+
+// Hands a thread over; what is left is the means to let it out and to see it go.
+std::weak_ptr<StuckThread> HandOver(CThreadTerminator& terminator) {
+  auto thread = StuckThread::Start();
+  const std::weak_ptr<StuckThread> watch = thread;
+  terminator.TerminateThread(std::move(thread));
+  return watch;
+}
+
+void LetOut(const std::weak_ptr<StuckThread>& watch) {
+  if (const auto thread = watch.lock()) thread->LetOut();
+}
+
+bool IsDropped(CThreadTerminator& terminator, const std::weak_ptr<StuckThread>& watch) {
+  return WaitUntil([&] {
+    terminator.Signal();  // sweeps now, not at the next retry
+    return watch.expired();
+  });
+}
+
+TEST(Terminator, GrowsByTenAndUsesTheFirstFreeSlot) {
+  const auto terminator = CThreadTerminator::Start();
+  std::vector<std::weak_ptr<StuckThread>> threads;
+  for (int i = 0; i < 20; ++i) threads.push_back(HandOver(*terminator));
+  EXPECT_EQ(terminator->Capacity(), 20u);
+  threads.push_back(HandOver(*terminator));
+  EXPECT_EQ(terminator->Capacity(), 30u);
+
+  for (int i = 0; i < 10; ++i) LetOut(threads[static_cast<std::size_t>(i)]);
+  for (int i = 0; i < 10; ++i) EXPECT_TRUE(IsDropped(*terminator, threads[static_cast<std::size_t>(i)]));
+  for (int i = 0; i < 19; ++i) threads.push_back(HandOver(*terminator));
+  EXPECT_EQ(terminator->Capacity(), 30u) << "freed slots are used again";
+
+  for (const auto& thread : threads) LetOut(thread);
+  for (const auto& thread : threads) EXPECT_TRUE(IsDropped(*terminator, thread));
+  terminator->Terminate();
+}
+
+TEST(Terminator, AStuckThreadDelaysNoOther) {
+  const auto terminator = CThreadTerminator::Start();
+  const auto stuck = HandOver(*terminator);
+  EXPECT_EQ(stuck.lock()->Terminated(), 1);
+  const auto other = HandOver(*terminator);
+  LetOut(other);
+  EXPECT_TRUE(IsDropped(*terminator, other));
+  EXPECT_FALSE(stuck.expired());
+  // Stopped, it leaves the thread to itself.
+  terminator->Terminate();
+  EXPECT_FALSE(stuck.expired());
+  LetOut(stuck);
+}
+
+TEST(Terminator, LetGoItLivesOnUntilItsLastThreadHasEnded) {
+  auto terminator = CThreadTerminator::Start();
+  const auto stuck = HandOver(*terminator);
+  const std::weak_ptr<CThreadTerminator> watch = terminator;
+  terminator->Finish();
+  terminator.reset();
+  EXPECT_FALSE(WaitUntil([&] { return watch.expired(); }, std::chrono::seconds(1)));
+  LetOut(stuck);
+  EXPECT_TRUE(WaitUntil([&] { return stuck.expired() && watch.expired(); })) << "found by the retry alone";
+}
+
+}  // namespace

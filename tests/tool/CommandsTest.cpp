@@ -1,0 +1,301 @@
+// The commands on a double of the library: what is written, and the exit codes.
+#include "tools/hbadisc/Commands.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "tests/tool/FakeLibrary.h"
+#include "tools/hbadisc/JsonWriter.h"
+#include "tools/hbadisc/Watch.h"
+
+namespace hbadisc {
+namespace {
+
+constexpr unsigned int kChanged = HBADISC_REASON_EVERY_CYCLE | HBADISC_REASON_CHANGED;
+
+class TextOutput : public Output {
+ public:
+  TextOutput() : Output(-1) {}
+  void Write(std::string_view text) override { m_Text += text; }
+  bool HasReader() const override { return true; }
+  const std::string& Text() const { return m_Text; }
+
+ private:
+  std::string m_Text;
+};
+
+class CommandsTest : public testing::Test {
+ protected:
+  int Run(Command command, Format format, const char* wwpn = "0000000000000000") {
+    m_Options.command = command;
+    m_Options.format = format;
+    m_Options.wwpn = ParseWwn(wwpn).value();
+    m_Output = std::make_unique<TextOutput>();
+    Messages messages(-1);
+    return RunCommand(m_Options, *m_Output, messages);
+  }
+
+  Json Document() const { return Json::parse(m_Output->Text()); }
+
+  std::vector<Json> Lines() const {
+    std::vector<Json> lines;
+    std::istringstream stream(m_Output->Text());
+    for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
+    return lines;
+  }
+
+  Options m_Options;
+  std::unique_ptr<TextOutput> m_Output;
+};
+
+constexpr char kFirst[] = "10000090fa000001";
+
+fake::Port PortWithTargets() {
+  fake::Port port = fake::MakePort(1);
+  port.targets = {fake::MakeFcTarget(1)};
+  port.vports = {fake::MakeVPort(1, {fake::MakeFcTarget(2)})};
+  return port;
+}
+
+TEST_F(CommandsTest, ListsPorts) {
+  const fake::Step found{.ports = {fake::MakePort(1), fake::MakePort(2)}};
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 0);
+  EXPECT_EQ(Document()["format_version"], 1);
+  EXPECT_EQ(Document()["complete"], true);
+  EXPECT_TRUE(Document()["error"].is_null());
+  EXPECT_EQ(Document()["ports"].size(), 2U);
+
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::List, Format::JsonLines), 0);
+  ASSERT_EQ(Lines().size(), 2U);
+  EXPECT_EQ(Lines()[1]["format_version"], 1);
+  EXPECT_EQ(Lines()[1]["wwpn"], "0x10000090fa000002");
+
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::List, Format::Table), 0);
+  EXPECT_NE(m_Output->Text().find("10:00:00:90:fa:00:00:02"), std::string::npos);
+}
+
+TEST_F(CommandsTest, NothingFoundIsNoFailure) {
+  fake::SetScript({{}});
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 0);
+  EXPECT_EQ(Document()["ports"], Json::array());
+  fake::SetScript({{}});
+  EXPECT_EQ(Run(Command::List, Format::Table), 0);
+  EXPECT_EQ(m_Output->Text(), "");
+}
+
+TEST_F(CommandsTest, WaitsForTheEndOfTheFirstCycle) {
+  fake::SetScript({{.reason = 20, .ports = {fake::MakePort(1)}, .awaitWalk = false},
+                   {.ports = {fake::MakePort(1), fake::MakePort(2)}}});
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 0);
+  EXPECT_EQ(Document()["ports"].size(), 2U);
+}
+
+TEST_F(CommandsTest, ShowsOnePortAndItsTargets) {
+  fake::SetScript({{.ports = {PortWithTargets(), fake::MakePort(2)}}});
+  EXPECT_EQ(Run(Command::Show, Format::JsonDocument, kFirst), 0);
+  EXPECT_EQ(Document()["port"]["wwpn"], "0x10000090fa000001");
+  EXPECT_EQ(Document()["port"]["targets"].size(), 1U);
+
+  fake::SetScript({{.ports = {PortWithTargets(), fake::MakePort(2)}}});
+  EXPECT_EQ(Run(Command::Targets, Format::JsonDocument, kFirst), 0);
+  EXPECT_EQ(Document()["port"], "0x10000090fa000001");
+  EXPECT_EQ(Document()["targets"][0]["wwpn"], "0x5000000000000001");
+  EXPECT_EQ(Document()["vports"][0]["targets"][0]["wwpn"], "0x5000000000000002");
+
+  fake::SetScript({{.ports = {PortWithTargets(), fake::MakePort(2)}}});
+  EXPECT_EQ(Run(Command::Targets, Format::JsonLines, kFirst), 0);
+  ASSERT_EQ(Lines().size(), 2U);
+  EXPECT_EQ(Lines()[1]["vport"], "0x3000000000000001");
+}
+
+TEST_F(CommandsTest, UnknownPort) {
+  fake::SetScript({{.ports = {PortWithTargets()}}});
+  EXPECT_EQ(Run(Command::Show, Format::JsonDocument, "3000000000000001"), 4);
+  EXPECT_TRUE(Document()["port"].is_null());
+  EXPECT_EQ(Document()["error"],
+            "there is no port 30:00:00:00:00:00:00:01; it is a virtual port of 10:00:00:90:fa:00:00:01");
+
+  fake::SetScript({{.ports = {fake::MakePort(2)}}});
+  EXPECT_EQ(Run(Command::Targets, Format::JsonDocument, kFirst), 4);
+  EXPECT_EQ(Document()["targets"], Json::array());
+  EXPECT_EQ(Document()["vports"], Json::array());
+
+  fake::SetScript({{.ports = {fake::MakePort(2)}}});
+  EXPECT_EQ(Run(Command::Targets, Format::Table, kFirst), 4);
+  EXPECT_EQ(m_Output->Text(), "");
+}
+
+TEST_F(CommandsTest, TheTimeLimitRunsOut) {
+  m_Options.timeout = std::chrono::seconds(1);
+  const fake::Step going{.reason = 20, .ports = {fake::MakePort(1)}, .awaitWalk = false};
+  fake::SetScript({going});
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 3);
+  EXPECT_EQ(Document()["complete"], false);
+  EXPECT_TRUE(Document()["error"].is_string());
+  EXPECT_EQ(Document()["ports"].size(), 1U);
+
+  m_Options.timeout = std::chrono::seconds(0);
+  fake::SetScript({});
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 1);
+  EXPECT_EQ(Document()["ports"], Json::array());
+
+  fake::SetScript({});
+  EXPECT_EQ(Run(Command::Show, Format::JsonDocument, kFirst), 1);
+  EXPECT_TRUE(Document()["port"].is_null());
+
+  fake::SetScript({});
+  EXPECT_EQ(Run(Command::Watch, Format::JsonDocument), 1);
+  EXPECT_EQ(Document()["events"], Json::array());
+  EXPECT_EQ(Document()["complete"], false);
+}
+
+TEST_F(CommandsTest, AProviderWithoutAChoice) {
+  m_Options.source = {SourceKind::Fabric, "lab.json"};
+  for (const Command command : {Command::List, Command::Watch}) {
+    try {
+      Run(command, Format::JsonDocument);
+      ADD_FAILURE() << "no failure";
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.Code(), 1);
+      EXPECT_NE(std::string(failure.what()).find("--fabric"), std::string::npos);
+    }
+    EXPECT_EQ(Document()["complete"], false);
+    EXPECT_TRUE(Document()[command == Command::List ? "ports" : "events"].empty());
+  }
+  EXPECT_THROW(Run(Command::List, Format::JsonLines), Failure);
+  EXPECT_EQ(m_Output->Text(), "");
+}
+
+TEST_F(CommandsTest, WatchTellsWhatChanges) {
+  fake::Port down = fake::MakePort(1);
+  down.record.base.base.linkStatus = 2;
+  const std::vector<fake::Step> script = {{.ports = {fake::MakePort(1)}},
+                                          {.reason = kChanged, .ports = {down}},
+                                          {.reason = HBADISC_REASON_EVERY_CYCLE, .ports = {down}}};
+  m_Options.intervalSeconds = 5;
+  m_Options.callbackCount = 3;
+  fake::SetScript(script);
+  EXPECT_EQ(Run(Command::Watch, Format::JsonLines), 0);
+  EXPECT_EQ(fake::Recorded().interval, 5U);
+  EXPECT_EQ(fake::Recorded().terminates, 1);
+  const std::vector<Json> lines = Lines();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[0]["format_version"], 1);
+  EXPECT_EQ(lines[0]["changes"][0]["change"], "added");
+  ASSERT_EQ(lines[1]["changes"].size(), 1U);
+  EXPECT_EQ(lines[1]["changes"][0]["path"], Json::array({"link"}));
+  EXPECT_EQ(lines[1]["changes"][0]["before"], "up");
+  EXPECT_EQ(lines[1]["changes"][0]["after"], "down");
+  EXPECT_EQ(lines[2]["changes"], Json::array());
+  EXPECT_EQ(lines[2]["event"], 3);
+
+  fake::SetScript(script);
+  EXPECT_EQ(Run(Command::Watch, Format::JsonDocument), 0);
+  EXPECT_EQ(Document()["events"].size(), 3U);
+  EXPECT_EQ(Document()["complete"], true);
+}
+
+TEST_F(CommandsTest, WatchEndsWithASignal) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    fake::SetScript({{}, {}});
+    std::thread user([signal] {
+      while (fake::Recorded().startups == 0) std::this_thread::yield();
+      kill(getpid(), signal);
+    });
+    EXPECT_EQ(Run(Command::Watch, Format::JsonDocument), 0);
+    user.join();
+    EXPECT_TRUE(Document()["events"].is_array());
+    EXPECT_EQ(fake::Recorded().terminates, 1);
+  }
+}
+
+TEST_F(CommandsTest, WatchEndsWhenItsReaderGoesAway) {
+  std::signal(SIGPIPE, SIG_IGN);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  Output output(ends[1]);
+  Messages messages(-1);
+  m_Options.command = Command::Watch;
+  fake::SetScript({});
+  EXPECT_THROW(RunCommand(m_Options, output, messages), OutputError);
+  close(ends[1]);
+  EXPECT_EQ(fake::Recorded().terminates, 1);
+}
+
+TEST(OutputTest, FailuresOfWriting) {
+  std::signal(SIGPIPE, SIG_IGN);
+  const int full = open("/dev/full", O_WRONLY);
+  EXPECT_THAT([&] { Output(full).Write("x"); },
+              testing::ThrowsMessage<OutputError>(testing::HasSubstr("No space")));
+  close(full);
+  const int library = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  EXPECT_THROW(Output(library).Write("x"), OutputError) << "a file the starter has not given us";
+  close(library);
+  EXPECT_THROW(Output(-1).Write("x"), OutputError);
+}
+
+// The library prints words of its own, on standard output.
+TEST(OutputTest, DataStandsAlone) {
+  int data[2];
+  int words[2];
+  ASSERT_EQ(pipe(data), 0);
+  ASSERT_EQ(pipe(words), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    dup2(data[1], STDOUT_FILENO);
+    dup2(words[1], STDERR_FILENO);
+    std::puts("while it was loaded");
+    Output(ClaimStandardOutput()).Write("data");
+    std::puts("later");
+    std::fflush(stdout);
+    _exit(0);
+  }
+  close(data[1]);
+  close(words[1]);
+  char text[100] = {};
+  EXPECT_EQ(read(data[0], text, sizeof text), 4);
+  EXPECT_STREQ(text, "data");
+  EXPECT_GT(read(words[0], text, sizeof text), 0);
+  EXPECT_THAT(text, testing::HasSubstr("while it was loaded\nlater"));
+  waitpid(child, nullptr, 0);
+  close(data[0]);
+  close(words[0]);
+}
+
+TEST(SourceTest, AsksTheProvider) {
+  static std::string asked;
+  const auto lookUp = [](const char* name) -> void* {
+    if (std::string_view(name) == "RMOpen_SetSource") {
+      return reinterpret_cast<void*>(+[](const char* kind, const char* path) {
+        asked = std::string(kind) + ' ' + path;
+        return asked == "fabric bad.json" ? 1 : 0;
+      });
+    }
+    return reinterpret_cast<void*>(
+        +[](char* text, unsigned int size) { fake::SetText(text, size, "line 3: no"); });
+  };
+  ChooseSource({SourceKind::SysfsRoot, "/x"}, lookUp);
+  EXPECT_EQ(asked, "sysfs /x");
+  EXPECT_THAT(
+      [&] {
+        ChooseSource({SourceKind::Fabric, "bad.json"}, lookUp);
+      },
+      testing::ThrowsMessage<Failure>("line 3: no"));
+}
+
+}  // namespace
+}  // namespace hbadisc

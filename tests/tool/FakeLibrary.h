@@ -1,0 +1,68 @@
+// A double of the discovery library: shows scripted pictures of ports and calls back as the script says.
+//
+// It keeps the library's contract where the tool could break it: during a walk only the port it stands on is
+// known, room is respected, and a second walk while one is open ends the test.
+//
+// Thread safety: the script is set before discovery starts; afterwards everything is internally locked.
+#ifndef TESTS_TOOL_FAKELIBRARY_H_
+#define TESTS_TOOL_FAKELIBRARY_H_
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "include/hbadiscovery.h"
+
+namespace fake {
+
+struct VPort {
+  discovery_vport_info record{};
+  std::vector<RM_NodeInfoEntry> targets;
+};
+
+struct Port {
+  hba_discovery_info_V3 record{};
+  std::vector<RM_NodeInfoEntry> targets;
+  std::vector<VPort> vports;
+  std::vector<HBA_NAME> virtualFunctions;
+  std::optional<discovery_iscsi_names> iscsiNames;
+};
+
+// What is there to see from now on, and the callback that tells.
+struct Step {
+  unsigned int reason = HBADISC_REASON_EVERY_CYCLE | HBADISC_REASON_FORCED;
+  std::vector<Port> ports;
+  bool awaitWalk = true;  // the next step comes only after somebody has looked
+};
+
+// Starts over with a script; without steps there is no callback and no port.
+void SetScript(std::vector<Step> steps);
+
+struct Record {
+  unsigned int interval = 0;
+  unsigned int oobInterval = 0;
+  int localOnly = 0;
+  unsigned int eventMask = 0;
+  int startups = 0;
+  int terminates = 0;
+  bool walkOpen = false;
+};
+Record Recorded();
+
+// Ports to script with: the name's last byte is `number`.
+Port MakePort(unsigned char number, unsigned int features = 0);
+RM_NodeInfoEntry MakeFcTarget(unsigned char number);
+RM_NodeInfoEntry MakeIscsiTarget(const std::string& name, unsigned char flags);
+VPort MakeVPort(unsigned char number, std::vector<RM_NodeInfoEntry> targets);
+
+// Fills a text field, without a terminator when the text is as long as the field or longer.
+void SetText(char* field, std::size_t size, const std::string& text);
+template <std::size_t kSize>
+void SetText(char (&field)[kSize], const std::string& text) {
+  SetText(field, kSize, text);
+}
+
+}  // namespace fake
+
+#endif  // TESTS_TOOL_FAKELIBRARY_H_

@@ -1,0 +1,214 @@
+#include "tools/hbadisc/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <map>
+#include <sstream>
+
+#include "tools/hbadisc/Output.h"
+
+namespace hbadisc {
+
+namespace {
+
+constexpr char kVersion[] = "hbadisc (Draxonite Discovery) 14.0.326.24";
+
+constexpr char kDescription[] =
+    "Finds the Fibre Channel, FCoE, iSCSI, NIC and RoCE ports of this host and shows them.\n";
+
+constexpr char kFooter[] = R"(Options may stand before or after the command.
+
+Examples:
+  hbadisc list                            all ports, one line each
+  hbadisc show 10:00:00:90:fa:00:00:01    everything about one port
+  hbadisc targets 0x10000090fa000001 -j   its targets, as JSON
+  hbadisc watch --interval 10             what changes, until Ctrl-C
+  hbadisc list --fabric lab.json          ports described in a fabric file
+
+Exit codes: 0 all well, 1 failed, 2 wrong usage, 3 only a part could be shown (the
+time limit ran out first), 4 no such port.
+
+The JSON is one object with "format_version" 1; world-wide names are texts like
+"0x10000090fa000001", unknown values are null. NO_COLOR in the environment turns
+colours off.)";
+
+constexpr char kListFooter[] =
+    R"(The columns: WWPN (the port's name), WHERE (local, or seen through another host),
+KIND (FC, FCoE, iSCSI, NIC, NIC+RoCE), LINK (physical, and after "/" that of the
+function where it differs), MODEL, SYSTEM (host name), and the numbers of TARGETS,
+VPORTS (NPIV virtual ports) and VFS (SR-IOV virtual functions). "-" is unknown.
+
+Examples:
+  hbadisc list
+  hbadisc list -o jsonl | jq -r 'select(.link == "down") | .wwpn'
+
+'hbadisc --help' shows the options that every command has.)";
+
+constexpr char kShowFooter[] = R"(Example:
+  hbadisc show 10:00:00:90:fa:00:00:01
+
+'hbadisc --help' shows the options that every command has.)";
+
+constexpr char kTargetsFooter[] =
+    R"(Fibre Channel targets are shown with their names, SCSI bus, target and LUN, FCP LUN,
+device, FC address and readiness, iSCSI targets with their sessions and connection.
+The targets of NPIV virtual ports follow, port by port.
+
+Example:
+  hbadisc targets 10:00:00:90:fa:00:00:01 -o jsonl | jq .target.wwpn
+
+'hbadisc --help' shows the options that every command has.)";
+
+constexpr char kWatchFooter[] = R"(One line a look: the time, why the look was reported (forced: the first one;
+intermediate: the first one goes on; changed; no change), how many ports there are,
+and what differs from the look before. At the first line every port is new.
+
+Examples:
+  hbadisc watch
+  hbadisc watch --interval 5 --count 10
+  hbadisc watch -o jsonl | jq .changes
+
+'hbadisc --help' shows the options that every command has.)";
+
+constexpr char kWwnHelp[] =
+    "name of the port (WWPN): 16 hexadecimal digits, also after 0x or as bytes with ':' or '-' between";
+
+// A whole decimal number in [least, most], nothing else.
+std::optional<unsigned int> ParseNumber(const std::string& text, unsigned int least, unsigned int most) {
+  unsigned int number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc{} || stop != end || number < least || number > most) return std::nullopt;
+  return number;
+}
+
+CLI::Validator NumberIn(unsigned int least, unsigned int most) {
+  return CLI::Validator(
+      [least, most](const std::string& text) -> std::string {
+        if (ParseNumber(text, least, most)) return {};
+        return "'" + text + "' is not a whole number from " + std::to_string(least) + " to " +
+               std::to_string(most);
+      },
+      "");
+}
+
+CLI::Validator WwnText() {
+  return CLI::Validator(
+      [](const std::string& text) -> std::string {
+        if (ParseWwn(text)) return {};
+        return "'" + text +
+               "' is no world-wide name: it takes 16 hexadecimal digits, also after 0x or as 8 bytes"
+               " with ':' or '-' between";
+      },
+      "");
+}
+
+// The values as CLI11 stores them, all texts.
+struct RawOptions {
+  std::optional<std::string> fabric;
+  std::optional<std::string> sysfsRoot;
+  std::string format = "table";
+  bool json = false;
+  std::string timeout = "30";
+  bool verbose = false;
+  std::string wwpn;
+  std::string interval = "90";
+  std::string count;
+};
+
+constexpr unsigned int kDay = 86400;
+
+void AddGlobalOptions(CLI::App& app, RawOptions& raw) {
+  auto* fabric = app.add_option("--fabric", raw.fabric, "look at the host that this fabric file describes");
+  auto* root = app.add_option("--sysfsroot", raw.sysfsRoot, "look at the sysfs tree below this directory");
+  fabric->type_name("FILE")->excludes(root);
+  root->type_name("DIR")->excludes(fabric);
+  auto* format = app.add_option("-o,--output", raw.format, "table, json, or jsonl (one JSON object a line)");
+  format->type_name("FORMAT")->default_str("table")->check(CLI::IsMember({"table", "json", "jsonl"}));
+  app.add_flag("-j,--json", raw.json, "the same as --output json")->excludes(format);
+  app.add_option("--timeout", raw.timeout, "how long to wait for the first look; 0: as long as it takes")
+      ->type_name("SEC")
+      ->default_str("30")
+      ->check(NumberIn(0, kDay));
+  app.add_flag("-v,--verbose", raw.verbose, "tell on standard error what goes on");
+  app.set_version_flag("-V,--version", kVersion, "show the version");
+}
+
+CLI::App* AddPortCommand(CLI::App& app, RawOptions& raw, const char* name, const char* description) {
+  CLI::App* command = app.add_subcommand(name, description);
+  command->add_option("WWPN", raw.wwpn, kWwnHelp)->type_name("")->required()->check(WwnText());
+  return command;
+}
+
+using Commands = std::map<const CLI::App*, Command>;
+
+Commands AddCommands(CLI::App& app, RawOptions& raw) {
+  CLI::App* list = app.add_subcommand("list", "All ports, one line each.");
+  list->footer(kListFooter);
+  CLI::App* show = AddPortCommand(app, raw, "show", "Everything about one port.");
+  show->footer(kShowFooter);
+  CLI::App* targets = AddPortCommand(app, raw, "targets", "The targets of one port and of its virtual ports.");
+  targets->footer(kTargetsFooter);
+  CLI::App* watch = app.add_subcommand("watch", "Look again and again, and tell what has changed.");
+  watch->add_option("--interval", raw.interval, "time between two looks, 5 or more")
+      ->type_name("SEC")
+      ->default_str("90")
+      ->check(NumberIn(5, kDay));
+  watch->add_option("--count", raw.count, "end after N lines")->type_name("N")->check(NumberIn(1, 1000000000));
+  watch->footer(kWatchFooter);
+  for (CLI::App* command : {list, show, targets, watch}) command->group("Commands");
+  return {{list, Command::List}, {show, Command::Show}, {targets, Command::Targets}, {watch, Command::Watch}};
+}
+
+Format FormatOf(const RawOptions& raw) {
+  if (raw.json || raw.format == "json") return Format::JsonDocument;
+  return raw.format == "jsonl" ? Format::JsonLines : Format::Table;
+}
+
+// Everything has been checked by the validators; a value that is missing keeps its default.
+Options Convert(const RawOptions& raw, Command command) {
+  Options options;
+  options.command = command;
+  options.format = FormatOf(raw);
+  if (raw.fabric) options.source = {SourceKind::Fabric, *raw.fabric};
+  if (raw.sysfsRoot) options.source = {SourceKind::SysfsRoot, *raw.sysfsRoot};
+  const unsigned int timeout = ParseNumber(raw.timeout, 0, kDay).value_or(0);
+  options.timeout = timeout == 0 ? std::nullopt : std::optional(std::chrono::seconds(timeout));
+  options.verbose = raw.verbose;
+  options.wwpn = ParseWwn(raw.wwpn).value_or(Wwn{});
+  options.intervalSeconds = ParseNumber(raw.interval, 0, kDay).value_or(0);
+  options.callbackCount = ParseNumber(raw.count, 0, 1000000000).value_or(0);
+  return options;
+}
+
+Notification ToNotification(const CLI::App& app, const CLI::ParseError& error) {
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    std::ostringstream text;
+    app.exit(error, text, text);
+    return {kOk, text.str()};
+  }
+  return {kUsage, error.what()};
+}
+
+}  // namespace
+
+std::variant<Options, Notification> ParseOptions(int argc, const char* const* argv) {
+  RawOptions raw;
+  CLI::App app(kDescription, "hbadisc");
+  app.footer(kFooter);
+  app.fallthrough();
+  app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+  app.require_subcommand(0, 1);
+  AddGlobalOptions(app, raw);
+  const Commands commands = AddCommands(app, raw);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return ToNotification(app, error);
+  }
+  const auto chosen = app.get_subcommands();
+  if (chosen.empty()) return Notification{kUsage, "a command is missing: list, show, targets or watch"};
+  return Convert(raw, commands.at(chosen.front()));
+}
+
+}  // namespace hbadisc

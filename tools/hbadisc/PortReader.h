@@ -1,0 +1,31 @@
+// Reads the library's records into ports.
+//
+// Thread safety: any thread, one at a time; the walk keeps the library's enumeration lock from its start to its
+// end.
+#ifndef TOOLS_HBADISC_PORTREADER_H_
+#define TOOLS_HBADISC_PORTREADER_H_
+
+#include <vector>
+
+#include "include/hbadiscovery.h"
+#include "tools/hbadisc/Port.h"
+
+namespace hbadisc {
+
+enum class Details { None, All };
+
+// Walks over all ports. With details, each port is also asked for its targets, virtual ports and functions, and
+// names, while the walk stands on it: the library knows no other port then.
+std::vector<Port> ReadPorts(Details details);
+
+// What one record says, without details.
+Port ToPort(const hba_discovery_info_V3& record);
+
+FcTarget ToFcTarget(const RM_NodeInfoEntry& record);
+
+// The iSCSI target that lies in the first bytes of a target slot.
+IscsiTarget ToIscsiTarget(const RM_NodeInfoEntry& slot);
+
+}  // namespace hbadisc
+
+#endif  // TOOLS_HBADISC_PORTREADER_H_

@@ -1,0 +1,30 @@
+// Chooses what the provider of the library looks at.
+//
+// Thread safety: functions without shared state of their own.
+#ifndef TOOLS_HBADISC_SOURCE_H_
+#define TOOLS_HBADISC_SOURCE_H_
+
+#include <functional>
+#include <string>
+
+namespace hbadisc {
+
+enum class SourceKind { ProviderDefault, Fabric, SysfsRoot };
+
+struct Source {
+  SourceKind kind = SourceKind::ProviderDefault;
+  std::string path;
+};
+
+// Finds a function of the process by its name; null when there is none.
+using SymbolLookup = std::function<void*(const char* name)>;
+
+// Tells the provider. Before discovery starts; throws Failure when it refuses or knows no choice.
+void ChooseSource(const Source& source, const SymbolLookup& lookUp);
+
+// Finds what the program and its libraries export.
+void* LookUpSymbol(const char* name);
+
+}  // namespace hbadisc
+
+#endif  // TOOLS_HBADISC_SOURCE_H_
