@@ -351,7 +351,7 @@ TEST(Ports, TextsOfARangeAreCut) {
   Bytes node(568);
   node.Put(0, 1u).Put(268, 1000u).Wwn(276, "2000000000000001").Wwn(284, "5000000000000001");
   node.Put<std::uint64_t>(296, 1000).Put(560, 0x22u);
-  for (int i = 0; i < 64; ++i) node.Text(4 + 4 * i, "1000").Text(304 + 4 * i, "1000");
+  for (std::size_t i = 0; i < 64; ++i) node.Text(4 + 4 * i, "1000").Text(304 + 4 * i, "1000");
   EXPECT_THAT(BytesOf(nodes.records[1000]), ElementsAreArray(node.Get()));
 }
 

@@ -1,6 +1,9 @@
 #include "tests/sysfs/Tree.h"
 
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -13,8 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A tree is thousands of small files, which a disk takes seconds to create; memory, if there is enough, does
-// not.
+// A tree is thousands of small files: seconds to create on a disk, none in memory, if there is enough of it.
 fs::path TemporaryPlace() {
   constexpr std::uintmax_t kEnough = std::uintmax_t{256} << 20;
   const fs::path memory = "/dev/shm";
@@ -34,6 +36,20 @@ fs::path Archive(const std::string& name) {
   return fs::exists(own) ? own : fs::path(SYSFS_EXAMPLES) / (name + ".tar.gz");
 }
 
+void Unpack(std::string archive, std::string folder) {
+  std::string program = "tar";
+  std::string unpack = "-xzf";
+  std::string into = "-C";
+  char* const arguments[] = {program.data(), unpack.data(), archive.data(),
+                             into.data(),    folder.data(), nullptr};
+  pid_t tar = 0;
+  int status = 0;
+  if (posix_spawnp(&tar, program.c_str(), nullptr, nullptr, arguments, environ) != 0 ||
+      waitpid(tar, &status, 0) != tar || status != 0) {
+    throw std::runtime_error("tar -xzf " + archive);
+  }
+}
+
 }  // namespace
 
 Tree::Tree() : m_Folder(TemporaryFolder()) {
@@ -41,8 +57,7 @@ Tree::Tree() : m_Folder(TemporaryFolder()) {
 }
 
 Tree::Tree(const std::string& name) : m_Folder(TemporaryFolder()) {
-  const std::string command = "tar -xzf '" + Archive(name).string() + "' -C '" + m_Folder.string() + "'";
-  if (std::system(command.c_str()) != 0) throw std::runtime_error(command);
+  Unpack(Archive(name), m_Folder);
 }
 
 Tree::~Tree() {

@@ -107,7 +107,7 @@ class Refresh {
   std::uint32_t Number(unsigned int id) const { return Get<std::uint32_t>(id); }
   void CopyText(unsigned int id, char* field, std::size_t most) const {
     const std::string text = Get<std::string>(id);
-    std::memcpy(field, text.data(), std::min(text.size(), most));
+    std::copy_n(text.begin(), std::min(text.size(), most), field);
   }
   void CopyName(unsigned int id, std::uint8_t* field) const {
     const Wwn name = Get<Wwn>(id);

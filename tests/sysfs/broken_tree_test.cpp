@@ -178,9 +178,9 @@ TEST_F(Broken, TooFewDescriptorsIsTryAgain) {
   ASSERT_GE(firstFree, 0);
   close(firstFree);
   int refused = 0;
-  for (int spare = 0; spare < 8; ++spare) {
+  for (rlim_t spare = 0; spare < 8; ++spare) {
     rlimit few = before;
-    few.rlim_cur = static_cast<rlim_t>(firstFree + spare);
+    few.rlim_cur = static_cast<rlim_t>(firstFree) + spare;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     const provider::ListAnswer<unsigned int> boards = m_Host->BoardInstances();
     const provider::ListAnswer<RM_NodeInfoEntry> answer = m_Host->Nodes(kBoard0);

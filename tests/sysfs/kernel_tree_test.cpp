@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <thread>
-#include <vector>
 
 #include "provider/sysfs/SysfsHost.h"
 #include "tests/sysfs/Describe.h"
@@ -162,12 +162,11 @@ TEST(KernelTreeQuestions, AnswersSeveralCallersAtOnce) {
   const Tree tree("pci-04-npiv-active");
   const std::unique_ptr<provider::Host> host = provider::MakeSysfsHost(tree.Root(), "tester");
   const std::string alone = Describe(*host);
-  std::vector<std::thread> callers;
-  for (int i = 0; i < 4; ++i) {
-    callers.emplace_back([&host, &alone]() {
-      for (int round = 0; round < 5; ++round) EXPECT_EQ(Describe(*host), alone);
-    });
-  }
+  const auto ask = [&host, &alone]() {
+    for (int round = 0; round < 5; ++round) EXPECT_EQ(Describe(*host), alone);
+  };
+  std::array<std::thread, 4> callers;
+  for (std::thread& caller : callers) caller = std::thread(ask);
   for (std::thread& caller : callers) caller.join();
 }
 

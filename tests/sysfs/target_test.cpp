@@ -28,6 +28,10 @@ class Targets : public testing::Test {
     m_Tree.Write(port + "scsi_target_id", targetId + '\n');
   }
 
+  void AddVirtualPort(const std::string& name, const std::string& wwn) {
+    m_Tree.Write(kHost0 + name + "/fc_vports/" + name + "/port_name", wwn + '\n');
+  }
+
   std::string Lun(const std::string& lun) const {
     return kHost0 + "rport-0:0-1/target0:0:0/0:0:0:" + lun + '/';
   }
@@ -117,10 +121,9 @@ TEST_F(Targets, BindTypes) {
 }
 
 TEST_F(Targets, VirtualPortsAreListedOnceAndWithoutTheirHostToo) {
-  const std::string port = kHost0 + "vport-0:0-3/fc_vports/vport-0:0-3/";
-  m_Tree.Write(port + "port_name", "0x2200525400fc0010\n");
-  m_Tree.Write(kHost0 + "vport-0:0-4/fc_vports/vport-0:0-4/port_name", "0x2200525400fc0010\n");
-  m_Tree.Write(kHost0 + "vport-1:0-5/fc_vports/vport-1:0-5/port_name", "0x2300525400fc0010\n");
+  AddVirtualPort("vport-0:0-3", "0x2200525400fc0010");
+  AddVirtualPort("vport-0:0-4", "0x2200525400fc0010");
+  AddVirtualPort("vport-1:0-5", "0x2300525400fc0010");
   const provider::Wwn wwn = Name(0x2000525400fc0010);
   const ListAnswer<RM_VPortEntry> ports = m_Host->VirtualPorts(wwn);
   ASSERT_EQ(ports.records.size(), 2u);
@@ -138,8 +141,7 @@ TEST_F(Targets, ManyTargetsNeedFewDescriptors) {
   for (std::size_t i = 0; i < kTargets; ++i) {
     const std::string number = std::to_string(1000 + i);
     AddRemotePort("rport-0:0-" + number, "0x500000000000" + number, "Online", "FCP Target", number);
-    m_Tree.Write(kHost0 + "vport-0:0-" + number + "/fc_vports/vport-0:0-" + number + "/port_name",
-                 "0x600000000000" + number);
+    AddVirtualPort("vport-0:0-" + number, "0x600000000000" + number);
   }
   rlimit before;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);

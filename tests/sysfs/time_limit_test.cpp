@@ -127,7 +127,7 @@ class ScriptedHost final : public Host {
 class TimeLimit : public testing::Test {
  protected:
   // What a call left behind ends when the gate opens; it must not outlast the test.
-  ~TimeLimit() override {
+  void TearDown() override {
     m_Scripted->Open();
     m_Limited.reset();
     std::future<void> gone = m_Scripted->Gone();

@@ -27,9 +27,7 @@ Notices::~Notices() {
 
 void Notices::Post(unsigned int reason) const noexcept {
   const int savedErrno = errno;
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  const Notice notice{now.tv_sec, reason};
+  const Notice notice{std::time(nullptr), reason};
   [[maybe_unused]] const ssize_t written = write(m_Write, &notice, sizeof notice);
   errno = savedErrno;
 }
