@@ -98,6 +98,9 @@ TEST_F(Attributes, RunningStatusSkipsOnlyWhatFollowsUntilItIsReset) {
   EXPECT_STREQ(Record().model, "model-a");
   EXPECT_EQ(m_Log.Find("GetRemotePortAttr: NO HOST NAME for HBA!").mask, 33U);
 
+  m_Port.attributes[513] = Attribute::Text("");  // no name either
+  EXPECT_EQ(Read(), 0);
+  EXPECT_STREQ(Record().manufacturer, "");
   m_Port.attributes[513] = Attribute::Text("host-a");
   m_Port.attributes.erase(514);
   EXPECT_EQ(Read(), 0);
@@ -109,10 +112,25 @@ TEST_F(Attributes, RunningStatusSkipsOnlyWhatFollowsUntilItIsReset) {
   EXPECT_EQ(m_Log.Count("GetRemotePortAttr: Could not get Model ID"), 1);
 }
 
-TEST_F(Attributes, AnEmptyHostNameIsNoHostName) {
-  m_Port.attributes[513] = Attribute::Text("");
-  EXPECT_EQ(Read(), 0);
-  EXPECT_STREQ(Record().manufacturer, "");
+TEST_F(Attributes, WhatIsMissingIsSaidAndNoFailure) {
+  m_Port.attributes[556] = Attribute::Number(2);
+  m_Port.attributes[559] = Attribute::Number(1);
+  const struct {
+    unsigned int id;
+    const char* text;
+  } cases[] = {{514, "Could not get board mfg. attribute value"},
+               {515, "Could not get HBA serial number"},
+               {535, "Could not get fabric name attribute value"},
+               {518, "Could not get node WWN attribute value"},
+               {559, "Could not get Physical Port Number attribute value"},
+               {553, "Could not get HBA port number attribute value"}};
+  for (const auto& c : cases) {
+    const auto attribute = m_Port.attributes.extract(c.id).mapped();
+    EXPECT_EQ(Read(), 0) << c.id;
+    EXPECT_EQ(m_Log.Find(std::string("GetRemotePortAttr: ") + c.text).mask, 33U) << c.id;
+    EXPECT_EQ(m_Log.Count(std::string("GetRemotePortAttr: ") + c.text), 1) << c.id;
+    m_Port.attributes[c.id] = attribute;
+  }
 }
 
 TEST_F(Attributes, SubVendorLookUpDecidesWhetherTheSerialNumberIsRead) {
