@@ -26,8 +26,7 @@ std::uint16_t SubAdapterNumber(const std::string& text) {
 
 // The first character's distance from '0', whatever character it is.
 std::uint16_t FirstDigit(const char* text) {
-  const int first = static_cast<signed char>(text[0]);
-  return first == 0 ? std::uint16_t{0} : static_cast<std::uint16_t>(first - '0');
+  return text[0] == '\0' ? std::uint16_t{0} : static_cast<std::uint16_t>(text[0] - '0');
 }
 
 hba_port_position PositionOf(const HBA_info_v4& info, unsigned int features) {

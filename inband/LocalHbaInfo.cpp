@@ -75,7 +75,7 @@ CPortInfo& CPortInfo::operator=(const CPortInfo& other) {
 }
 
 int CPortInfo::BuildDiscoPortsList(std::shared_ptr<CHbaList> mainList, std::shared_ptr<CHbaList> newList,
-                                   std::shared_ptr<CHbaList> slowList, int lite, unsigned int mark) {
+                                   const std::shared_ptr<CHbaList>& slowList, int lite, unsigned int mark) {
   m_pMainHbaList = std::move(mainList);
   m_pNewHbaList = std::move(newList);
   m_LiteDiscovery = lite;

@@ -36,7 +36,7 @@ class CPortInfo {
   // result. There is no list of ports to visit when the result is not kGoOn or when there are no boards. Lists
   // may be null where a cycle has none.
   int BuildDiscoPortsList(std::shared_ptr<CHbaList> mainList, std::shared_ptr<CHbaList> newList,
-                          std::shared_ptr<CHbaList> slowList, int lite, unsigned int mark);
+                          const std::shared_ptr<CHbaList>& slowList, int lite, unsigned int mark);
 
   // Reads m_NumLocalHbas boards. With kGoOn, and only then, m_NumLocalHbas becomes the number that could be
   // read; their records stand at the front of `boards`.

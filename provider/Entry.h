@@ -51,7 +51,7 @@ int CopyList(const ListAnswer<Record>& answer, std::uint32_t& count, void* recor
 // Copies a text into a field of `size` bytes and fills the rest with zeros; a text that long has no NUL.
 inline void CopyField(char* field, std::size_t size, const std::string& text) {
   std::memset(field, 0, size);
-  std::memcpy(field, text.data(), std::min(size, text.size()));
+  std::copy_n(text.data(), std::min(size, text.size()), field);
 }
 
 }  // namespace provider

@@ -45,6 +45,7 @@ void* RM_OpenGlobalLock(const char* name) {
   return Guarded(
       [&]() -> void* {
         if (name == nullptr) return nullptr;
+        // A number that is never followed. NOLINTNEXTLINE(performance-no-int-to-ptr)
         return reinterpret_cast<void*>(NamedLocks::Get().Open(kGlobalLock, name));
       },
       static_cast<void*>(nullptr));

@@ -31,7 +31,7 @@ CZylThreadPool::~CZylThreadPool() {
   if (m_Terminator) m_Terminator->Finish();
 }
 
-void CZylThreadPool::AdjustThreadCount(unsigned int count, WorkerProc proc, std::shared_ptr<void> arg,
+void CZylThreadPool::AdjustThreadCount(unsigned int count, WorkerProc proc, const std::shared_ptr<void>& arg,
                                        int direct) {
   constexpr int kMost = static_cast<int>(kMaxThreads);
   const auto wanted = static_cast<unsigned int>(std::clamp(static_cast<int>(count), 0, kMost));

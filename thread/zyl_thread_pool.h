@@ -60,7 +60,7 @@ class CZylThreadPool {
   // stopped and joined, the last one first. New ones run `proc(worker, arg.get())`, neither enabled nor busy,
   // and share `arg` until `proc` returns; workers that stay keep the procedure and argument they were started
   // with.
-  void AdjustThreadCount(unsigned int count, WorkerProc proc, std::shared_ptr<void> arg, int direct)
+  void AdjustThreadCount(unsigned int count, WorkerProc proc, const std::shared_ptr<void>& arg, int direct)
       EXCLUDES(m_Lock);
 
   void EnableThreads() EXCLUDES(m_Lock);

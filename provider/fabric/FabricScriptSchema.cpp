@@ -78,7 +78,7 @@ int ReadStatus(const FabricValue& value) {
 void ReadFaultCall(FabricObject& object, FabricFault& fault) {
   const FabricValue value = object.Require("call", "a call's name or \"*\"");
   std::vector<std::string_view> names = FabricCallNames();
-  names.push_back("*");
+  names.emplace_back("*");
   const std::size_t index = value.Word(names);
   if (index + 1 < names.size()) fault.call = static_cast<FabricCall>(index);
 }
@@ -145,6 +145,7 @@ std::vector<FabricEvent> ReadFabricEvents(const FabricValue& value, const Fabric
                                           FabricTotals& totals) {
   std::vector<FabricEvent> events;
   const std::vector<FabricValue> elements = value.Elements(kMostEvents);
+  events.reserve(elements.size());
   for (const FabricValue& element : elements) events.push_back(ReadEvent(element, model, totals));
   return events;
 }
@@ -152,6 +153,7 @@ std::vector<FabricEvent> ReadFabricEvents(const FabricValue& value, const Fabric
 std::vector<FabricFault> ReadFabricFaults(const FabricValue& value, const FabricModel& model) {
   std::vector<FabricFault> faults;
   const std::vector<FabricValue> elements = value.Elements(kMostFaults);
+  faults.reserve(elements.size());
   for (const FabricValue& element : elements) faults.push_back(ReadFault(element, model));
   return faults;
 }

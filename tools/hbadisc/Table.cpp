@@ -40,6 +40,7 @@ Table::Table(std::vector<Column> columns) : m_Columns(std::move(columns)), m_Wid
 
 void Table::AddRow(const std::vector<Cell>& cells) {
   std::vector<Shown> row;
+  row.reserve(cells.size());
   for (const Cell& cell : cells) row.push_back({ToTerminal(cell.text.empty() ? "-" : cell.text), cell.style});
   row.resize(m_Columns.size());
   Widen(row);
