@@ -1,5 +1,7 @@
 // One in-band cycle, from the main thread's loop to the callback.
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <exception>
 
@@ -62,6 +64,9 @@ int CHbaDiscover::DiscoveryProc() {
         disco_printf(kLogInBand, nullptr, "In-Band Discovery: cycle given up (%s)", failure.what());
         EndFailedCycle();
       }
+      // A full cycle's list lies between the listed one's records in the heap; without this its pages would
+      // stay.
+      malloc_trim(0);
       first = 0;
     }
     // The pauses inside a cycle may have used up the signal that came with a request.
