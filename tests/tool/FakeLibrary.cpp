@@ -20,7 +20,6 @@ struct State {
   std::vector<Port> ports;
   std::vector<Port> snapshot;
   std::size_t cursor = 0;
-  int walksEnded = 0;
   bool stopping = false;
   Record record;
   HBADisc_CallBack callBack = nullptr;
@@ -45,12 +44,12 @@ void RunScript() {
   for (const Step& step : std::exchange(state.steps, {})) {
     if (state.stopping) return;
     state.ports = step.ports;
-    const int walksBefore = state.walksEnded;
+    const int walksBefore = state.record.walksEnded;
     lock.unlock();
     state.callBack(step.reason, state.context);
     lock.lock();
     if (!step.awaitWalk) continue;
-    state.changed.wait(lock, [&] { return state.stopping || state.walksEnded > walksBefore; });
+    state.changed.wait(lock, [&] { return state.stopping || state.record.walksEnded > walksBefore; });
   }
 }
 
@@ -76,7 +75,7 @@ int CopyOut(const std::vector<T>& from, T* to, unsigned int* count) {
 
 void CloseWalk(State& state) {
   state.record.walkOpen = false;
-  ++state.walksEnded;
+  ++state.record.walksEnded;
   state.changed.notify_all();
 }
 

@@ -46,6 +46,7 @@ struct Record {
   unsigned int eventMask = 0;
   int startups = 0;
   int terminates = 0;
+  int walksEnded = 0;
   bool walkOpen = false;
 };
 Record Recorded();
