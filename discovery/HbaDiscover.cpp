@@ -61,6 +61,8 @@ void CHbaDiscover::Startup(unsigned int interval, int localOnly) {
   }
   try {
     if ((m_State.load() & kStateStarted) == 0) StartLocked(interval, localOnly);
+    // Also when discovery runs already: the new thread takes the requests from now on, the old one stays idle.
+    StartDirectedThread();
   } catch (...) {
     // Starting reports nothing; what could not be allocated is not started.
   }
@@ -76,6 +78,13 @@ void CHbaDiscover::StartLocked(unsigned int interval, int localOnly) {
   disco_printf(kLogStartStop, nullptr, "Discovery startup");
   disco_printf(kLogInBand, nullptr, "In-band interval = %d seconds", static_cast<int>(seconds));
   m_Interval = seconds * 1000U;
+
+  std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get();
+  if (slow == nullptr) {
+    slow = std::make_shared<CSlowHbaDiscover>();
+    m_SlowDiscoverer.Set(slow);
+  }
+  if (localOnly == 0) slow->Startup(this);
 
   AllowCallBacks(true);
   m_State.fetch_or(kStateEnabled | kStateStarted | kStateForced);
@@ -101,8 +110,12 @@ bool CHbaDiscover::LeaveStartedState() {
 void CHbaDiscover::StopLocked() {
   disco_printf(kLogStartStop, nullptr, "Terminating discovery");
   KillDiscoveryCycle(1);
+  // One that is in a cycle ends by itself and keeps itself alive until then.
+  if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Terminate();
+  m_SlowDiscoverer.Set(nullptr);
   CZylThread::Terminate();
   m_PortPool.TerminateThreadsImmediate();
+  StopDirectedThreads();
   AllowCallBacks(false);
   RM_ExitLib();
   m_WorkerParams->Clear();
@@ -116,6 +129,21 @@ void CHbaDiscover::PauseDiscovery() {
   disco_printf(kLogInBand | kLogOob, nullptr, "Discovery paused");
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateEnabled));
   KillDiscoveryCycle(0);
+  PauseSlow(1);
+}
+
+std::shared_ptr<CHbaList> CHbaDiscover::GetSlowList() const {
+  const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get();
+  return slow == nullptr ? nullptr : slow->GetHbaList();
+}
+
+void CHbaDiscover::PauseSlow(int pause) {
+  if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr)
+    slow->Pause(pause);
+}
+
+void CHbaDiscover::ResetSlow() {
+  if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Reset();
 }
 
 int CHbaDiscover::StartDiscoveryCycle() {
@@ -142,6 +170,11 @@ int CHbaDiscover::ForceCycleLocked() {
   if ((state & kStateInCycle) != 0 && !InCallBack()) {
     disco_printf(kLogInBand, nullptr, "Killing current in-band cycle");
     KillDiscoveryCycle(0);
+    if (m_SlowDiscoverer.Get() != nullptr) {
+      disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "Resetting slow discovery");
+      PauseSlow(0);
+      ResetSlow();
+    }
   }
   return RequestForcedCycle();
 }
@@ -207,6 +240,9 @@ void CHbaDiscover::ChangeDiscoveryInterval(unsigned int seconds) {
   const std::uint32_t milliseconds = seconds * 1000U;
   m_Interval = milliseconds;
   if (milliseconds != 0 && InDiscoveryCycle() == 0) Signal();
+  if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) {
+    slow->ChangeDiscoveryInterval(seconds);
+  }
 }
 
 void CHbaDiscover::FreeHbaList(SharedSlot<CHbaList>& slot) {

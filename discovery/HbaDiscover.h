@@ -13,11 +13,14 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
+#include "discovery/DiscoveryOwner.h"
 #include "discovery/HbaDiscoveryList.h"
 #include "discovery/HbaDiscoveryListSystems.h"
 #include "discovery/SharedSlot.h"
 #include "inband/PortDiscovery.h"
+#include "inband/SlowHbaDiscover.h"
 #include "thread/zyl_thread.h"
 #include "thread/zyl_thread_pool.h"
 
@@ -43,7 +46,7 @@ enum DiscoReason : unsigned int {
 
 using DiscoCallBack = void (*)(unsigned int reason, void* context);
 
-class CHbaDiscover : public CZylThread {
+class CHbaDiscover : public CZylThread, private DiscoveryOwner {
  public:
   // Reads the settings and opens the log.
   CHbaDiscover();
@@ -64,12 +67,16 @@ class CHbaDiscover : public CZylThread {
   void ChangeDiscoveryInterval(unsigned int seconds);
   void RegisterCallBack(DiscoCallBack callback, unsigned int eventMask, void* context)
       EXCLUDES(m_RegistrationLock);
-  unsigned int GetIntermediateCBInterval() const { return kIntermediateInterval; }
+  unsigned int GetIntermediateCBInterval() const override { return kIntermediateInterval; }
 
   // Calls the application back as its event mask asks for it; never two threads at once.
-  void DoCallBack(int changed, int forced, int intermediate) EXCLUDES(m_CallbackLock);
+  void DoCallBack(int changed, int forced, int intermediate) override EXCLUDES(m_CallbackLock);
   // True on a thread of ours while it runs the application's callback.
   static bool InCallBack();
+
+  // Has one known port read again: `what` is a sum of 1 attributes, 2 targets, 4 virtual ports; 0 is all. 1
+  // when the directed thread took the request, 0 when it is busy or the port is not known.
+  int DirectedDiscoveryUpdate(const HBA_NAME& wwpn, unsigned int what);
 
   // Snapshots; null when there is no current list.
   std::shared_ptr<CHbaList> GetCurrentHbaList() const;
@@ -94,6 +101,15 @@ class CHbaDiscover : public CZylThread {
   };
   // What one cycle works on.
   struct Cycle;
+  // A directed thread with its request.
+  struct Directed;
+  struct DirectedStart;
+
+  // What slow discovery asks.
+  std::shared_ptr<CHbaList> GetCurrentList() const override { return m_CurrentList.Get(); }
+  unsigned int GetMaxSlowThreads() const override { return m_MaxSlowDiscoThreads; }
+  bool IsFullDiscoveryOnly() const override { return m_FullDiscoveryOnly; }
+  bool IsFirstCyclePending() const override { return m_FirstCyclePending.load(); }
 
   void OpenLogFile();
   void StartLocked(unsigned int interval, int localOnly) REQUIRES(m_LifecycleLock);
@@ -131,6 +147,20 @@ class CHbaDiscover : public CZylThread {
   int RequestForcedCycle();
   void AllowCallBacks(bool allow) EXCLUDES(m_CallbackLock);
   Registration GetRegistration() const EXCLUDES(m_RegistrationLock);
+  void CallBack(const Registration& registration, unsigned int reason) REQUIRES(m_CallbackLock);
+
+  std::shared_ptr<CHbaList> GetSlowList() const;
+  void PauseSlow(int pause);
+  void ResetSlow();
+
+  void StartDirectedThread() REQUIRES(m_LifecycleLock);
+  void StopDirectedThreads() REQUIRES(m_LifecycleLock);
+  static void* DirectedDiscoveryThreadStartup(void* block);
+  void DirectedDiscoveryThreadProc(Directed& directed);
+  bool EnterDirected(const CZylTpThread& thread) TRY_ACQUIRE(true, m_CycleLock);
+  void RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsigned int what, int* changed)
+      REQUIRES(m_CycleLock);
+  void DoDirectedCallBack(const HBA_NAME& wwpn, int changed) REQUIRES(m_CycleLock) EXCLUDES(m_CallbackLock);
 
   static constexpr unsigned int kIntermediateInterval = 8;  // seconds
 
@@ -148,6 +178,11 @@ class CHbaDiscover : public CZylThread {
   SharedSlot<CHbaList> m_CurrentList;  // merged result of all cycles
   SharedSlot<CHbaList> m_NewList;      // what a full cycle builds
 
+  SharedSlot<CSlowHbaDiscover> m_SlowDiscoverer;  // made by the first Startup; dropped by Terminate
+  SharedSlot<Directed> m_Directed;                // the thread that takes requests
+  std::vector<std::shared_ptr<Directed>> m_DirectedThreads
+      GUARDED_BY(m_LifecycleLock);  // it and its predecessors
+
   CZylThreadPool m_PortPool;  // internally locked
   // Shared with the workers, which may outlive a cycle. Constant after construction, internally locked.
   const std::shared_ptr<PortDiscoveryParams> m_WorkerParams;
@@ -157,12 +192,14 @@ class CHbaDiscover : public CZylThread {
   std::atomic<std::uint32_t> m_Interval{
       90};  // seconds until Startup, milliseconds afterwards; 0: only forced cycles
   std::atomic<int> m_LocalOnly{0};
+  std::atomic<bool> m_FirstCyclePending{true};  // until a cycle has ended, completed or stopped
 
   // Main thread only.
   unsigned int m_LiteCycleCount = 0;  // lite cycles since the last full one; also the cycle's discovery mark
 
   // Constant after construction.
   unsigned int m_MaxPortThreads = 15;
+  unsigned int m_MaxSlowDiscoThreads = 15;
   bool m_FullDiscoveryOnly = false;
 };
 

@@ -71,6 +71,10 @@ void CHbaDiscover::DoCallBack(int changed, int forced, int intermediate) {
   const Reason reason = ReasonOf(registration.eventMask, changed != 0, forced != 0, intermediate != 0);
   if (reason.value == 0) return;
   disco_printf(kLogCallBack, nullptr, "%s", reason.text);
+  CallBack(registration, reason.value);
+}
+
+void CHbaDiscover::CallBack(const Registration& registration, unsigned int reason) {
   CallBackScope scope;
-  registration.callback(reason.value, registration.context);
+  registration.callback(reason, registration.context);
 }

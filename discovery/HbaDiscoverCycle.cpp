@@ -141,7 +141,7 @@ void CHbaDiscover::BeginKind(Cycle& cycle, bool lite) {
 
 int CHbaDiscover::BuildPortsList(CPortInfo& ports, const std::shared_ptr<CHbaList>& current,
                                  const std::shared_ptr<CHbaList>& fresh, int lite, unsigned int mark) {
-  return ports.BuildDiscoPortsList(current, fresh, nullptr, lite, mark);
+  return ports.BuildDiscoPortsList(current, fresh, GetSlowList(), lite, mark);
 }
 
 int CHbaDiscover::CollectPorts(Cycle& cycle) {
@@ -184,7 +184,7 @@ void CHbaDiscover::VisitPorts(Cycle& cycle) {
     CHbaListGuard guard(*visit);
     visit->SelectFirstEntry();
   }
-  m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, nullptr);
+  m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, GetSlowList());
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: Enabling port discovery threads");
   m_PortPool.EnableThreads();
   AwaitWorkers(cycle);
@@ -231,9 +231,16 @@ bool CHbaDiscover::FinishLiteCycle(const Cycle& cycle, int* changed) {
     if (StopRequested()) return true;
     disco_printf(kLogInBand, nullptr,
                  "In-Band Discovery: Checking for undiscovered HBAs on slow discovery list");
+    if (const std::shared_ptr<CHbaList> slowList = GetSlowList(); slowList != nullptr) {
+      CHbaList& slow = *slowList;
+      CHbaListGuard slowGuard(slow);
+      RemoveUnMarkedEntries(slow, m_LiteCycleCount);
+    }
     if (StopRequested() || (m_State.load() & kStateForced) == 0) return true;
     disco_printf(kLogInBand, nullptr, "In-Band Discovery: Forced discovery requested during lite cycle.");
   }
+  PauseSlow(0);
+  ResetSlow();
   disco_printf(kLogInBand, nullptr,
                "In-Band Discovery: Starting forced discovery request after lite cycle completion.");
   return false;
@@ -287,6 +294,7 @@ void CHbaDiscover::ReportCycle(int changed) {
 }
 
 void CHbaDiscover::EndCycle(const Cycle& cycle) {
+  m_FirstCyclePending = false;
   if ((m_State.load() & kStateKillRequested) == 0 && cycle.current != nullptr) {
     disco_printf(kLogCycleBounds | kLogInBand, nullptr, "** DISCOVERY CYCLE DONE Adapter Ports=%d **\n\n",
                  static_cast<int>(cycle.current->GetCount()));
@@ -297,6 +305,7 @@ void CHbaDiscover::EndCycle(const Cycle& cycle) {
 }
 
 void CHbaDiscover::EndFailedCycle() {
+  m_FirstCyclePending = false;
   m_PortPool.TerminateThreadsImmediate();
   m_WorkerParams->Clear();
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));

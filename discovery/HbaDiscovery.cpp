@@ -145,6 +145,10 @@ int HBADisc_StartDiscoveryCycle(void) {
   return TheLibrary().controller.StartDiscoveryCycle();
 }
 
+int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what) {
+  return Guarded(0, [&] { return TheLibrary().controller.DirectedDiscoveryUpdate(wwpn, what); });
+}
+
 int HBADisc_InDiscoveryCycle(void) {
   return TheLibrary().controller.InDiscoveryCycle();
 }

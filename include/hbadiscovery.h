@@ -104,8 +104,8 @@ enum {
 };
 
 /* Reason of a callback, a sum of these. The cycle reasons are 1 to 7: 1 stands in the reason when the event
- * mask has HBADISC_EVENT_EVERY_CYCLE. While a forced cycle lasts, intermediate callbacks come with exactly 20,
- * whatever non-zero event mask there is. */
+ * mask has HBADISC_EVENT_EVERY_CYCLE. A directed refresh gives 8, 9, 12 or 13. While a forced cycle lasts,
+ * intermediate callbacks come with exactly 20, whatever non-zero event mask there is. */
 enum {
   HBADISC_REASON_EVERY_CYCLE = 0x01,
   HBADISC_REASON_FORCED = 0x02,
@@ -113,6 +113,9 @@ enum {
   HBADISC_REASON_DIRECTED = 0x08,
   HBADISC_REASON_INTERMEDIATE = 0x10
 };
+
+/* What HBADisc_DirectedDiscoveryUpdate reads again. */
+enum { HBADISC_REFRESH_ATTRIBUTES = 0x1, HBADISC_REFRESH_TARGETS = 0x2, HBADISC_REFRESH_VPORTS = 0x4 };
 
 /* Special features of a port (hba_discovery_info_V2::specialFeatures). */
 enum {
@@ -129,8 +132,10 @@ enum {
  * dropped. */
 #define HBADISC_LINK_OVER_TEMPERATURE 0xEE000000u
 
-/* Bit 29 of hba_port_info::modelId: the port is in target mode. */
+/* Bits of hba_port_info::modelId that are no part of the number: the port is in target mode; the attributes of
+ * a local port were read again by a directed refresh (until the next full cycle). */
 #define HBADISC_MODEL_TARGET_MODE 0x20000000u
+#define HBADISC_MODEL_REFRESHED 0x80000000u
 
 /* An out-of-band interval that means: no discovery of remote hosts. */
 #define HBADISC_NO_OOB_DISCOVERY 0xFFFFFFFFu
@@ -143,7 +148,7 @@ typedef struct hba_port_info {
   uint8_t portWwn[8];
   uint8_t nodeWwn[8];
   uint8_t fabricName[8];
-  uint32_t modelId;  /* model number; bit 29 marks a target-mode port */
+  uint32_t modelId;  /* model number and HBADISC_MODEL_ bits */
   char hostName[32]; /* the system the port sits in */
   char manufacturer[32];
   char model[80];
@@ -253,8 +258,8 @@ HBADISC_API void HBADisc_Startup(unsigned int interval);
 HBADISC_API void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly);
 
 /* Stops discovery and frees what it found. Waits up to 10 seconds for a running cycle, then for the provider
- * call that the discovery thread itself is in, never for a worker's. Does nothing but free the snapshots when
- * discovery is not started or is paused. */
+ * call that the discovery thread itself or a directed refresh is in, never for a worker's. Does nothing but
+ * free the snapshots when discovery is not started or is paused. */
 HBADISC_API void HBADisc_Terminate(void);
 
 /* Replaces callback, event mask (HBADISC_EVENT_ bits, 0: none) and context, at any time. A null callback ends
@@ -267,6 +272,12 @@ HBADISC_API void HBADisc_PauseDiscovery(void);
 
 /* Starts a full cycle, killing a periodic one that runs. 1: started; 0: a forced cycle is running already. */
 HBADISC_API int HBADisc_StartDiscoveryCycle(void);
+
+/* Has one known port read again, without a cycle. `what` is a sum of HBADISC_REFRESH_ bits; 0 means all three.
+ * What is asked for and cannot be read becomes empty. 1: accepted, the callback with HBADISC_REASON_DIRECTED
+ * follows, after a running cycle has ended; 0: the port is not known, discovery is not started, or an earlier
+ * request is still being worked on. No cycle starts while a port is read again. */
+HBADISC_API int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what);
 
 /* 1 while an in-band cycle runs; 0 inside the callback that ends it. */
 HBADISC_API int HBADisc_InDiscoveryCycle(void);

@@ -76,6 +76,7 @@ class Library {
   HBADISC_CALL(RegisterCallBack);
   HBADISC_CALL(PauseDiscovery);
   HBADISC_CALL(StartDiscoveryCycle);
+  HBADISC_CALL(DirectedDiscoveryUpdate);
   HBADISC_CALL(InDiscoveryCycle);
   HBADISC_CALL(KillDiscoveryCycle);
   HBADISC_CALL(ChangeDiscoveryInterval);

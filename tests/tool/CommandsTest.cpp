@@ -121,6 +121,33 @@ TEST_F(CommandsTest, ShowsOnePortAndItsTargets) {
   EXPECT_EQ(Lines()[1]["vport"], "0x3000000000000001");
 }
 
+TEST_F(CommandsTest, RefreshesOnePort) {
+  m_Options.what = HBADISC_REFRESH_TARGETS | HBADISC_REFRESH_VPORTS;
+  fake::Step found{.ports = {PortWithTargets()}, .refreshReason = HBADISC_REASON_DIRECTED};
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::Refresh, Format::JsonDocument, kFirst), 0);
+  EXPECT_EQ(Document()["changed"], false);
+  EXPECT_EQ(Document()["port"]["targets"].size(), 1U);
+  EXPECT_EQ(fake::Recorded().refreshWhat, 6U);
+
+  found.refreshReason |= HBADISC_REASON_CHANGED;
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::Refresh, Format::JsonDocument, kFirst), 0);
+  EXPECT_EQ(Document()["changed"], true);
+
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::Refresh, Format::JsonDocument, "3000000000000009"), 4);
+  EXPECT_TRUE(Document()["port"].is_null());
+  EXPECT_TRUE(Document()["changed"].is_null());
+
+  m_Options.timeout = std::chrono::seconds(1);
+  found.refreshReason = 0;
+  fake::SetScript({found});
+  EXPECT_EQ(Run(Command::Refresh, Format::JsonDocument, kFirst), 3) << "it does not answer";
+  EXPECT_EQ(Document()["port"]["wwpn"], "0x10000090fa000001");
+  EXPECT_TRUE(Document()["changed"].is_null());
+}
+
 TEST_F(CommandsTest, UnknownPort) {
   fake::SetScript({{.ports = {PortWithTargets()}}});
   EXPECT_EQ(Run(Command::Show, Format::JsonDocument, "3000000000000001"), 4);

@@ -18,6 +18,7 @@ struct State {
   std::condition_variable changed;
   std::vector<Step> steps;
   std::vector<Port> ports;
+  unsigned int refreshReason = 0;
   std::vector<Port> snapshot;
   std::size_t cursor = 0;
   bool stopping = false;
@@ -44,6 +45,7 @@ void RunScript() {
   for (const Step& step : std::exchange(state.steps, {})) {
     if (state.stopping) return;
     state.ports = step.ports;
+    state.refreshReason = step.refreshReason;
     const int walksBefore = state.record.walksEnded;
     lock.unlock();
     state.callBack(step.reason, state.context);
@@ -212,6 +214,17 @@ void HBADisc_Terminate(void) {
     thread = std::move(state.thread);
   }
   if (thread.joinable()) thread.join();
+}
+
+int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what) {
+  fake::State& state = fake::TheState();
+  const std::lock_guard lock(state.mutex);
+  state.record.refreshWhat = what;
+  const bool known = std::ranges::any_of(state.ports, [&](const fake::Port& port) {
+    return fake::SameName(port.record.base.base.port.portWwn, wwpn);
+  });
+  if (known && state.refreshReason != 0) state.callBack(state.refreshReason, state.context);
+  return known ? 1 : 0;
 }
 
 int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info) {

@@ -33,7 +33,8 @@ struct Port {
 struct Step {
   unsigned int reason = HBADISC_REASON_EVERY_CYCLE | HBADISC_REASON_FORCED;
   std::vector<Port> ports;
-  bool awaitWalk = true;  // the next step comes only after somebody has looked
+  unsigned int refreshReason = 0;  // of the callback after a directed refresh; 0: it never comes
+  bool awaitWalk = true;           // the next step comes only after somebody has looked
 };
 
 // Starts over with a script; without steps there is no callback and no port.
@@ -46,6 +47,7 @@ struct Record {
   unsigned int eventMask = 0;
   int startups = 0;
   int terminates = 0;
+  unsigned int refreshWhat = 0;
   int walksEnded = 0;
   bool walkOpen = false;
 };

@@ -55,6 +55,8 @@ TEST(OptionsTest, Values) {
   EXPECT_FALSE(Good({"list", "--timeout", "0"}).timeout);
   EXPECT_EQ(Good({"list", "-o", "jsonl"}).format, Format::JsonLines);
   EXPECT_EQ(Good({"list", "--sysfsroot", "/x"}).source.kind, SourceKind::SysfsRoot);
+  EXPECT_EQ(Good({"refresh", kName}).what, 0U);
+  EXPECT_EQ(Good({"refresh", kName, "--what", "attributes,vports"}).what, 5U);
   EXPECT_EQ(Good({"watch", "--interval", "5"}).intervalSeconds, 5U);
   EXPECT_EQ(Good({"watch", "--count", "3"}).callbackCount, 3U);
 }

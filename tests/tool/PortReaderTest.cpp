@@ -25,7 +25,7 @@ TEST(PortReaderTest, AsksForLocalDiscoveryOfOneCycle) {
   EXPECT_EQ(record.interval, 0U);
   EXPECT_EQ(record.oobInterval, HBADISC_NO_OOB_DISCOVERY);
   EXPECT_EQ(record.localOnly, 1);
-  EXPECT_EQ(record.eventMask, 7U);
+  EXPECT_EQ(record.eventMask, 15U);
   EXPECT_EQ(record.startups, 1);
   EXPECT_EQ(record.terminates, 1);
 }

@@ -36,12 +36,21 @@ Answer NotFound(const Options& options, const Picture& picture) {
   return {kFailed, {}, message + " so far; " + TimeLimitText(options)};
 }
 
+Answer CheckRefresh(const Options& options, const Picture& picture) {
+  if (picture.changed) return {kOk, {}, *picture.changed ? "the port has changed" : "nothing has changed"};
+  if (!options.timeout) return {kFailed, {}, "the port could not be read again"};
+  const auto seconds = static_cast<std::size_t>(options.timeout->count());
+  return {
+      kPartial, {}, "the port was not read again within " + Counted(seconds, "second") + " (see --timeout)"};
+}
+
 Answer CheckPicture(const Options& options, const Picture& picture, const Port* port) {
   const bool list = options.command == Command::List;
   if (!list && !port) return NotFound(options, picture);
   if (!picture.complete && list && picture.ports.empty()) return {kFailed, {}, TimeLimitText(options)};
   if (!picture.complete) return {kPartial, {}, TimeLimitText(options) + ": there may be more to show"};
   if (list && picture.ports.empty()) return {kOk, {}, "no adapter ports were found"};
+  if (options.command == Command::Refresh) return CheckRefresh(options, picture);
   return {};
 }
 
@@ -53,6 +62,8 @@ Json NoBody(Command command) {
       return {{"port", nullptr}, {"targets", Json::array()}, {"vports", Json::array()}};
     case Command::Watch:
       return {{"events", Json::array()}};
+    case Command::Refresh:
+      return {{"port", nullptr}, {"changed", nullptr}};
     case Command::Show:
       break;
   }
@@ -63,6 +74,9 @@ Json Body(Command command, const Picture& picture, const Port* port) {
   if (command == Command::List) return {{"ports", ToJson(picture.ports)}};
   if (!port) return NoBody(command);
   if (command == Command::Targets) return TargetsJson(*port);
+  if (command == Command::Refresh) {
+    return {{"port", ToJson(*port)}, {"changed", picture.changed ? Json(*picture.changed) : Json()}};
+  }
   return {{"port", ToJson(*port)}};
 }
 

@@ -1,4 +1,4 @@
-// What list, show and targets say about the ports that were found, before it is written anywhere.
+// What list, show, targets and refresh say about the ports that were found, before it is written anywhere.
 //
 // Thread safety: functions without shared state. Ownership: plain values.
 #ifndef TOOLS_HBADISC_ANSWER_H_
@@ -18,7 +18,7 @@ struct Answer {
   std::string message;  // for people, also when all is well ("no ports"); empty when there is nothing to say
 };
 
-// `picture` has the details of its ports for show and targets.
+// `picture` has the details of its ports for show, targets and refresh.
 Answer MakeAnswer(const Options& options, const Picture& picture, bool colour);
 
 // The data of a command that could not do its work: in JSON a document that says so, else nothing.

@@ -1,5 +1,8 @@
 #include "tools/hbadisc/Commands.h"
 
+#include <algorithm>
+#include <bit>
+
 #include "include/hbadiscovery.h"
 #include "tools/hbadisc/Answer.h"
 #include "tools/hbadisc/Discovery.h"
@@ -18,28 +21,42 @@ using std::chrono::steady_clock;
 constexpr milliseconds kProgressStep{1000};
 constexpr int kNoOutput = -1;
 
-// False when the time limit runs out first.
-bool WaitForFirstCycle(const Notices& notices, std::optional<seconds> limit, Messages& messages) {
+// The callback with one of these reasons; none when the time limit runs out first.
+std::optional<Notice> WaitFor(unsigned int reasons, const Notices& notices, std::optional<seconds> limit,
+                              const std::string& progress, Messages& messages) {
   const auto begin = steady_clock::now();
   for (milliseconds elapsed{0}; !limit || elapsed < *limit;) {
     const milliseconds step = limit ? std::min(kProgressStep, *limit - elapsed) : kProgressStep;
     const std::optional<Notice> notice = notices.Wait(step, kNoOutput);
-    if (notice && notice->reason & HBADISC_REASON_FORCED) return true;
+    if (notice && (notice->reason & reasons) != 0) return notice;
     elapsed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-    messages.Progress("Looking for adapter ports, " + std::to_string(elapsed.count() / 1000) + " s");
+    messages.Progress(progress + ", " + std::to_string(elapsed.count() / 1000) + " s");
   }
-  return false;
+  return std::nullopt;
+}
+
+// Whether that has changed the port; nothing when there is no such port or it does not answer in time.
+std::optional<bool> ReadAgain(const Options& options, const Notices& notices, Messages& messages) {
+  const auto name = std::bit_cast<HBA_NAME>(options.wwpn.bytes);
+  if (HBADisc_DirectedDiscoveryUpdate(name, options.what) == 0) return std::nullopt;
+  const std::optional<Notice> notice =
+      WaitFor(HBADISC_REASON_DIRECTED, notices, options.timeout, "Reading the port again", messages);
+  if (!notice) return std::nullopt;
+  return (notice->reason & HBADISC_REASON_CHANGED) != 0;
 }
 
 int LookOnce(const Options& options, Output& output, Messages& messages) {
   const Notices notices;
   Discovery discovery(0, notices);
   messages.Detail("discovery is started");
-  const bool complete = WaitForFirstCycle(notices, options.timeout, messages);
+  Picture picture;
+  picture.complete =
+      WaitFor(HBADISC_REASON_FORCED, notices, options.timeout, "Looking for adapter ports", messages)
+          .has_value();
+  if (options.command == Command::Refresh) picture.changed = ReadAgain(options, notices, messages);
   messages.ClearProgress();
-  const Details details = options.command == Command::List ? Details::None : Details::All;
-  const Picture picture{ReadPorts(details), complete};
-  messages.Detail(std::string(complete ? "the first look has ended: " : "no more waiting: ") +
+  picture.ports = ReadPorts(options.command == Command::List ? Details::None : Details::All);
+  messages.Detail(std::string(picture.complete ? "the first look has ended: " : "no more waiting: ") +
                   Counted(picture.ports.size(), "port"));
   const Answer answer = MakeAnswer(options, picture, output.Colour());
   output.Write(answer.data);

@@ -15,7 +15,7 @@ namespace hbadisc {
 namespace {
 
 constexpr unsigned int kEveryCallBack =
-    HBADISC_EVENT_EVERY_CYCLE | HBADISC_EVENT_FORCED | HBADISC_EVENT_CHANGED;
+    HBADISC_EVENT_EVERY_CYCLE | HBADISC_EVENT_FORCED | HBADISC_EVENT_CHANGED | HBADISC_EVENT_DIRECTED;
 constexpr int kLocalOnly = 1;
 // A library at rest stops within two seconds; one that waits for a sick adapter may take for ever.
 constexpr std::chrono::seconds kStopLimit{5};

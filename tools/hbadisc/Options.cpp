@@ -5,6 +5,7 @@
 #include <map>
 #include <sstream>
 
+#include "include/hbadiscovery.h"
 #include "tools/hbadisc/Output.h"
 
 namespace hbadisc {
@@ -22,6 +23,7 @@ Examples:
   hbadisc list                            all ports, one line each
   hbadisc show 10:00:00:90:fa:00:00:01    everything about one port
   hbadisc targets 0x10000090fa000001 -j   its targets, as JSON
+  hbadisc refresh 10:00:00:90:fa:00:00:01 the port, read once more
   hbadisc watch --interval 10             what changes, until Ctrl-C
   hbadisc list --fabric lab.json          ports described in a fabric file
 
@@ -56,6 +58,17 @@ The targets of NPIV virtual ports follow, port by port.
 
 Example:
   hbadisc targets 10:00:00:90:fa:00:00:01 -o jsonl | jq .target.wwpn
+
+'hbadisc --help' shows the options that every command has.)";
+
+constexpr char kRefreshFooter[] =
+    R"(Looks at all ports first, has the one port read again, and shows it. WHAT is a list of
+attributes, targets and vports with commas between; all three when it is not given.
+What cannot be read any more is shown as empty.
+
+Examples:
+  hbadisc refresh 10:00:00:90:fa:00:00:01
+  hbadisc refresh 10:00:00:90:fa:00:00:01 --what targets,vports -j | jq .changed
 
 'hbadisc --help' shows the options that every command has.)";
 
@@ -103,6 +116,10 @@ CLI::Validator WwnText() {
       "");
 }
 
+const std::map<std::string, unsigned int> kRefreshParts = {{"attributes", HBADISC_REFRESH_ATTRIBUTES},
+                                                           {"targets", HBADISC_REFRESH_TARGETS},
+                                                           {"vports", HBADISC_REFRESH_VPORTS}};
+
 // The values as CLI11 stores them, all texts.
 struct RawOptions {
   std::optional<std::string> fabric;
@@ -112,6 +129,7 @@ struct RawOptions {
   std::string timeout = "30";
   bool verbose = false;
   std::string wwpn;
+  std::vector<std::string> what;
   std::string interval = "90";
   std::string count;
 };
@@ -149,6 +167,12 @@ Commands AddCommands(CLI::App& app, RawOptions& raw) {
   show->footer(kShowFooter);
   CLI::App* targets = AddPortCommand(app, raw, "targets", "The targets of one port and of its virtual ports.");
   targets->footer(kTargetsFooter);
+  CLI::App* refresh = AddPortCommand(app, raw, "refresh", "Have one port read again, and show it.");
+  refresh->add_option("--what", raw.what, "what to read: attributes, targets, vports (all three)")
+      ->type_name("WHAT")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"attributes", "targets", "vports"}));
+  refresh->footer(kRefreshFooter);
   CLI::App* watch = app.add_subcommand("watch", "Look again and again, and tell what has changed.");
   watch->add_option("--interval", raw.interval, "time between two looks, 5 or more")
       ->type_name("SEC")
@@ -156,8 +180,12 @@ Commands AddCommands(CLI::App& app, RawOptions& raw) {
       ->check(NumberIn(5, kDay));
   watch->add_option("--count", raw.count, "end after N lines")->type_name("N")->check(NumberIn(1, 1000000000));
   watch->footer(kWatchFooter);
-  for (CLI::App* command : {list, show, targets, watch}) command->group("Commands");
-  return {{list, Command::List}, {show, Command::Show}, {targets, Command::Targets}, {watch, Command::Watch}};
+  for (CLI::App* command : {list, show, targets, refresh, watch}) command->group("Commands");
+  return {{list, Command::List},
+          {show, Command::Show},
+          {targets, Command::Targets},
+          {refresh, Command::Refresh},
+          {watch, Command::Watch}};
 }
 
 Format FormatOf(const RawOptions& raw) {
@@ -176,6 +204,7 @@ Options Convert(const RawOptions& raw, Command command) {
   options.timeout = timeout == 0 ? std::nullopt : std::optional(std::chrono::seconds(timeout));
   options.verbose = raw.verbose;
   options.wwpn = ParseWwn(raw.wwpn).value_or(Wwn{});
+  for (const std::string& part : raw.what) options.what |= kRefreshParts.at(part);
   options.intervalSeconds = ParseNumber(raw.interval, 0, kDay).value_or(0);
   options.callbackCount = ParseNumber(raw.count, 0, 1000000000).value_or(0);
   return options;
@@ -207,7 +236,8 @@ std::variant<Options, Notification> ParseOptions(int argc, const char* const* ar
     return ToNotification(app, error);
   }
   const auto chosen = app.get_subcommands();
-  if (chosen.empty()) return Notification{kUsage, "a command is missing: list, show, targets or watch"};
+  if (chosen.empty())
+    return Notification{kUsage, "a command is missing: list, show, targets, refresh or watch"};
   return Convert(raw, commands.at(chosen.front()));
 }
 

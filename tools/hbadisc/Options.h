@@ -14,7 +14,7 @@
 
 namespace hbadisc {
 
-enum class Command { List, Show, Targets, Watch };
+enum class Command { List, Show, Targets, Watch, Refresh };
 
 enum class Format { Table, JsonDocument, JsonLines };
 
@@ -24,7 +24,8 @@ struct Options {
   Source source;
   std::optional<std::chrono::seconds> timeout = std::chrono::seconds(30);  // of the first cycle; none: no limit
   bool verbose = false;
-  Wwn wwpn;                           // of show and targets
+  Wwn wwpn;                           // of show, targets and refresh
+  unsigned int what = 0;              // of refresh, HBADISC_REFRESH_ bits
   unsigned int intervalSeconds = 90;  // of watch
   unsigned int callbackCount = 0;     // of watch; 0: until it is stopped
 };

@@ -106,8 +106,9 @@ struct Port {
 
 // What a walk over all ports has shown.
 struct Picture {
-  std::vector<Port> ports;  // in order of port name
-  bool complete = false;    // the first discovery cycle had ended
+  std::vector<Port> ports;      // in order of port name
+  bool complete = false;        // the first discovery cycle had ended
+  std::optional<bool> changed;  // by reading one port again; unset: that was not done
 };
 
 }  // namespace hbadisc

@@ -230,7 +230,7 @@ Port ToPort(const hba_discovery_info_V3& record) {
     port.functionLink = LinkOf(first.linkStatus >> 8);
   }
   port.model = FieldText(info.model);
-  port.modelNumber = info.modelId & ~HBADISC_MODEL_TARGET_MODE;
+  port.modelNumber = info.modelId & ~(HBADISC_MODEL_TARGET_MODE | HBADISC_MODEL_REFRESHED);
   port.targetMode = (info.modelId & HBADISC_MODEL_TARGET_MODE) != 0;
   port.manufacturer = FieldText(info.manufacturer);
   port.serialNumber = FieldText(second.serialNumber);

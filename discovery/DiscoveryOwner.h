@@ -1,0 +1,31 @@
+// The little that the discoverers below the controller (slow and out-of-band discovery) may ask of it.
+//
+// Thread safety: every call may be made from any thread.
+// Ownership: the owner outlives whoever it is given to.
+#ifndef DISCOVERY_DISCOVERYOWNER_H_
+#define DISCOVERY_DISCOVERYOWNER_H_
+
+#include <memory>
+
+class CHbaList;
+
+class DiscoveryOwner {
+ public:
+  // The merged result of all cycles; null when discovery is stopped.
+  virtual std::shared_ptr<CHbaList> GetCurrentList() const = 0;
+  // Tells the application; nothing once discovery is stopped.
+  virtual void DoCallBack(int changed, int forced, int intermediate) = 0;
+  // Most workers of slow discovery.
+  virtual unsigned int GetMaxSlowThreads() const = 0;
+  // True when every in-band cycle is a full one; slow discovery then rests.
+  virtual bool IsFullDiscoveryOnly() const = 0;
+  // True until the first in-band cycle has ended.
+  virtual bool IsFirstCyclePending() const = 0;
+  // Time between the intermediate callbacks of a forced cycle, in seconds.
+  virtual unsigned int GetIntermediateCBInterval() const = 0;
+
+ protected:
+  ~DiscoveryOwner() = default;
+};
+
+#endif  // DISCOVERY_DISCOVERYOWNER_H_

@@ -1,0 +1,182 @@
+// Directed discovery: one known port is read again on request, on a thread of its own.
+
+#include "discovery/DiscoveryLog.h"
+#include "discovery/HbaDiscover.h"
+#include "inband/PortAttributes.h"
+#include "inband/PortTargets.h"
+#include "inband/PortVPorts.h"
+
+namespace {
+
+constexpr unsigned int kLogDirected = kLogInBand | kLogOob;
+constexpr unsigned int kForEver = 0xFFFFFFFFU;
+constexpr unsigned int kCyclePoll = 500000;  // microseconds
+// Marks the record of a local port that was read through its attributes, until the next full cycle.
+constexpr std::uint32_t kRefreshedLocally = 0x80000000U;
+
+enum What : unsigned int {
+  kAttributes = 0x01,
+  kTargets = 0x02,
+  kVPorts = 0x04,
+  kEverything = kAttributes | kTargets | kVPorts,
+};
+
+}  // namespace
+
+// One directed thread and the request that it works on. A repeated Startup makes another; the older ones stay
+// idle.
+struct CHbaDiscover::Directed {
+  CZylTpThread thread;
+  CZylThreadLock lock;
+  bool pending GUARDED_BY(lock) = false;
+  HBA_NAME wwpn GUARDED_BY(lock){};
+  unsigned int what GUARDED_BY(lock) = 0xFFFFFFFFU;
+};
+
+// What the thread starts with; it shares the request with the controller.
+struct CHbaDiscover::DirectedStart {
+  CHbaDiscover* controller;
+  std::shared_ptr<Directed> directed;
+};
+
+void CHbaDiscover::StartDirectedThread() {
+  auto directed = std::make_shared<Directed>();
+  auto start = std::make_unique<DirectedStart>(DirectedStart{this, directed});
+  m_DirectedThreads.push_back(directed);
+  m_Directed.Set(directed);
+  if (directed->thread.Create(DirectedDiscoveryThreadStartup, start.get(), 0, 0) != 0) {
+    static_cast<void>(start.release());
+  }
+}
+
+void CHbaDiscover::StopDirectedThreads() {
+  m_Directed.Set(nullptr);
+  // All are asked before one is joined: each notices within one and the same slice.
+  for (const auto& directed : m_DirectedThreads) {
+    directed->thread.Disable();
+    directed->thread.TerminateImmediate();
+  }
+  for (const auto& directed : m_DirectedThreads) directed->thread.Terminate();
+  m_DirectedThreads.clear();
+}
+
+int CHbaDiscover::DirectedDiscoveryUpdate(const HBA_NAME& wwpn, unsigned int what) {
+  disco_printf(kLogDirected, nullptr, "-- Directed Discovery Call --");
+  const std::shared_ptr<Directed> directed = m_Directed.Get();
+  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+  if (directed == nullptr) return 0;
+  // One step from the test to the mark: of two callers one is refused.
+  CZylLockGuard guard(directed->lock);
+  if (directed->thread.IsIdle() == 0 || current == nullptr) return 0;
+  bool known = false;
+  {
+    CHbaListGuard listGuard(*current);
+    known = current->FindEntry(wwpn.wwn) != nullptr;
+  }
+  if (!known) {
+    disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery error - did not find existing HBA entry");
+    disco_printf(kLogDirected, nullptr, "Directed Discovery not done");
+    return 0;
+  }
+  directed->wwpn = wwpn;
+  directed->what = what == 0 ? kEverything : what;
+  directed->pending = true;
+  directed->thread.Enable();
+  return 1;
+}
+
+void* CHbaDiscover::DirectedDiscoveryThreadStartup(void* block) {
+  const std::unique_ptr<DirectedStart> start(static_cast<DirectedStart*>(block));
+  start->controller->DirectedDiscoveryThreadProc(*start->directed);
+  return nullptr;
+}
+
+void CHbaDiscover::DirectedDiscoveryThreadProc(Directed& directed) {
+  // Kept from request to request: one that was cut short reports what the one before it did.
+  int changed = 0;
+  while (directed.thread.Terminated() == 0) {
+    directed.thread.WaitForSignal(kForEver);
+    if (directed.thread.Terminated() != 0) return;
+    HBA_NAME wwpn;
+    unsigned int what = 0;
+    {
+      CZylLockGuard guard(directed.lock);
+      if (!directed.pending) continue;
+      directed.pending = false;
+      wwpn = directed.wwpn;
+      what = directed.what;
+    }
+    disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - getting discovery lock");
+    if (!EnterDirected(directed.thread)) return;
+    try {
+      RefreshPort(directed.thread, wwpn, what, &changed);
+      DoDirectedCallBack(wwpn, changed);
+    } catch (...) {
+      // Out of memory: the port stays as it was.
+    }
+    disco_printf(kLogDirected, nullptr, "-- Directed Discovery Done --");
+    directed.thread.SetIdle();
+    m_CycleLock.ReleaseLock();
+  }
+}
+
+// Takes the cycle lock once no cycle runs; false, without the lock, when the thread is to stop. A running cycle
+// is allowed to finish, a new one cannot begin without the lock.
+bool CHbaDiscover::EnterDirected(const CZylTpThread& thread) {
+  while (thread.Terminated() == 0) {
+    if (m_CycleLock.TryLock()) {
+      while (thread.Terminated() == 0 && InDiscoveryCycle() != 0) ZylSleep(kCyclePoll);
+      if (thread.Terminated() == 0) return true;
+      m_CycleLock.ReleaseLock();
+    } else {
+      ZylSleep(kCyclePoll);
+    }
+  }
+  return false;
+}
+
+void CHbaDiscover::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsigned int what, int* changed) {
+  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+  if (current == nullptr) return;
+  CHbaEntry copy;
+  {
+    CHbaListGuard guard(*current);
+    const CHbaEntry* listed = current->FindEntry(wwpn.wwn);
+    if (listed == nullptr) {
+      *changed = 1;  // gone since the request
+      return;
+    }
+    copy = *listed;
+  }
+  disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - starting");
+  // The reads' results are not looked at: a part that cannot be read becomes empty.
+  if ((what & kAttributes) != 0 && thread.Terminated() == 0) {
+    GetRemotePortAttr(&copy, &thread);
+    if (copy.IsLocalPort() != 0) copy.GetHbaInfo()->modelId |= kRefreshedLocally;
+  }
+  if ((what & kTargets) != 0 && thread.Terminated() == 0) {
+    copy.ClearTargets();
+    AddTargetInfo(&copy, &thread, 1, 1);
+  }
+  if ((what & kVPorts) != 0 && thread.Terminated() == 0) {
+    copy.ClearVPorts();
+    AddVPortInfo(&copy, &thread, 1);
+  }
+  CHbaListGuard guard(*current);
+  if (thread.Terminated() != 0) return;
+  if (CHbaEntry* listed = current->FindEntry(wwpn.wwn); listed != nullptr) {
+    *changed = listed->MergeHbaEntry(&copy);
+  }
+}
+
+void CHbaDiscover::DoDirectedCallBack(const HBA_NAME& wwpn, int changed) {
+  CZylLockGuard guard(m_CallbackLock);
+  const Registration registration = GetRegistration();
+  const unsigned int every = registration.eventMask & kReasonEveryCycle;
+  if (!m_CallBacksAllowed || registration.callback == nullptr ||
+      (registration.eventMask & (kReasonDirected | kReasonEveryCycle)) == 0) {
+    return;
+  }
+  disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - doing callback");
+  CallBack(registration, kReasonDirected | (changed != 0 ? kReasonChanged : 0U) | every);
+}
