@@ -1,10 +1,13 @@
-// How long an in-band cycle takes beside what it cannot avoid, and how much memory stays after many cycles.
+// How long an in-band cycle takes beside what it cannot avoid, how much memory stays after many cycles, what a
+// port that never answers costs the others, and what a directed refresh costs beside the port's own calls.
 //
 // The program is its own provider: its RM_ functions come before those of librmapi.so, answer at once or after
 // a fixed delay, and note how long each kind of call really took. Cases:
 //   cycle   one full cycle over 200 ports with a delay on every boundary call; wall / limit
 //   memory  1,000 ports x 64 targets after 100 cycles, full and lite in turn; resident growth / bytes of
 //   records
+//   sick    16 ports, the target read of one hangs: when all are listed, how long a stop takes
+//   refresh one port among 10,000 read again; processor time / 1 ms
 // Exits with 1 when a limit is missed.
 
 #include <sys/sysinfo.h>
@@ -37,12 +40,15 @@ struct Circumstances {
   unsigned int ports = 0;
   unsigned int targets = 0;
   std::chrono::microseconds delay{0};
+  unsigned int sickPort = 0;  // its workers' target reads wait for the end of the case; 0: none
 };
 Circumstances gs_Host;
 
 std::atomic<std::int64_t> gs_Spent[kKinds];  // nanoseconds
 std::atomic<unsigned int> gs_Calls[kKinds];
 std::atomic<std::thread::id> gs_DiscoveryThread;
+
+std::atomic<bool> gs_Hang{false};
 
 void Spend(Kind kind) {
   const auto begin = Clock::now();
@@ -66,8 +72,11 @@ void NameWwn(std::uint8_t* wwn, unsigned int port, unsigned int target) {
 // Waits for the callbacks of discovery.
 class CycleWatch {
  public:
+  explicit CycleWatch(bool intermediate = false) : m_Intermediate(intermediate) {}
+
   static void OnCallBack(unsigned int reason, void* context) {
-    if ((reason & HBADISC_REASON_INTERMEDIATE) != 0) return;
+    if (!static_cast<CycleWatch*>(context)->m_Intermediate && (reason & HBADISC_REASON_INTERMEDIATE) != 0)
+      return;
     auto* watch = static_cast<CycleWatch*>(context);
     const std::lock_guard guard(watch->m_Lock);
     ++watch->m_Cycles;
@@ -84,6 +93,7 @@ class CycleWatch {
  private:
   std::mutex m_Lock;
   std::condition_variable m_Changed;
+  const bool m_Intermediate;  // whether these count, too
   unsigned int m_Cycles = 0;
   Clock::time_point m_Ended;
 };
@@ -154,6 +164,78 @@ bool BenchMemory() {
   return Verdict("memory", grown / records, 1.3);
 }
 
+unsigned int CountPorts() {
+  hba_discovery_info_V3 info;
+  unsigned int count = 0;
+  for (int more = HBADisc_GetFirstHbaV3(&info); more > 0; more = HBADisc_GetNextHbaV3(&info)) ++count;
+  return count;
+}
+
+bool BenchSick() {
+  gs_Host = {.ports = 16, .targets = 16, .delay = std::chrono::milliseconds(5), .sickPort = 3};
+  std::printf("\nsick: %u ports x %u targets, %lld us a call, port %u hangs\n", gs_Host.ports, gs_Host.targets,
+              static_cast<long long>(gs_Host.delay.count()), gs_Host.sickPort);
+  gs_Hang = true;
+  CycleWatch watch(true);
+  HBADisc_RegisterCallBack(CycleWatch::OnCallBack, HBADISC_EVENT_FORCED, &watch);
+  const auto begin = Clock::now();
+  HBADisc_StartupEx(0, HBADISC_NO_OOB_DISCOVERY, 1);
+  const double told = Seconds(watch.Await(1) - begin).count();
+  const auto beforeWalk = Clock::now();
+  const unsigned int listed = CountPorts();
+  const double walk = Seconds(Clock::now() - beforeWalk).count();
+  const auto beforeStop = Clock::now();
+  HBADisc_Terminate();
+  const double stop = Seconds(Clock::now() - beforeStop).count();
+  gs_Hang = false;
+  gs_Hang.notify_all();
+  std::printf("  first intermediate callback after %.3f s: %u ports listed; the walk over them took %.6f s\n",
+              told, listed, walk);
+  // More than ten whole seconds for the cycle to end, found in steps of a quarter, and the threads' own slices.
+  constexpr double kStopLimit = 11.0 + 0.25 + 1.0;
+  std::printf("  stopped after %.3f s\n", stop);
+  const bool all = Verdict("listed", static_cast<double>(gs_Host.ports) / std::max(listed, 1U), 1.0);
+  return Verdict("stop", stop / kStopLimit, 1.0) && all;
+}
+
+double ProcessorSeconds() {
+  timespec spent{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &spent);
+  return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) * 1e-9;
+}
+
+bool BenchRefresh() {
+  gs_Host = {.ports = 10'000, .targets = 4};
+  constexpr unsigned int kTimes = 20;
+  std::printf("\nrefresh: 1 of %u ports x %u targets, 5000 us a call, %u times\n", gs_Host.ports,
+              gs_Host.targets, kTimes);
+  CycleWatch watch;
+  HBADisc_RegisterCallBack(CycleWatch::OnCallBack, HBADISC_EVENT_FORCED | HBADISC_EVENT_DIRECTED, &watch);
+  HBADisc_StartupEx(0, HBADISC_NO_OOB_DISCOVERY, 1);
+  watch.Await(1);
+  gs_Host.delay = std::chrono::milliseconds(5);
+  HBA_NAME name{};
+  NameWwn(name.wwn, gs_Host.ports / 2, 0);
+  double wall = 0;
+  double processor = 0;
+  double calls = 0;
+  for (unsigned int time = 0; time < kTimes; ++time) {
+    for (auto& spent : gs_Spent) spent = 0;
+    const auto begin = Clock::now();
+    const double processorBefore = ProcessorSeconds();
+    // Refused until the one before has gone idle.
+    while (HBADisc_DirectedDiscoveryUpdate(name, 0) == 0)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    wall += Seconds(watch.Await(time + 2) - begin).count();
+    processor += ProcessorSeconds() - processorBefore;
+    calls += SpentOn(kTargetLock) + SpentOn(kVPortLock) + SpentOn(kOther);
+  }
+  HBADisc_Terminate();
+  std::printf("  each: wall %.3f ms, of it in calls %.3f ms, processor time %.3f ms\n", wall / kTimes * 1e3,
+              calls / kTimes * 1e3, processor / kTimes * 1e3);
+  return Verdict("refresh", processor / kTimes / 1e-3, 1.0);
+}
+
 void PrintCircumstances() {
   std::printf("in-band cycle benchmark: %d cores, compiler %s\n", get_nprocs(), __VERSION__);
 #ifndef NDEBUG
@@ -206,11 +288,12 @@ PROVIDER int RM_GetBindingSupport(const unsigned char*, const unsigned char*, in
 
 PROVIDER int RM_GetAllNodeInfo(const unsigned char*, const unsigned char* wwn, RM_NodeInfoList* list) {
   Spend(gs_DiscoveryThread.load() == std::this_thread::get_id() ? kEnumeration : kTargetLock);
+  const unsigned int port = wwn[2] * 256U + wwn[3];
+  if (port == gs_Host.sickPort && gs_DiscoveryThread.load() != std::this_thread::get_id()) gs_Hang.wait(true);
   const unsigned int room = list->count;
   list->count = gs_Host.targets;
   if (room < gs_Host.targets) return RM_STATUS_BUFFER_TOO_SMALL;
   auto* nodes = reinterpret_cast<RM_NodeInfoEntry*>(list + 1);
-  const unsigned int port = wwn[2] * 256U + wwn[3];
   for (unsigned int i = 0; i < gs_Host.targets; ++i) {
     NameWwn(nodes[i].portWwn, port, i + 1);
     nodes[i].target = i;
@@ -232,16 +315,24 @@ PROVIDER int RM_VPList(const unsigned char*, const unsigned char*, RM_VPortList*
 }  // extern "C"
 
 int main(int argc, char** argv) {
-  const bool cycle = argc < 2 || std::strcmp(argv[1], "cycle") == 0;
-  const bool memory = argc < 2 || std::strcmp(argv[1], "memory") == 0;
-  if (!cycle && !memory) {
-    std::fprintf(stderr, "usage: cycle_bench [cycle|memory]\n");
+  struct Case {
+    const char* name;
+    bool (*run)();
+  };
+  // Memory first: what the other cases leave behind must not hide growth.
+  constexpr Case kCases[] = {
+      {"memory", BenchMemory}, {"cycle", BenchCycle}, {"refresh", BenchRefresh}, {"sick", BenchSick}};
+  bool good = true;
+  bool known = false;
+  PrintCircumstances();
+  for (const Case& one : kCases) {
+    if (argc > 1 && std::strcmp(argv[1], one.name) != 0) continue;
+    known = true;
+    good = one.run() && good;
+  }
+  if (!known) {
+    std::fprintf(stderr, "usage: cycle_bench [memory|cycle|refresh|sick]\n");
     return 2;
   }
-  PrintCircumstances();
-  bool good = true;
-  // Memory first: what the other case leaves behind must not hide growth.
-  if (memory) good = BenchMemory() && good;
-  if (cycle) good = BenchCycle() && good;
   return good ? 0 : 1;
 }
