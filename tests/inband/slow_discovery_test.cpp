@@ -5,9 +5,10 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -59,11 +60,26 @@ class SettingsFile {
 
 class SlowDiscovery : public testing::Test {
  protected:
+  SlowDiscovery() {
+    for (std::uint64_t number = 0; number < 2; ++number) {
+      m_Provider.ports[kPort + number].attributes = {
+          {513, Attribute::Text("host-a")}, {553, Attribute::Text("1")}, {774, Attribute::Number(1)}};
+    }
+  }
   ~SlowDiscovery() override {
     Release();
     m_Slow->Terminate();
-    // A thread whose cycle was cut short ends by itself, and uses the doubles until then.
+    // What was cut short ends by itself, and uses the doubles until then; its last line orders us after it.
     EXPECT_TRUE(WaitUntil([&] { return m_Slow.use_count() == 1; }));
+    m_Slow.reset();
+    EXPECT_TRUE(WaitUntil([&] { return ThreadCount() <= m_ThreadsBefore; }));
+    m_Log.Lines();
+  }
+  // A sanitizer has a thread of its own, from the first other one on.
+  static std::ptrdiff_t ThreadCount() {
+    static const bool s_FirstThread = (std::thread([] {}).join(), true);
+    static_cast<void>(s_FirstThread);
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
   }
 
   // One second between cycles, not four minutes.
@@ -75,8 +91,6 @@ class SlowDiscovery : public testing::Test {
   void AddPort(std::uint64_t number) {
     const HBA_info_v4 info = Info(kPort + number);
     const CHbaEntry port(&info, nullptr, 1, nullptr, 0, nullptr);
-    m_Provider.ports[kPort + number].attributes = {
-        {513, Attribute::Text("host-a")}, {553, Attribute::Text("1")}, {774, Attribute::Number(1)}};
     const std::shared_ptr<CHbaList> list = m_Slow->GetHbaList();
     CHbaListGuard guard(*list);
     list->AddEntry(&port);
@@ -106,6 +120,7 @@ class SlowDiscovery : public testing::Test {
     return m_Owner.current->GetCount();
   }
 
+  const std::ptrdiff_t m_ThreadsBefore = ThreadCount();
   RecordedLog m_Log;
   ScriptedProvider m_Provider;
   Owner m_Owner;
