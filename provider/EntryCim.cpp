@@ -1,4 +1,4 @@
-// The table of CIM hosts. No CIM host can be asked anything.
+// The table of CIM hosts. No CIM host can be asked anything: whoever tries gets RM_STATUS_HOST_UNUSABLE.
 #include "provider/Exports.h"
 
 #include "provider/CimTable.h"

@@ -1,24 +1,33 @@
-// Remote hosts: addresses and the table of hosts. There is no transport to an agent yet, so that no remote host
-// can be asked anything.
+// Remote hosts: addresses, the table of hosts, and what is asked of a whole host.
 #include "provider/Exports.h"
 
 #include <atomic>
 
 #include "provider/Entry.h"
 #include "provider/RemoteHosts.h"
+#include "provider/remote/RemoteHost.h"
 
 namespace {
 
 using provider::Guarded;
 using provider::RemoteHosts;
 
-constexpr unsigned int kDefaultTimeoutSeconds = 10;
 constexpr std::size_t kAddressText = 64;
 constexpr int kAskCacheFlags = -1;
 
-// Atomics: set and read from any thread, each for itself.
+// Only kept: no answer of a remote host is used twice, so that none is ever out of date. Atomic: set and read
+// from any thread.
 constinit std::atomic<int> gs_CacheFlags{0};
-constinit std::atomic<unsigned int> gs_TimeoutSeconds{kDefaultTimeoutSeconds};
+
+// The needed number goes into the capacity word when there is not enough room.
+int HandOutNames(const provider::ListAnswer<HBA_NAME>& answer, RM_NodeAddrList& list) {
+  std::uint32_t count = list.capacity;
+  const int status = provider::CopyList(answer, count, &list + 1);
+  const bool isTooSmall = status == RM_STATUS_BUFFER_TOO_SMALL || status == RM_STATUS_MORE_DATA;
+  if (isTooSmall) list.capacity = count;
+  if (status == RM_STATUS_OK) list.count = count;
+  return isTooSmall ? int{RM_STATUS_MORE_DATA} : status;
+}
 
 }  // namespace
 
@@ -50,13 +59,16 @@ int RM_RemoveOOBAddrFromLookupTable(const _RM_IP_INFO* host) {
 }
 
 int RM_GetAllNodeAddr(const _RM_IP_INFO* host, RM_NodeAddrList* list) {
-  if (host == nullptr || list == nullptr) return RM_STATUS_FAILED;
-  list->count = 0;
-  return RM_STATUS_HOST_UNUSABLE;
+  return Guarded([&]() -> int {
+    if (host == nullptr || list == nullptr) return RM_STATUS_FAILED;
+    list->count = 0;
+    const std::shared_ptr<provider::Host> found = RemoteHosts::Get().Find(*host);
+    return found == nullptr ? int{RM_STATUS_HOST_UNUSABLE} : HandOutNames(found->PortNames(), *list);
+  });
 }
 
 int RM_SetOOBTimeout(unsigned int seconds) {
-  gs_TimeoutSeconds = seconds;
+  provider::SetRemoteCallLimit(std::chrono::seconds(seconds));
   return RM_STATUS_OK;
 }
 
@@ -68,7 +80,7 @@ int RM_OOBHandleCacheControl(int value) {
 int RM_IPtoStrA(const _RM_IP_INFO* host, char* text) {
   return Guarded([&]() -> int {
     if (host == nullptr || text == nullptr) return RM_STATUS_FAILED;
-    const std::string address = provider::AddressText(*host);
+    const std::string address = provider::NetAddress::Of(*host).Text();
     if (address.empty() || address.size() >= kAddressText) return RM_STATUS_FAILED;
     provider::CopyField(text, address.size() + 1, address);
     return RM_STATUS_OK;

@@ -1,15 +1,18 @@
 // What a host can be asked: its boards, their attributes, targets, virtual ports and functions.
 //
 // The one abstraction of the open provider. FabricHost answers from a fabric file, SysfsHost from the Linux
-// kernel. The C entry points choose a host and translate; they hold no logic of their own.
+// kernel, RemoteHost by asking the agent of another host. The C entry points choose a host and translate; they
+// hold no logic of their own, and the agent serves any host.
 //
 // Thread safety: every call may be made from any thread, several at once. A call blocks for as long as the host
 // takes to answer, never longer than the limit of its implementation.
 #ifndef PROVIDER_HOST_H_
 #define PROVIDER_HOST_H_
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -63,6 +66,9 @@ class Host {
   virtual ListAnswer<unsigned int> BoardInstances() = 0;
   virtual Answer<Board> ReadBoard(unsigned int instance) = 0;
 
+  // The names of all boards' ports.
+  virtual ListAnswer<HBA_NAME> PortNames() { return PortNamesOfBoards(*this); }
+
   virtual bool HasPort(const Wwn& wwn) = 0;
   // Whether a port, on any host, is one of the maker's.
   virtual bool IsMakersPort(const Wwn& wwn) = 0;
@@ -84,7 +90,25 @@ class Host {
   virtual ListAnswer<HBA_NAME> VirtualFunctions(const Wwn& wwn) = 0;
 
   virtual Answer<bool> SecureManagement() = 0;
+
+ private:
+  static ListAnswer<HBA_NAME> PortNamesOfBoards(Host& host);
 };
+
+// A board that cannot be read, or is gone by then, has no name to tell.
+inline ListAnswer<HBA_NAME> Host::PortNamesOfBoards(Host& host) {
+  const ListAnswer<unsigned int> instances = host.BoardInstances();
+  ListAnswer<HBA_NAME> answer;
+  answer.status = instances.status;
+  for (const unsigned int instance : instances.records) {
+    const Answer<Board> board = host.ReadBoard(instance);
+    if (board.status != RM_STATUS_OK && board.status != RM_STATUS_OVER_TEMPERATURE) continue;
+    HBA_NAME name{};
+    std::copy(std::begin(board.value.info.portWwn), std::end(board.value.info.portWwn), name.wwn);
+    answer.records.push_back(name);
+  }
+  return answer;
+}
 
 }  // namespace provider
 

@@ -1,5 +1,6 @@
 #include "provider/HostLookup.h"
 
+#include "provider/RemoteHosts.h"
 #include "provider/Source.h"
 #include "provider/WorldWideName.h"
 
@@ -7,11 +8,11 @@ namespace provider {
 
 FoundHost FindHost(const unsigned char* proxy) {
   // A proxy address has as many bytes as a name.
-  const bool isLocal = proxy == nullptr || WwnFromBytes(proxy) == Wwn{};
-  if (!isLocal) return {RM_STATUS_HOST_UNUSABLE, nullptr};
-  std::shared_ptr<Host> local = Source::Get().Local();
-  if (local == nullptr) return {RM_STATUS_FAILED, nullptr};
-  return {RM_STATUS_OK, std::move(local)};
+  const ProxyAddress address = proxy == nullptr ? ProxyAddress{} : WwnFromBytes(proxy);
+  const bool isLocal = address == ProxyAddress{};
+  std::shared_ptr<Host> host = isLocal ? Source::Get().Local() : RemoteHosts::Get().Find(address);
+  if (host != nullptr) return {RM_STATUS_OK, std::move(host)};
+  return {isLocal ? RM_STATUS_FAILED : RM_STATUS_HOST_UNUSABLE, nullptr};
 }
 
 }  // namespace provider

@@ -14,7 +14,7 @@ struct FoundHost {
 };
 
 // Null or eight zero bytes: this host, which fails before RM_InitLib and after RM_ExitLib. Any other address is
-// that of a remote host, and no remote host can be reached: RM_STATUS_HOST_UNUSABLE.
+// that of a remote host: RM_STATUS_HOST_UNUSABLE while it is not registered, and for a CIM host.
 FoundHost FindHost(const unsigned char* proxy);
 
 }  // namespace provider

@@ -29,6 +29,12 @@ FileDescriptor OpenLog() {
   return log;
 }
 
+// Set once, before there are other threads: what a message to standard error begins with. Empty: the log file.
+std::string& ProgramName() {
+  static std::string& name = *new std::string;
+  return name;
+}
+
 std::string Stamp() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
@@ -39,14 +45,24 @@ std::string Stamp() {
 
 }  // namespace
 
+void LogToStandardError(std::string_view program) noexcept {
+  try {
+    ProgramName() = std::string(program) + ": ";
+  } catch (...) {
+    // Out of memory: messages go to the log file.
+  }
+}
+
 void LogLine(std::string_view text) noexcept {
   try {
-    const FileDescriptor log = OpenLog();
-    if (!log.IsOpen()) return;
-    std::string line = Stamp().append(text);
+    const bool isToFile = ProgramName().empty();
+    const FileDescriptor log = isToFile ? OpenLog() : FileDescriptor();
+    if (isToFile && !log.IsOpen()) return;
+    std::string line = (isToFile ? Stamp() : ProgramName()).append(text);
     if (!line.ends_with('\n')) line += '\n';
     // A log that cannot be written to has nobody to tell.
-    [[maybe_unused]] const ssize_t written = write(log.Get(), line.data(), line.size());
+    [[maybe_unused]] const ssize_t written =
+        write(isToFile ? log.Get() : STDERR_FILENO, line.data(), line.size());
   } catch (...) {
     // Out of memory: the message is lost.
   }

@@ -9,6 +9,9 @@
 
 namespace provider {
 
+// For a process of the provider's own: from now on messages go to standard error, without time and process id.
+void LogToStandardError(std::string_view program) noexcept;
+
 // Appends time, process id and `text`, and a newline unless the text ends in one.
 void LogLine(std::string_view text) noexcept;
 

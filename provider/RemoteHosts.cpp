@@ -9,33 +9,20 @@
 #include <cstring>
 #include <memory>
 
+#include "provider/remote/RemoteHost.h"
+
 namespace provider {
 
 namespace {
 
 constexpr std::size_t kMostHosts = 65'536;
 constexpr std::size_t kBytesIpv4 = 4;
+constexpr std::size_t kAddressInProxy = 4;
 
 // First bytes of a proxy address.
 constexpr std::uint8_t kTypeIpv4 = 0xFF;
 constexpr std::uint8_t kTypeIpv4Cim = 0xFE;
 constexpr std::uint8_t kTypeHandle = 0x06;
-
-_RM_IP_INFO MakeRecord(const void* address, std::size_t bytes, std::uint16_t port) {
-  _RM_IP_INFO record{};
-  std::memcpy(record.address, address, bytes);
-  record.port = port;
-  if (bytes != kBytesIpv4) record.flags = RM_IP_FLAG_IPV6;
-  return record;
-}
-
-std::optional<_RM_IP_INFO> ParseNumeric(const std::string& host, std::uint16_t port) {
-  in_addr ipv4{};
-  if (inet_pton(AF_INET, host.c_str(), &ipv4) == 1) return MakeRecord(&ipv4, sizeof(ipv4), port);
-  in6_addr ipv6{};
-  if (inet_pton(AF_INET6, host.c_str(), &ipv6) == 1) return MakeRecord(&ipv6, sizeof(ipv6), port);
-  return std::nullopt;
-}
 
 // The resolver would take "10.1" for 10.0.0.1 and an address with a zone for one without: no names, those.
 bool IsNumberOfOtherKind(const std::string& host) {
@@ -52,14 +39,12 @@ std::optional<_RM_IP_INFO> AskResolver(const std::string& host, std::uint16_t po
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(first, freeaddrinfo);
   std::optional<_RM_IP_INFO> found;
   for (const addrinfo* at = first; at != nullptr; at = at->ai_next) {
-    if (at->ai_family == AF_INET) {
-      const auto* address = reinterpret_cast<const sockaddr_in*>(at->ai_addr);
-      return MakeRecord(&address->sin_addr, sizeof(address->sin_addr), port);
-    }
-    if (at->ai_family == AF_INET6 && !found.has_value()) {
-      const auto* address = reinterpret_cast<const sockaddr_in6*>(at->ai_addr);
-      found = MakeRecord(&address->sin6_addr, sizeof(address->sin6_addr), port);
-    }
+    sockaddr_storage storage{};
+    std::memcpy(&storage, at->ai_addr, std::min<std::size_t>(at->ai_addrlen, sizeof(storage)));
+    const std::optional<NetAddress> address = NetAddress::Of(storage);
+    if (!address.has_value()) continue;
+    if (!address->isIpv6) return address->Record(port);
+    if (!found.has_value()) found = address->Record(port);
   }
   return found;
 }
@@ -68,14 +53,8 @@ std::optional<_RM_IP_INFO> AskResolver(const std::string& host, std::uint16_t po
 
 std::optional<_RM_IP_INFO> ResolveHost(const std::string& host, std::uint16_t port) {
   if (host.empty()) return std::nullopt;
-  if (std::optional<_RM_IP_INFO> record = ParseNumeric(host, port)) return record;
+  if (const std::optional<NetAddress> address = NetAddress::Parse(host)) return address->Record(port);
   return IsNumberOfOtherKind(host) ? std::nullopt : AskResolver(host, port);
-}
-
-std::string AddressText(const _RM_IP_INFO& host) {
-  std::array<char, INET6_ADDRSTRLEN> text{};
-  const int family = (host.flags & RM_IP_FLAG_IPV6) != 0 ? AF_INET6 : AF_INET;
-  return inet_ntop(family, host.address, text.data(), text.size()) == nullptr ? "" : text.data();
 }
 
 RemoteHosts& RemoteHosts::Get() {
@@ -83,54 +62,80 @@ RemoteHosts& RemoteHosts::Get() {
   return hosts;
 }
 
-RemoteHosts::Key RemoteHosts::KeyOf(const _RM_IP_INFO& host) {
-  const bool isIpv6 = (host.flags & RM_IP_FLAG_IPV6) != 0;
-  Key key{};
-  key[0] = isIpv6 ? 1 : 0;
-  std::copy_n(host.address, isIpv6 ? sizeof(host.address) : kBytesIpv4, key.begin() + 1);
-  return key;
-}
-
-std::optional<ProxyAddress> RemoteHosts::Add(const _RM_IP_INFO& host) {
-  const Key key = KeyOf(host);
+std::optional<ProxyAddress> RemoteHosts::Add(const _RM_IP_INFO& record) {
+  const NetAddress address = NetAddress::Of(record);
   const MutexLock held(m_Mutex);
-  const bool isNew = !m_Hosts.contains(key);
-  if (isNew && (m_Hosts.size() >= kMostHosts || m_HandleNumbers.size() >= kMostHosts)) return std::nullopt;
-  m_Hosts[key] = host;
-  return ProxyOf(key, host);
-}
-
-ProxyAddress RemoteHosts::ProxyOf(const Key& key, const _RM_IP_INFO& host) {
-  ProxyAddress proxy{};
-  if ((host.flags & RM_IP_FLAG_IPV6) == 0) {
-    proxy[0] = (host.flags & RM_IP_FLAG_CIM) != 0 ? kTypeIpv4Cim : kTypeIpv4;
-    std::memcpy(&proxy[2], &host.port, sizeof(host.port));
-    std::copy_n(host.address, kBytesIpv4, proxy.begin() + 4);
-    return proxy;
+  const bool isNew = !m_Hosts.contains(address);
+  const bool isFull = m_Hosts.size() >= kMostHosts || m_HandleAddresses.size() >= kMostHosts;
+  if (isNew && isFull) return std::nullopt;
+  const ProxyAddress proxy = ProxyOf(address, record);
+  Entry& entry = m_Hosts[address];
+  const bool isCim = (record.flags & RM_IP_FLAG_CIM) != 0;
+  if (isCim) {
+    entry.host.reset();
+  } else if (entry.host == nullptr || entry.port != record.port) {
+    entry.host = MakeRemoteHost(address, record.port != 0 ? record.port : kAgentPort);
   }
-  const auto next = static_cast<std::uint32_t>(m_HandleNumbers.size());
-  const std::uint32_t number = m_HandleNumbers.emplace(key, next).first->second;
-  proxy[0] = kTypeHandle;
-  std::memcpy(&proxy[4], &number, sizeof(number));
+  entry.port = record.port;
+  entry.flags = record.flags;
   return proxy;
 }
 
-bool RemoteHosts::Remove(const _RM_IP_INFO& host) {
-  const Key key = KeyOf(host);
+ProxyAddress RemoteHosts::ProxyOf(const NetAddress& address, const _RM_IP_INFO& record) {
+  ProxyAddress proxy{};
+  if (!address.isIpv6) {
+    proxy[0] = (record.flags & RM_IP_FLAG_CIM) != 0 ? kTypeIpv4Cim : kTypeIpv4;
+    std::memcpy(&proxy[2], &record.port, sizeof(record.port));
+    std::copy_n(address.bytes.begin(), kBytesIpv4, proxy.begin() + kAddressInProxy);
+    return proxy;
+  }
+  const auto next = static_cast<std::uint32_t>(m_HandleAddresses.size());
+  const auto [known, isNew] = m_HandleNumbers.emplace(address, next);
+  if (isNew) m_HandleAddresses.push_back(address);
+  proxy[0] = kTypeHandle;
+  std::memcpy(&proxy[kAddressInProxy], &known->second, sizeof(known->second));
+  return proxy;
+}
+
+std::optional<NetAddress> RemoteHosts::AddressOf(const ProxyAddress& proxy) const {
+  if (proxy[0] == kTypeIpv4 || proxy[0] == kTypeIpv4Cim) {
+    NetAddress address;
+    std::copy_n(proxy.begin() + kAddressInProxy, kBytesIpv4, address.bytes.begin());
+    return address;
+  }
+  std::uint32_t number = 0;
+  std::memcpy(&number, &proxy[kAddressInProxy], sizeof(number));
+  if (proxy[0] != kTypeHandle || number >= m_HandleAddresses.size()) return std::nullopt;
+  return m_HandleAddresses[number];
+}
+
+bool RemoteHosts::Remove(const _RM_IP_INFO& record) {
+  const NetAddress address = NetAddress::Of(record);
   const MutexLock held(m_Mutex);
-  return m_Hosts.erase(key) > 0;
+  return m_Hosts.erase(address) > 0;
+}
+
+std::shared_ptr<Host> RemoteHosts::Find(const ProxyAddress& proxy) {
+  const MutexLock held(m_Mutex);
+  const std::optional<NetAddress> address = AddressOf(proxy);
+  if (!address.has_value()) return nullptr;
+  const auto found = m_Hosts.find(*address);
+  return found == m_Hosts.end() ? nullptr : found->second.host;
+}
+
+std::shared_ptr<Host> RemoteHosts::Find(const _RM_IP_INFO& record) {
+  const MutexLock held(m_Mutex);
+  const auto found = m_Hosts.find(NetAddress::Of(record));
+  return found == m_Hosts.end() ? nullptr : found->second.host;
 }
 
 bool RemoteHosts::IsCim(const ProxyAddress& proxy) {
   if (proxy[0] != kTypeHandle) return proxy[0] == kTypeIpv4Cim;
-  std::uint32_t number = 0;
-  std::memcpy(&number, &proxy[4], sizeof(number));
   const MutexLock held(m_Mutex);
-  return std::any_of(m_Hosts.begin(), m_Hosts.end(), [&](const auto& entry) REQUIRES(m_Mutex) {
-    const auto found = m_HandleNumbers.find(entry.first);
-    return found != m_HandleNumbers.end() && found->second == number &&
-           (entry.second.flags & RM_IP_FLAG_CIM) != 0;
-  });
+  const std::optional<NetAddress> address = AddressOf(proxy);
+  if (!address.has_value()) return false;
+  const auto found = m_Hosts.find(*address);
+  return found != m_Hosts.end() && (found->second.flags & RM_IP_FLAG_CIM) != 0;
 }
 
 }  // namespace provider

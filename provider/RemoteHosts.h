@@ -2,17 +2,21 @@
 // meant.
 //
 // Thread safety: locked inside, usable before main and after exit has begun.
+// Ownership: a host is shared with the calls that run on it, so that it outlives its removal for those.
 #ifndef PROVIDER_REMOTEHOSTS_H_
 #define PROVIDER_REMOTEHOSTS_H_
 
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "provider/Host.h"
 #include "provider/Mutex.h"
+#include "provider/NetAddress.h"
 
 namespace provider {
 
@@ -22,31 +26,38 @@ using ProxyAddress = std::array<std::uint8_t, 8>;
 // taken when there is one. Nothing when the text is neither. Asking the resolver takes as long as it takes.
 std::optional<_RM_IP_INFO> ResolveHost(const std::string& host, std::uint16_t port);
 
-// The address alone, as people write it.
-std::string AddressText(const _RM_IP_INFO& host);
-
 class RemoteHosts {
  public:
   // The process's table; never destroyed.
   static RemoteHosts& Get();
 
   // Registers the host, or notes its new port and flags. Nothing when the table is full.
-  std::optional<ProxyAddress> Add(const _RM_IP_INFO& host);
+  std::optional<ProxyAddress> Add(const _RM_IP_INFO& record);
   // By address alone. False when it was not registered.
-  bool Remove(const _RM_IP_INFO& host);
+  bool Remove(const _RM_IP_INFO& record);
+
+  // By address alone, whatever the port. Null when no such host is registered, and for a CIM host, which
+  // nothing here can talk to.
+  std::shared_ptr<Host> Find(const ProxyAddress& proxy);
+  std::shared_ptr<Host> Find(const _RM_IP_INFO& record);
+
   bool IsCim(const ProxyAddress& proxy);
 
  private:
-  // Family and address: what makes two hosts the same one.
-  using Key = std::array<std::uint8_t, 17>;
+  struct Entry {
+    std::uint16_t port = 0;
+    std::uint8_t flags = 0;
+    std::shared_ptr<Host> host;
+  };
 
-  static Key KeyOf(const _RM_IP_INFO& host);
-  ProxyAddress ProxyOf(const Key& key, const _RM_IP_INFO& host) REQUIRES(m_Mutex);
+  ProxyAddress ProxyOf(const NetAddress& address, const _RM_IP_INFO& record) REQUIRES(m_Mutex);
+  std::optional<NetAddress> AddressOf(const ProxyAddress& proxy) const REQUIRES(m_Mutex);
 
   Mutex m_Mutex;
-  std::map<Key, _RM_IP_INFO> m_Hosts GUARDED_BY(m_Mutex);
+  std::map<NetAddress, Entry> m_Hosts GUARDED_BY(m_Mutex);
   // Of every IPv6 address ever registered: a proxy address stays that of its host for the life of the process.
-  std::map<Key, std::uint32_t> m_HandleNumbers GUARDED_BY(m_Mutex);
+  std::map<NetAddress, std::uint32_t> m_HandleNumbers GUARDED_BY(m_Mutex);
+  std::vector<NetAddress> m_HandleAddresses GUARDED_BY(m_Mutex);  // by number
 };
 
 }  // namespace provider

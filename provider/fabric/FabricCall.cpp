@@ -7,6 +7,7 @@ namespace {
 constexpr FabricCallTraits kTraits[] = {
     {"RM_GetAllLocalHBAInstances", false, true, true},
     {"RM_GetLocalHBAInfoV4", true, true, false},
+    {"RM_GetAllNodeAddr", false, true, true},
     {"RM_IsLocalHBA", true, false, false},
     {"RM_IsVarnixPort", true, false, false},
     {"RM_GetDiscoveryAttributes", true, true, false},

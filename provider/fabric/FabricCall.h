@@ -11,6 +11,7 @@ namespace provider {
 enum class FabricCall {
   kBoardInstances,
   kReadBoard,
+  kPortNames,
   kHasPort,
   kIsMakersPort,
   kDiscoveryAttributes,

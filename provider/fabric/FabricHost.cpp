@@ -1,6 +1,7 @@
 #include "provider/fabric/FabricHost.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "provider/fabric/FabricRecords.h"
 #include "provider/fabric/FabricReload.h"
@@ -49,12 +50,16 @@ Result Failed(int status) {
   return result;
 }
 
+// Of the host that is meant, what the file says now.
+using CurrentFabric = std::function<std::shared_ptr<Fabric>()>;
+
 class FabricHost : public Host {
  public:
-  explicit FabricHost(const std::string& path) : m_File(path) {}
+  explicit FabricHost(CurrentFabric current) : m_Current(std::move(current)) {}
 
   ListAnswer<unsigned int> BoardInstances() override;
   Answer<Board> ReadBoard(unsigned int instance) override;
+  ListAnswer<HBA_NAME> PortNames() override;
   bool HasPort(const Wwn& wwn) override;
   bool IsMakersPort(const Wwn& wwn) override;
   Answer<Attributes> DiscoveryAttributes(const Wwn& wwn) override;
@@ -80,12 +85,12 @@ class FabricHost : public Host {
   template <class Read>
   Answer<Attributes> AskAttributes(FabricCall call, const Wwn& wwn, Read read);
 
-  FabricReload m_File;
+  const CurrentFabric m_Current;
 };
 
 template <class Result, class Read>
 Result FabricHost::AskPort(FabricCall call, const Wwn& wwn, const Wwn* virtualPort, Read read) {
-  const std::shared_ptr<Fabric> fabric = m_File.Current();
+  const std::shared_ptr<Fabric> fabric = m_Current();
   const FabricFaultEffect effect = fabric->faults.Pass(call, &wwn, virtualPort);
   const FabricTimeline::Snapshot moment = fabric->timeline.Now();
   const auto found = fabric->model.boardNumbers.find(wwn);
@@ -107,7 +112,7 @@ Answer<Attributes> FabricHost::AskAttributes(FabricCall call, const Wwn& wwn, Re
 }
 
 ListAnswer<unsigned int> FabricHost::BoardInstances() {
-  const std::shared_ptr<Fabric> fabric = m_File.Current();
+  const std::shared_ptr<Fabric> fabric = m_Current();
   const FabricFaultEffect effect = fabric->faults.Pass(FabricCall::kBoardInstances, nullptr, nullptr);
   const FabricTimeline::Snapshot moment = fabric->timeline.Now();
   ListAnswer<unsigned int> answer;
@@ -119,7 +124,7 @@ ListAnswer<unsigned int> FabricHost::BoardInstances() {
 }
 
 Answer<Board> FabricHost::ReadBoard(unsigned int instance) {
-  const std::shared_ptr<Fabric> fabric = m_File.Current();
+  const std::shared_ptr<Fabric> fabric = m_Current();
   if (instance >= fabric->model.boards.size()) return Failed<Answer<Board>>(RM_STATUS_NOT_FOUND);
   const FabricBoard& board = fabric->model.boards[instance];
   const FabricFaultEffect effect = fabric->faults.Pass(FabricCall::kReadBoard, &board.portName, nullptr);
@@ -131,8 +136,22 @@ Answer<Board> FabricHost::ReadBoard(unsigned int instance) {
   return answer;
 }
 
+ListAnswer<HBA_NAME> FabricHost::PortNames() {
+  const std::shared_ptr<Fabric> fabric = m_Current();
+  const FabricFaultEffect effect = fabric->faults.Pass(FabricCall::kPortNames, nullptr, nullptr);
+  const FabricTimeline::Snapshot moment = fabric->timeline.Now();
+  ListAnswer<HBA_NAME> answer;
+  for (std::size_t i = 0; i < moment->boards.size(); ++i) {
+    if (!moment->boards[i].present) continue;
+    const Wwn& portName = fabric->model.boards[i].portName;
+    std::copy(portName.begin(), portName.end(), answer.records.emplace_back().wwn);
+  }
+  Distort(effect, answer);
+  return answer;
+}
+
 bool FabricHost::HasPort(const Wwn& wwn) {
-  const std::shared_ptr<Fabric> fabric = m_File.Current();
+  const std::shared_ptr<Fabric> fabric = m_Current();
   fabric->faults.Pass(FabricCall::kHasPort, &wwn, nullptr);
   const FabricTimeline::Snapshot moment = fabric->timeline.Now();
   const auto found = fabric->model.boardNumbers.find(wwn);
@@ -140,7 +159,7 @@ bool FabricHost::HasPort(const Wwn& wwn) {
 }
 
 bool FabricHost::IsMakersPort(const Wwn& wwn) {
-  const std::shared_ptr<Fabric> fabric = m_File.Current();
+  const std::shared_ptr<Fabric> fabric = m_Current();
   fabric->faults.Pass(FabricCall::kIsMakersPort, &wwn, nullptr);
   const FabricTimeline::Snapshot moment = fabric->timeline.Now();
   return std::binary_search(moment->makersPorts.begin(), moment->makersPorts.end(), wwn);
@@ -238,7 +257,7 @@ ListAnswer<HBA_NAME> FabricHost::VirtualFunctions(const Wwn& wwn) {
 }
 
 Answer<bool> FabricHost::SecureManagement() {
-  const std::shared_ptr<Fabric> fabric = m_File.Current();
+  const std::shared_ptr<Fabric> fabric = m_Current();
   const FabricFaultEffect effect = fabric->faults.Pass(FabricCall::kSecureManagement, nullptr, nullptr);
   Answer<bool> answer{RM_STATUS_OK, fabric->model.secureManagement};
   Distort(effect, answer);
@@ -248,7 +267,39 @@ Answer<bool> FabricHost::SecureManagement() {
 }  // namespace
 
 std::unique_ptr<Host> MakeFabricHost(const std::string& path) {
-  return std::make_unique<FabricHost>(path);
+  auto file = std::make_shared<FabricReload>(path, FabricReload::Remote::kOnlyChecked);
+  return std::make_unique<FabricHost>([file] { return file->Current()->local; });
+}
+
+FabricHosts::FabricHosts(const std::string& path)
+    : m_File(std::make_shared<FabricReload>(path, FabricReload::Remote::kKept)) {}
+
+std::shared_ptr<Host> FabricHosts::Local() const {
+  return std::make_shared<FabricHost>([file = m_File] { return file->Current()->local; });
+}
+
+std::shared_ptr<Host> FabricHosts::At(const NetAddress& address) const {
+  const std::shared_ptr<const FabricContent> content = m_File->Current();
+  const auto found = content->remote.find(address);
+  if (found == content->remote.end()) return nullptr;
+  return std::make_shared<FabricHost>([fabric = found->second] { return fabric; });
+}
+
+std::vector<NetAddress> FabricHosts::Addresses() const {
+  std::vector<NetAddress> addresses;
+  const std::shared_ptr<const FabricContent> content = m_File->Current();
+  for (const auto& [address, fabric] : content->remote) addresses.push_back(address);
+  return addresses;
+}
+
+bool FabricHosts::IsUnreachable(const NetAddress& address) const {
+  const std::shared_ptr<const FabricContent> content = m_File->Current();
+  const auto found = content->remote.find(address);
+  return found != content->remote.end() && found->second->model.unreachable;
+}
+
+void FabricHosts::EndSleeps() const {
+  m_File->EndSleeps();
 }
 
 }  // namespace provider

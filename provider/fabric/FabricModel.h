@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "provider/Host.h"
+#include "provider/NetAddress.h"
 #include "provider/fabric/FabricCall.h"
 
 namespace provider {
@@ -138,14 +139,23 @@ struct FabricFault {
   std::optional<std::uint32_t> claimedCount;
 };
 
+// One host.
 struct FabricModel {
   std::string hostName;
+  std::vector<NetAddress> addresses;  // of a remote host
+  bool unreachable = false;           // a remote host with which no connection can be made
   bool secureManagement = false;
   std::chrono::milliseconds delay{0};
   std::vector<FabricBoard> boards;
   std::map<Wwn, std::size_t> boardNumbers;  // by port name
   std::vector<FabricEvent> events;          // by time
   std::vector<FabricFault> faults;          // in the file's order
+};
+
+// Everything in a file.
+struct FabricModels {
+  FabricModel local;
+  std::vector<FabricModel> remote;
 };
 
 // What `event` makes of its board.

@@ -26,12 +26,19 @@ FabricReload::Identity FabricReload::Identify(const std::string& path) {
   return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, age >= kSettledSeconds || age < 0};
 }
 
-FabricReload::FabricReload(std::string path)
-    : m_Path(std::move(path)), m_NextLook((Clock::now() + kLookInterval).time_since_epoch().count()) {
+void FabricContent::EndSleeps() const {
+  local->faults.EndSleeps();
+  for (const auto& [address, host] : remote) host->faults.EndSleeps();
+}
+
+FabricReload::FabricReload(std::string path, Remote remote)
+    : m_Path(std::move(path)),
+      m_Remote(remote),
+      m_NextLook((Clock::now() + kLookInterval).time_since_epoch().count()) {
   // Identified before it is read: a writing in between is seen by the next look.
   m_Identity = Identify(m_Path);
   m_Text = ReadText();
-  m_Fabric = Load(m_Text);
+  m_Content = Load(m_Text);
 }
 
 std::string FabricReload::ReadText() const {
@@ -42,23 +49,41 @@ std::string FabricReload::ReadText() const {
   }
 }
 
-std::shared_ptr<Fabric> FabricReload::Load(const std::string& text) const {
+std::shared_ptr<const FabricContent> FabricReload::Load(const std::string& text) const {
   try {
-    return std::make_shared<Fabric>(ReadFabricModel(ParseFabricText(text)));
+    FabricModels models = ReadFabricModels(ParseFabricText(text));
+    auto content = std::make_shared<FabricContent>();
+    content->local = std::make_shared<Fabric>(std::move(models.local));
+    if (m_Remote == Remote::kOnlyChecked) return content;
+    for (FabricModel& model : models.remote) {
+      const auto host = std::make_shared<Fabric>(std::move(model));
+      for (const NetAddress& address : host->model.addresses) content->remote.emplace(address, host);
+    }
+    return content;
   } catch (const FabricError& error) {
     throw std::runtime_error(m_Path + ":" + error.what());
   }
 }
 
-std::shared_ptr<Fabric> FabricReload::Current() {
+std::shared_ptr<const FabricContent> FabricReload::Current() {
   const Clock::time_point now = Clock::now();
   if (now.time_since_epoch().count() >= m_NextLook.load() && m_LookMutex.TryLock()) {
     const MutexLock looking(m_LookMutex, std::adopt_lock);
-    m_NextLook = (now + kLookInterval).time_since_epoch().count();
-    LookAgain();
+    // Anew, with the lock: the looks may have ended.
+    if (now.time_since_epoch().count() >= m_NextLook.load()) {
+      m_NextLook = (now + kLookInterval).time_since_epoch().count();
+      LookAgain();
+    }
   }
-  const MutexLock held(m_FabricMutex);
-  return m_Fabric;
+  const MutexLock held(m_ContentMutex);
+  return m_Content;
+}
+
+void FabricReload::EndSleeps() {
+  const MutexLock looking(m_LookMutex);
+  m_NextLook = Clock::time_point::max().time_since_epoch().count();
+  const MutexLock held(m_ContentMutex);
+  m_Content->EndSleeps();
 }
 
 void FabricReload::LookAgain() {
@@ -78,13 +103,13 @@ void FabricReload::LookAgain() {
   m_Identity = identity;
 }
 
-void FabricReload::Install(std::shared_ptr<Fabric> fabric) {
+void FabricReload::Install(std::shared_ptr<const FabricContent> content) {
   {
-    const MutexLock held(m_FabricMutex);
-    std::swap(m_Fabric, fabric);
+    const MutexLock held(m_ContentMutex);
+    std::swap(m_Content, content);
   }
   // What hangs on the old content would hang for ever.
-  fabric->faults.EndSleeps();
+  content->EndSleeps();
 }
 
 }  // namespace provider

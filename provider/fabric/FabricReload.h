@@ -1,7 +1,8 @@
 // A fabric file that may change while it is in use.
 //
 // Thread safety: locked inside. A call never waits for another one that reads the file anew.
-// Ownership: a Fabric is shared with the calls that run on it; a call that began on the old content ends on it.
+// Ownership: a content and its hosts are shared with the calls that run on it; a call that began on the old
+// content ends on it.
 #ifndef PROVIDER_FABRIC_FABRICRELOAD_H_
 #define PROVIDER_FABRIC_FABRICRELOAD_H_
 
@@ -9,8 +10,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "provider/Mutex.h"
 #include "provider/fabric/FabricFaults.h"
@@ -19,7 +22,7 @@
 
 namespace provider {
 
-// One content of the file with its clock and its counts.
+// One host of one content of the file, with its clock and its counts.
 struct Fabric {
   explicit Fabric(FabricModel read) : model(std::move(read)), timeline(model), faults(model) {}
 
@@ -28,14 +31,27 @@ struct Fabric {
   FabricFaults faults;
 };
 
+// One content of the file.
+struct FabricContent {
+  std::shared_ptr<Fabric> local;
+  std::map<NetAddress, std::shared_ptr<Fabric>> remote;  // a host with two addresses is there twice
+
+  void EndSleeps() const;
+};
+
 class FabricReload {
  public:
+  enum class Remote { kKept, kOnlyChecked };
+
   // Throws std::runtime_error: "file:line: key: what was expected", or the file and why it cannot be read.
-  explicit FabricReload(std::string path);
+  FabricReload(std::string path, Remote remote);
 
   // The file's content, looked at again when the last look is 100 ms old. A content that is wrong is logged
   // once and the one before stays.
-  std::shared_ptr<Fabric> Current();
+  std::shared_ptr<const FabricContent> Current();
+
+  // Ends the calls that hang or are delayed, now and from now on; the content stays as it is.
+  void EndSleeps();
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -53,17 +69,18 @@ class FabricReload {
 
   static Identity Identify(const std::string& path);
   void LookAgain() REQUIRES(m_LookMutex);
-  void Install(std::shared_ptr<Fabric> fabric) REQUIRES(m_LookMutex);
+  void Install(std::shared_ptr<const FabricContent> content) REQUIRES(m_LookMutex);
   std::string ReadText() const;
-  std::shared_ptr<Fabric> Load(const std::string& text) const;
+  std::shared_ptr<const FabricContent> Load(const std::string& text) const;
 
   const std::string m_Path;
+  const Remote m_Remote;
   std::atomic<Clock::rep> m_NextLook;  // atomic: asked by every call without a lock
-  Mutex m_LookMutex;                   // who looks at the file; before m_FabricMutex
+  Mutex m_LookMutex;                   // who looks at the file; before m_ContentMutex
   Identity m_Identity GUARDED_BY(m_LookMutex);
   std::string m_Text GUARDED_BY(m_LookMutex);  // looked at last, right or wrong; or why it could not be read
-  Mutex m_FabricMutex;
-  std::shared_ptr<Fabric> m_Fabric GUARDED_BY(m_FabricMutex);
+  Mutex m_ContentMutex;
+  std::shared_ptr<const FabricContent> m_Content GUARDED_BY(m_ContentMutex);
 };
 
 }  // namespace provider

@@ -12,13 +12,13 @@
 namespace provider {
 
 // Throws FabricError.
-FabricModel ReadFabricModel(const FabricNode& root);
+FabricModels ReadFabricModels(const FabricNode& root);
 
-// What is counted over a whole file.
+// What is counted over a whole host.
 struct FabricTotals {
   std::set<Wwn> portNames;  // of boards and virtual ports: no two are the same
   std::set<Wwn> functions;  // addresses of virtual functions: likewise
-  std::size_t records = 0;  // written out, of all lists together
+  std::size_t records = 0;  // written out, of all lists together, and of the hosts before this one
 };
 
 // The pieces. `totals` of a list that takes the place of another one are the caller's own, except for

@@ -122,6 +122,11 @@ Answer<Board> TimeLimitedHost::ReadBoard(unsigned int instance) {
                 [instance](Host& host) { return host.ReadBoard(instance); });
 }
 
+ListAnswer<HBA_NAME> TimeLimitedHost::PortNames() {
+  return InTime(Key{Key::Kind::kList, 0}, Locked<ListAnswer<HBA_NAME>>(),
+                [](Host& host) { return host.PortNames(); });
+}
+
 bool TimeLimitedHost::HasPort(const Wwn& wwn) {
   return InTime(Key{Key::Kind::kPort, WwnToNumber(wwn)}, false,
                 [wwn](Host& host) { return host.HasPort(wwn); });

@@ -25,6 +25,7 @@ class TimeLimitedHost final : public Host {
 
   ListAnswer<unsigned int> BoardInstances() override;
   Answer<Board> ReadBoard(unsigned int instance) override;
+  ListAnswer<HBA_NAME> PortNames() override;
 
   bool HasPort(const Wwn& wwn) override;
   bool IsMakersPort(const Wwn& wwn) override;

@@ -88,13 +88,28 @@ TEST(Addresses, ProxyAddressOfIpv6IsAHandleThatStays) {
   EXPECT_EQ(IsCimHost(other), 0);
 }
 
-TEST(Addresses, NoHostCanBeAskedYet) {
+// Without asking anybody: no host that is not registered, and no CIM host.
+TEST(Addresses, UnknownHostsAreUnusable) {
   _RM_IP_INFO host{};
   ASSERT_EQ(RM_RemoteOOBHostAddrV2("127.0.0.1", 23333, &host), RM_STATUS_OK);
-  RM_NodeAddrList list{0, 99};
-  EXPECT_EQ(RM_GetAllNodeAddr(&host, &list), RM_STATUS_HOST_UNUSABLE);
-  EXPECT_EQ(list.count, 0u);
-  EXPECT_EQ(RM_SetOOBTimeout(10), RM_STATUS_OK);
+  const unsigned char port[8] = {0x10};
+  const unsigned char handle[8] = {0x06, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0x7F};
+  unsigned char proxy[8];
+  const auto expectUnusable = [&] {
+    RM_NodeAddrList list{0, 99};
+    unsigned int type = 0;
+    EXPECT_EQ(RM_GetAllNodeAddr(&host, &list), RM_STATUS_HOST_UNUSABLE);
+    EXPECT_EQ(list.count, 0u);
+    EXPECT_EQ(RM_GetDriverType(proxy, port, &type), RM_STATUS_HOST_UNUSABLE);
+    EXPECT_EQ(RM_GetDriverType(handle, port, &type), RM_STATUS_HOST_UNUSABLE);
+  };
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
+  ASSERT_EQ(RM_RemoveOOBAddrFromLookupTable(&host), RM_STATUS_OK);
+  expectUnusable();
+  host.flags = RM_IP_FLAG_CIM;
+  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
+  expectUnusable();
+  EXPECT_EQ(RM_GetAllNodeAddr(nullptr, nullptr), RM_STATUS_FAILED);
 }
 
 TEST(Addresses, CacheFlagsAreSetAndAskedFor) {

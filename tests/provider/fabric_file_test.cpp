@@ -149,7 +149,8 @@ TEST_F(FabricFile, BadRowsOfAHost) {
   } rows[] = {
       {R"(, "delay_ms": 604800001)", "9: local.delay_ms: expected a whole number from 0 to 604800000"},
       {R"(, "remote": [])", "9: local.remote: unknown key, expected one of name,"},
-      {R"(}, "remote": {)", "9: remote: unknown key, expected one of $schema, comment, local"},
+      {R"(}, "remotes": {)", "9: remotes: unknown key, expected one of $schema, comment, local, remote"},
+      {R"(}, "remote": {)", "9: remote: expected an array of at most 10000 elements"},
       {R"(, "events": [{"port": "1000000000000001"}])", "9: local.events[0].after_ms: expected the time"},
       {R"(, "events": [{"after_ms": 1, "port": "1000000000000009"}])",
        "9: local.events[0].port: expected the \"wwpn\""},
@@ -181,6 +182,42 @@ TEST_F(FabricFile, BadRowsOfAHost) {
        "9: local.faults[0].times: expected a whole number from 1"},
   };
   for (const auto& row : rows) EXPECT_THAT(Refusal(Filled("", row.text)), StartsWith(row.message)) << row.text;
+}
+
+// The remote hosts on line 2.
+TEST_F(FabricFile, RemoteHosts) {
+  const auto refusal = [this](const std::string& remote) {
+    return Refusal("{\"local\": {\"name\": \"l\", \"boards\": []},\n\"remote\": [" + remote + "]}");
+  };
+  const auto host = [](const std::string& address, const std::string& more = "") {
+    return R"({"name": "r", "boards": [{"kind": "fc", "wwpn": "1000000000000001"}], "address": )" + address +
+           more + "}";
+  };
+  EXPECT_EQ(refusal(""), "");
+  EXPECT_EQ(
+      refusal(host(R"("127.0.1.1")", R"(, "unreachable": true, "comment": "c")") + "," +
+              host(R"(["127.0.1.2", "::1"])", R"(, "faults": [{"call": "RM_GetAllNodeAddr", "status": 303}])")),
+      "");
+  const std::string notNumeric = "expected a numeric IPv4 or IPv6 address without a port";
+  const std::pair<std::string, std::string> rows[] = {
+      {R"({"name": "r", "boards": []})", "2: remote[0].address: expected the host's address"},
+      {host("7"), "2: remote[0].address: expected an array"},
+      {host("[]"), "2: remote[0].address: expected at least one address"},
+      {host(R"("server7")"), "2: remote[0].address: " + notNumeric},
+      {host(R"("127.0.0.1:23333")"), "2: remote[0].address: " + notNumeric},
+      {host(R"(["::1", 5])"), "2: remote[0].address[1]: " + notNumeric},
+      {host(R"("0.0.0.0")"), "2: remote[0].address: expected the address of one host"},
+      {host(R"(["::1", "0:0::1"])"), "2: remote[0].address[1]: expected an address that no other host"},
+      {host(R"("127.0.1.1")") + ",\n" + host(R"("127.0.1.1")"),
+       "3: remote[1].address: expected an address that no other host"},
+      {host(R"("127.0.1.1")",
+            R"(, "faults": [{"call": "RM_GetAllNodeAddr", "port": "1000000000000001", "status": 1}])"),
+       "2: remote[0].faults[0].port: expected no port"},
+      {host(R"("127.0.1.1")",
+            R"(, "events": [{"after_ms": 1, "port": "1000000000000001", "remove_targets": ["01"]}])"),
+       "2: remote[0].events[0].remove_targets[0]: expected"},
+  };
+  for (const auto& [text, message] : rows) EXPECT_THAT(refusal(text), StartsWith(message)) << text;
 }
 
 TEST_F(FabricFile, FilesThatAreNoneAtAll) {
@@ -239,12 +276,12 @@ TEST_F(FabricFile, ExamplesAreGood) {
   int files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(kExamples)) {
     const std::string path = entry.path();
-    if (!path.ends_with("-host.json")) continue;
+    if (!path.ends_with("-host.json") && !path.ends_with("-fabric.json")) continue;
     ++files;
     std::string reason;
     EXPECT_EQ(SetSource("fabric", path, &reason), 0) << reason;
   }
-  EXPECT_GE(files, 3);
+  EXPECT_GE(files, 4);
 }
 
 // The schema file and the provider name the same keys. What the provider takes is told by its own message about
@@ -261,6 +298,9 @@ TEST_F(FabricFile, SchemaFileNamesTheKeysThatAreTaken) {
   };
   const std::pair<const char*, std::vector<std::string>> rows[] = {
       {"host", {R"({"local": {"name": "h", "boards": [], )" + unknown + "}}"}},
+      {"remoteHost",
+       {R"({"local": {"name": "h", "boards": []}, "remote": [{"name": "r", "address": "::1", "boards": [], )" +
+        unknown + "}]}"}},
       {"board", {board("fc"), board("iscsi"), board("nic")}},
       {"target", {Filled(R"(, "targets": [{"wwpn": "5000000000000001", )" + unknown + "}]")}},
       {"virtualPort", {Filled(R"(, "virtual_ports": [{"wwpn": "1100000000000001", )" + unknown + "}]")}},

@@ -1,0 +1,164 @@
+#include "provider/remote/RemoteHost.h"
+
+#include <atomic>
+#include <set>
+
+#include "provider/WorldWideName.h"
+#include "provider/remote/HttpClient.h"
+#include "provider/remote/WireCodec.h"
+#include "provider/remote/WireQuery.h"
+
+namespace provider {
+
+namespace {
+
+// Atomic: set from any thread, read by every call.
+constinit std::atomic<std::chrono::milliseconds> gs_Limit{kDefaultRemoteCallLimit};
+
+template <class Result>
+Result Failed(int status) {
+  Result result;
+  result.status = status;
+  return result;
+}
+
+class RemoteHost final : public Host {
+ public:
+  explicit RemoteHost(std::string authority) : m_Authority(std::move(authority)) {}
+
+  ListAnswer<unsigned int> BoardInstances() override;
+  Answer<Board> ReadBoard(unsigned int instance) override;
+  ListAnswer<HBA_NAME> PortNames() override;
+  bool HasPort(const Wwn& wwn) override;
+  bool IsMakersPort(const Wwn& wwn) override;
+  Answer<Attributes> DiscoveryAttributes(const Wwn& wwn) override;
+  Answer<Attributes> HbaAttributes(const Wwn& wwn) override;
+  Answer<Attributes> PortAttributes(const Wwn& wwn) override;
+  Answer<Attributes> ServerAttributes(const Wwn& wwn) override;
+  Answer<std::uint32_t> DriverType(const Wwn& wwn) override;
+  Answer<std::uint32_t> BindType(const Wwn& wwn) override;
+  Answer<IscsiNames> InitiatorProperties(const Wwn& wwn) override;
+  ListAnswer<RM_NodeInfoEntry> Nodes(const Wwn& wwn) override;
+  ListAnswer<RM_VPortEntry> VirtualPorts(const Wwn& wwn) override;
+  ListAnswer<RM_VPortTargetEntry> VirtualPortTargets(const Wwn& wwn, const Wwn& vportWwn) override;
+  ListAnswer<_RM_ISCSI_TARGET> IscsiTargets(const Wwn& wwn, bool refresh) override;
+  ListAnswer<HBA_NAME> VirtualFunctions(const Wwn& wwn) override;
+  Answer<bool> SecureManagement() override;
+
+ private:
+  template <class Result>
+  Result Ask(const WireQuery& query) const;
+  template <class Result>
+  Result AskPort(WireQuestion question, const Wwn& wwn) const {
+    return Ask<Result>({question, wwn, {}, 0});
+  }
+  bool AskYesOrNo(WireQuestion question, const Wwn& wwn) const {
+    const auto answer = AskPort<Answer<bool>>(question, wwn);
+    return answer.status == RM_STATUS_OK && answer.value;
+  }
+
+  const std::string m_Authority;
+};
+
+template <class Result>
+Result RemoteHost::Ask(const WireQuery& query) const {
+  const HttpReply reply = HttpClient::Get().Ask(m_Authority, PathOf(query), gs_Limit.load(), kMostWireBytes);
+  if (reply.status != RM_STATUS_OK) return Failed<Result>(reply.status);
+  try {
+    return DecodeAnswer<Result>(reply.body);
+  } catch (const WireError&) {
+    return Failed<Result>(RM_STATUS_HOST_UNUSABLE);
+  }
+}
+
+ListAnswer<unsigned int> RemoteHost::BoardInstances() {
+  return Ask<ListAnswer<unsigned int>>({WireQuestion::kBoardInstances, {}, {}, 0});
+}
+
+Answer<Board> RemoteHost::ReadBoard(unsigned int instance) {
+  return Ask<Answer<Board>>({WireQuestion::kBoard, {}, {}, instance});
+}
+
+// A list names no port twice, whatever the other side says.
+ListAnswer<HBA_NAME> RemoteHost::PortNames() {
+  auto answer = Ask<ListAnswer<HBA_NAME>>({WireQuestion::kPortNames, {}, {}, 0});
+  std::set<Wwn> seen;
+  for (const HBA_NAME& name : answer.records) {
+    if (!seen.insert(WwnFromBytes(name.wwn)).second)
+      return Failed<ListAnswer<HBA_NAME>>(RM_STATUS_HOST_UNUSABLE);
+  }
+  return answer;
+}
+
+bool RemoteHost::HasPort(const Wwn& wwn) {
+  return AskYesOrNo(WireQuestion::kHasPort, wwn);
+}
+
+bool RemoteHost::IsMakersPort(const Wwn& wwn) {
+  return AskYesOrNo(WireQuestion::kIsMakersPort, wwn);
+}
+
+Answer<Attributes> RemoteHost::DiscoveryAttributes(const Wwn& wwn) {
+  return AskPort<Answer<Attributes>>(WireQuestion::kDiscoveryAttributes, wwn);
+}
+
+Answer<Attributes> RemoteHost::HbaAttributes(const Wwn& wwn) {
+  return AskPort<Answer<Attributes>>(WireQuestion::kHbaAttributes, wwn);
+}
+
+Answer<Attributes> RemoteHost::PortAttributes(const Wwn& wwn) {
+  return AskPort<Answer<Attributes>>(WireQuestion::kPortAttributes, wwn);
+}
+
+Answer<Attributes> RemoteHost::ServerAttributes(const Wwn& wwn) {
+  return AskPort<Answer<Attributes>>(WireQuestion::kServerAttributes, wwn);
+}
+
+Answer<std::uint32_t> RemoteHost::DriverType(const Wwn& wwn) {
+  return AskPort<Answer<std::uint32_t>>(WireQuestion::kDriverType, wwn);
+}
+
+Answer<std::uint32_t> RemoteHost::BindType(const Wwn& wwn) {
+  return AskPort<Answer<std::uint32_t>>(WireQuestion::kBindType, wwn);
+}
+
+Answer<IscsiNames> RemoteHost::InitiatorProperties(const Wwn& wwn) {
+  return AskPort<Answer<IscsiNames>>(WireQuestion::kInitiatorProperties, wwn);
+}
+
+ListAnswer<RM_NodeInfoEntry> RemoteHost::Nodes(const Wwn& wwn) {
+  return AskPort<ListAnswer<RM_NodeInfoEntry>>(WireQuestion::kNodes, wwn);
+}
+
+ListAnswer<RM_VPortEntry> RemoteHost::VirtualPorts(const Wwn& wwn) {
+  return AskPort<ListAnswer<RM_VPortEntry>>(WireQuestion::kVirtualPorts, wwn);
+}
+
+ListAnswer<RM_VPortTargetEntry> RemoteHost::VirtualPortTargets(const Wwn& wwn, const Wwn& vportWwn) {
+  return Ask<ListAnswer<RM_VPortTargetEntry>>({WireQuestion::kVirtualPortTargets, wwn, vportWwn, 0});
+}
+
+ListAnswer<_RM_ISCSI_TARGET> RemoteHost::IscsiTargets(const Wwn& wwn, bool refresh) {
+  return AskPort<ListAnswer<_RM_ISCSI_TARGET>>(
+      refresh ? WireQuestion::kIscsiTargetsRefreshed : WireQuestion::kIscsiTargets, wwn);
+}
+
+ListAnswer<HBA_NAME> RemoteHost::VirtualFunctions(const Wwn& wwn) {
+  return AskPort<ListAnswer<HBA_NAME>>(WireQuestion::kVirtualFunctions, wwn);
+}
+
+Answer<bool> RemoteHost::SecureManagement() {
+  return Ask<Answer<bool>>({WireQuestion::kSecureManagement, {}, {}, 0});
+}
+
+}  // namespace
+
+std::unique_ptr<Host> MakeRemoteHost(const NetAddress& address, std::uint16_t port) {
+  return std::make_unique<RemoteHost>(address.TextWithPort(port));
+}
+
+void SetRemoteCallLimit(std::chrono::milliseconds limit) {
+  gs_Limit = limit.count() > 0 ? limit : kDefaultRemoteCallLimit;
+}
+
+}  // namespace provider

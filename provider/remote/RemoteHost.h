@@ -1,0 +1,30 @@
+// The host at a network address, asked through the agent that runs there.
+//
+// Every question is one HTTP request. What the agent answers, scripted statuses included, is what the caller
+// gets. Beyond that: RM_STATUS_BUSY (ask again) when no answer came in time or the agent has too much to do;
+// RM_STATUS_HOST_UNUSABLE when nobody is there, or what came is no answer of an agent: a host that sends
+// garbage is given up as quickly as one that is switched off.
+//
+// Thread safety: any call from any thread. Nothing is remembered from one call to the next but the connection.
+#ifndef PROVIDER_REMOTE_REMOTEHOST_H_
+#define PROVIDER_REMOTE_REMOTEHOST_H_
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+#include "provider/Host.h"
+#include "provider/NetAddress.h"
+
+namespace provider {
+
+std::unique_ptr<Host> MakeRemoteHost(const NetAddress& address, std::uint16_t port);
+
+// No call of a remote host takes longer, from connecting to the last byte. For all of them, from the next call
+// on; zero stands for the default.
+inline constexpr std::chrono::milliseconds kDefaultRemoteCallLimit{10'000};
+void SetRemoteCallLimit(std::chrono::milliseconds limit);
+
+}  // namespace provider
+
+#endif  // PROVIDER_REMOTE_REMOTEHOST_H_

@@ -1,0 +1,205 @@
+// What answers at a host's address may be anything. It costs at most the limit of a call, and some megabytes.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <random>
+
+#include "provider/remote/RemoteHost.h"
+#include "provider/remote/WireCodec.h"
+#include "tests/agent/Agents.h"
+
+namespace agenttest {
+namespace {
+
+using provider::DecodeAnswer;
+using provider::ListAnswer;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kLimit{300};
+
+std::string Http(const std::string& body, const std::string& status = "200 OK", const std::string& more = "") {
+  return "HTTP/1.1 " + status + "\r\n" + more + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+         body;
+}
+
+// A document about a port's name.
+std::string Names(const std::string& records, const std::string& more = R"("status": 0)") {
+  return R"({"format_version": 1, )" + more + R"(, "records": [)" + records + "]}";
+}
+
+class BadAnswers : public testing::Test {
+ protected:
+  BadAnswers() { provider::SetRemoteCallLimit(kLimit); }
+  ~BadAnswers() override { provider::SetRemoteCallLimit(milliseconds(0)); }
+
+  static int Ask(std::uint16_t port) {
+    return provider::MakeRemoteHost(At("127.0.0.1"), port)->PortNames().status;
+  }
+  // The status for a server that answers so.
+  static int StatusOf(const RawServer::Serve& serve) {
+    const RawServer server(serve);
+    return Ask(server.Port());
+  }
+  static int StatusOf(const std::string& bytes) {
+    return StatusOf([&bytes](int socket, int stop) {
+      ReadRequest(socket, stop);
+      SendAll(socket, bytes, stop);
+      shutdown(socket, SHUT_WR);
+    });
+  }
+};
+
+TEST_F(BadAnswers, GoodOnesAreTaken) {
+  EXPECT_EQ(StatusOf(Http(Names(R"("0x1000000000000001")"))), RM_STATUS_OK);
+  EXPECT_EQ(StatusOf(Http(R"({"format_version": 1, "status": 253, "a": [{}], "b": null})")),
+            RM_STATUS_TRY_AGAIN);
+  EXPECT_EQ(StatusOf(Http("", "503 Service Unavailable")), RM_STATUS_BUSY);
+}
+
+TEST_F(BadAnswers, GarbageMakesAHostUnusable) {
+  std::string binary;
+  for (int i = 0; i < 4096; ++i) binary += static_cast<char>(i * 7);
+  const std::string rows[] = {
+      "",
+      binary,
+      Names(""),
+      "HTTP/1.1 200 OK\r\n",
+      "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{",
+      "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFFF\r\n",
+      "HTTP/1.1 200 OK\r\nX: " + std::string(10'000'000, 'x') + "\r\n\r\n",
+      Http(Names(""), "404 Not Found"),
+      Http(Names(""), "500 Internal Server Error"),
+      Http(Names(""), "301 Moved", "Location: http://127.0.0.1:1/\r\n"),
+      Http(""),
+      Http(binary),
+      Http("[]"),
+      Http("{}"),
+      Http(std::string(10'000'000, '1')),
+      Http(std::string(1'000'000, '[')),
+      Http(Names(R"("0x1000000000000001", "0x1000000000000001")")),
+  };
+  for (const std::string& bytes : rows) {
+    EXPECT_EQ(StatusOf(bytes), RM_STATUS_HOST_UNUSABLE) << bytes.substr(0, 60);
+  }
+}
+
+TEST_F(BadAnswers, AnEndlessAnswerIsCutOff) {
+  EXPECT_EQ(StatusOf([](int socket, int stop) {
+              ReadRequest(socket, stop);
+              bool goesOn = SendAll(socket, "HTTP/1.1 200 OK\r\n\r\n", stop);
+              while (goesOn) goesOn = SendAll(socket, std::string(65'536, ' '), stop);
+            }),
+            RM_STATUS_HOST_UNUSABLE);
+}
+
+// Nobody accepts, nobody answers, or ever so slowly: busy when the limit is over.
+TEST_F(BadAnswers, TheLimitHolds) {
+  const RawServer::Serve silent = [](int socket, int stop) {
+    ReadRequest(socket, stop);
+    ReadRequest(socket, stop);  // returns when the client has gone
+  };
+  const RawServer::Serve dripping = [](int socket, int stop) {
+    ReadRequest(socket, stop);
+    bool goesOn = SendAll(socket, "HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", stop);
+    // One byte, then nothing for a while, unless the client goes.
+    for (pollfd client{socket, POLLIN, 0}; goesOn && poll(&client, 1, 5) == 0;)
+      goesOn = SendAll(socket, " ", stop);
+  };
+  for (const auto& serve : {silent, dripping}) {
+    const auto start = steady_clock::now();
+    EXPECT_EQ(StatusOf(serve), RM_STATUS_BUSY);
+    EXPECT_GE(steady_clock::now() - start, kLimit - kLimit / 10);
+    EXPECT_LT(steady_clock::now() - start, kLimit * 10);
+  }
+}
+
+TEST_F(BadAnswers, NobodyThere) {
+  std::uint16_t port = 0;
+  {
+    const RawServer server([](int, int) {});
+    port = server.Port();
+    EXPECT_EQ(Ask(port), RM_STATUS_HOST_UNUSABLE);  // accepted and closed
+  }
+  EXPECT_EQ(Ask(port), RM_STATUS_HOST_UNUSABLE);
+}
+
+template <class Result>
+bool IsRefused(const std::string& text) {
+  try {
+    DecodeAnswer<Result>(text);
+    return false;
+  } catch (const provider::WireError&) {
+    return true;
+  }
+}
+
+TEST(WireCodec, WrongValuesAreRefused) {
+  using Names1 = ListAnswer<HBA_NAME>;
+  EXPECT_FALSE(IsRefused<Names1>(Names(R"("0x0000000000000000")")));
+  for (const char* more : {R"("status": "0")", R"("status": -1)", R"("status": 0.5)", R"("status": 2147483648)",
+                           R"("status": 1e99)", R"("status": null)", R"("status": [])", R"("statu": 0)",
+                           R"("status": 191)", R"("status": 7, "needed": -1)",
+                           R"("status": 7, "needed": 4294967296)", R"("format_version": 2, "status": 0)"}) {
+    EXPECT_TRUE(IsRefused<Names1>(Names("", more))) << more;
+  }
+  for (const char* record :
+       {"1", "null", "{}", R"("")", R"("0x")", R"("10000000000000001")", R"("0x100000000000000g")"}) {
+    EXPECT_TRUE(IsRefused<Names1>(Names(record))) << record;
+  }
+  std::string many = "1";
+  for (std::size_t i = 0; i < provider::kMostWireRecords; ++i) many += ",1";
+  EXPECT_TRUE(IsRefused<ListAnswer<unsigned int>>(Names(many)));
+  EXPECT_TRUE(IsRefused<ListAnswer<unsigned int>>(Names("4294967296")));
+
+  const auto attribute = [](const std::string& text) {
+    return R"({"format_version": 1, "status": 0, "value": [)" + text + "]}";
+  };
+  using Attributes = provider::Answer<provider::Attributes>;
+  EXPECT_FALSE(IsRefused<Attributes>(attribute(R"({"id": 1, "type": "text", "value": {"hex": "00ff"}})")));
+  for (const std::string& text :
+       {std::string(R"({"id": 1, "type": "texts", "value": ""})"),
+        std::string(R"({"id": 1, "type": "number", "value": ""})"),
+        std::string(R"({"id": 1, "type": "text", "value": {"hex": "0"}})"),
+        std::string(R"({"id": 1, "type": "text", "value": {"hex": "0G"}})"),
+        std::string(R"({"id": 1, "type": "number", "value": 1}, {"id": 1, "type": "number", "value": 1})"),
+        R"({"id": 1, "type": "text", "value": ")" + std::string(4097, 'x') + "\"}"}) {
+    EXPECT_TRUE(IsRefused<Attributes>(attribute(text))) << text;
+  }
+}
+
+// Cut off or garbled anywhere, a document is refused or read, and nothing else happens.
+TEST(WireCodec, GarbledAnyhow) {
+  ListAnswer<RM_NodeInfoEntry> answer;
+  answer.records.resize(2);
+  answer.records[0].fcpLun = 1;
+  const std::string whole = EncodeAnswer("/", answer);
+  EXPECT_FALSE(IsRefused<ListAnswer<RM_NodeInfoEntry>>(whole));
+  for (std::size_t size = 0; size + 2 < whole.size(); ++size) {
+    EXPECT_TRUE(IsRefused<ListAnswer<RM_NodeInfoEntry>>(whole.substr(0, size)));
+  }
+  std::mt19937 random(1);
+  int refused = 0;
+  for (int i = 0; i < 2000; ++i) {
+    std::string text = whole;
+    for (int changes = 0; changes < 3; ++changes) {
+      text[random() % text.size()] = "0\"{}[],:-\\\xFF"[random() % 11];
+    }
+    refused += IsRefused<ListAnswer<RM_NodeInfoEntry>>(text) ? 1 : 0;
+  }
+  EXPECT_GT(refused, 1000);
+}
+
+// A host that has too much to tell says so.
+TEST(WireCodec, TooLongAnswers) {
+  ListAnswer<_RM_ISCSI_TARGET> answer;
+  answer.records.resize(40'000);
+  for (_RM_ISCSI_TARGET& target : answer.records)
+    std::fill(std::begin(target.targetName), std::end(target.targetName), 'n');
+  EXPECT_EQ(DecodeAnswer<ListAnswer<_RM_ISCSI_TARGET>>(EncodeAnswer("/", answer)).status, RM_STATUS_FAILED);
+}
+
+}  // namespace
+}  // namespace agenttest

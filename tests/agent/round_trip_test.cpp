@@ -1,0 +1,174 @@
+// What a remote host answers is, byte for byte, what the host itself answers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "provider/WorldWideName.h"
+#include "provider/fabric/FabricHost.h"
+#include "provider/remote/WireQuery.h"
+#include "tests/agent/Agents.h"
+
+namespace agenttest {
+namespace {
+
+using provider::Answer;
+using provider::Host;
+using provider::ListAnswer;
+using provider::Wwn;
+
+bool HasValue(int status) {
+  return status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE;
+}
+
+bool Same(const provider::Board& a, const provider::Board& b) {
+  return std::memcmp(&a.info, &b.info, sizeof(a.info)) == 0 && a.linkStatus == b.linkStatus;
+}
+
+bool Same(const provider::IscsiNames& a, const provider::IscsiNames& b) {
+  return a.initiatorName == b.initiatorName && a.defaultName == b.defaultName && a.alias == b.alias;
+}
+
+template <class T>
+bool Same(const T& a, const T& b) {
+  return a == b;
+}
+
+template <class T>
+void ExpectSame(const Answer<T>& there, const Answer<T>& here) {
+  EXPECT_EQ(there.status, here.status);
+  EXPECT_TRUE(!HasValue(here.status) || Same(there.value, here.value));
+}
+
+template <class Record>
+void ExpectSame(const ListAnswer<Record>& there, const ListAnswer<Record>& here) {
+  EXPECT_EQ(there.status, here.status);
+  EXPECT_EQ(there.claimedCount, here.claimedCount);
+  if (here.status != RM_STATUS_OK) return;
+  ASSERT_EQ(there.records.size(), here.records.size());
+  if (here.records.empty()) return;
+  EXPECT_EQ(std::memcmp(there.records.data(), here.records.data(), here.records.size() * sizeof(Record)), 0);
+}
+
+// Every question about a port that there is.
+void ExpectSamePort(Host& there, Host& here, const Wwn& port) {
+  EXPECT_EQ(there.HasPort(port), here.HasPort(port));
+  EXPECT_EQ(there.IsMakersPort(port), here.IsMakersPort(port));
+  ExpectSame(there.DiscoveryAttributes(port), here.DiscoveryAttributes(port));
+  ExpectSame(there.HbaAttributes(port), here.HbaAttributes(port));
+  ExpectSame(there.PortAttributes(port), here.PortAttributes(port));
+  ExpectSame(there.ServerAttributes(port), here.ServerAttributes(port));
+  ExpectSame(there.DriverType(port), here.DriverType(port));
+  ExpectSame(there.BindType(port), here.BindType(port));
+  ExpectSame(there.InitiatorProperties(port), here.InitiatorProperties(port));
+  ExpectSame(there.Nodes(port), here.Nodes(port));
+  ExpectSame(there.VirtualPorts(port), here.VirtualPorts(port));
+  for (const RM_VPortEntry& vport : here.VirtualPorts(port).records) {
+    const Wwn name = provider::WwnFromBytes(vport.portWwn);
+    ExpectSame(there.VirtualPortTargets(port, name), here.VirtualPortTargets(port, name));
+  }
+  ExpectSame(there.IscsiTargets(port, false), here.IscsiTargets(port, false));
+  ExpectSame(there.IscsiTargets(port, true), here.IscsiTargets(port, true));
+  ExpectSame(there.VirtualFunctions(port), here.VirtualFunctions(port));
+}
+
+void ExpectSameHost(Host& there, Host& here) {
+  ExpectSame(there.BoardInstances(), here.BoardInstances());
+  ExpectSame(there.PortNames(), here.PortNames());
+  ExpectSame(there.SecureManagement(), here.SecureManagement());
+  for (const unsigned int instance : here.BoardInstances().records) {
+    ExpectSame(there.ReadBoard(instance), here.ReadBoard(instance));
+  }
+  for (const HBA_NAME& name : here.PortNames().records) {
+    SCOPED_TRACE(providertest::Digits(name.wwn));
+    ExpectSamePort(there, here, provider::WwnFromBytes(name.wwn));
+  }
+}
+
+// A host with every kind of port, as others see it.
+TEST(RoundTrip, EveryQuestionOfALargeHost) {
+  json host = json::parse(providertest::ReadFile(EXAMPLES "/datacenter-host.json"))["local"];
+  host["address"] = {"127.0.1.1", "::1"};
+  const Agent agent(Hosts{host});
+  provider::FabricHosts hosts(agent.Path());
+  const auto here = hosts.At(At("::1"));
+  EXPECT_GE(here->PortNames().records.size(), 8u);
+  for (const char* address : {"127.0.1.1", "::1"}) ExpectSameHost(*agent.Remote(address), *here);
+  ExpectSamePort(*agent.Remote("::1"), *here, Port("1000000000000099"));  // not there
+}
+
+// Texts that fill their fields, that are cut in the middle of a character, and values at their ends.
+TEST(RoundTrip, ValuesAtTheirEnds) {
+  std::string longName;
+  while (longName.size() < 509) longName += "n\xC3\xA4";  // a character lies across byte 256
+  json iscsi = {
+      {"kind", "iscsi"}, {"wwpn", providertest::kOtherPort}, {"iscsi_targets", {{{"name", longName}}}}};
+  iscsi["iscsi"] = {{"initiator_name", std::string(256, 'i')}};
+  json fc = FcBoard();
+  fc["serial_number"] = std::string(59, 's') + "\x7E";
+  fc["sub_adapter_id"] = std::string(32, 'a');
+  fc["overheated"] = true;
+  fc["targets"] = {{{"wwpn", "ffffffffffffffff"},
+                    {"fcp_lun", "0xffffffffffffffff"},
+                    {"lun_id", "\xE2\x82\xAC \"\\"},
+                    {"device", std::string(255, 'd')},
+                    {"lun", 4294967295u},
+                    {"state", 4294967295u}}};
+  fc["attributes"] = {{{"id", 4294967295u}, {"value", "\xE2\x82\xAC"}},
+                      {{"id", 7}, {"value", {{"name", "0000000000000001"}}}}};
+  const Agent agent(Hosts{RemoteHost("127.0.1.1", {{"boards", {fc, iscsi}}, {"secure_management", true}})});
+  provider::FabricHosts hosts(agent.Path());
+  const auto there = agent.Remote("127.0.1.1");
+  ExpectSameHost(*there, *hosts.At(At("127.0.1.1")));
+  EXPECT_EQ(there->DiscoveryAttributes(Port()).status, RM_STATUS_OVER_TEMPERATURE);
+  ASSERT_EQ(there->IscsiTargets(Port(providertest::kOtherPort), false).records.size(), 1u);
+}
+
+TEST(RoundTrip, ScriptedStatuses) {
+  for (const int status : {1, 2, 7, 64, 191, 192, 231, 253, 302, 303, 500, 2147483647}) {
+    const json faults = {{{"call", "*"}, {"status", status}}};
+    const Agent agent(Hosts{RemoteHost("127.0.1.1", {{"faults", faults}})});
+    provider::FabricHosts hosts(agent.Path());
+    SCOPED_TRACE(status);
+    ExpectSameHost(*agent.Remote("127.0.1.1"), *hosts.At(At("127.0.1.1")));
+    ExpectSamePort(*agent.Remote("127.0.1.1"), *hosts.At(At("127.0.1.1")), Port());
+    EXPECT_EQ(agent.Remote("127.0.1.1")->Nodes(Port()).status, status);
+  }
+}
+
+// Nobody is told of more records than have come.
+TEST(RoundTrip, ClaimedCounts) {
+  const json faults = {{{"call", "RM_GetAllNodeInfo"}, {"claim_count", 99}, {"times", 1}},
+                       {{"call", "RM_GetAllNodeInfo"}, {"claim_count", 99}, {"status", 191}}};
+  const Agent agent(Hosts{RemoteHost("127.0.1.1", {{"faults", faults}})});
+  const auto there = agent.Remote("127.0.1.1");
+  EXPECT_EQ(there->Nodes(Port()).claimedCount, std::nullopt);
+  EXPECT_EQ(there->Nodes(Port()).claimedCount, 99u);
+}
+
+TEST(Paths, RoundTripAndNothingElse) {
+  for (int i = 0; i <= static_cast<int>(provider::WireQuestion::kVirtualFunctions); ++i) {
+    provider::WireQuery query;
+    query.question = static_cast<provider::WireQuestion>(i);
+    const auto parsed = provider::ParsePath(PathOf(query));
+    ASSERT_TRUE(parsed.has_value()) << PathOf(query);
+    EXPECT_EQ(PathOf(*parsed), PathOf(query));
+    EXPECT_EQ(parsed->question, query.question);
+  }
+  const provider::WireQuery vport{provider::WireQuestion::kVirtualPortTargets, Port(), Port("1100000000000002"),
+                                  0};
+  EXPECT_EQ(provider::ParsePath(PathOf(vport)), vport);
+  EXPECT_EQ(provider::ParsePath("/v1/boards/4294967295")->instance, 4294967295u);
+  const std::string port = std::string("/v1/ports/") + kPort;
+  for (const std::string& path :
+       {std::string(""), std::string("/"), std::string("/v1"), std::string("/v1/"), std::string("/v1/boards/"),
+        std::string("/v1/boards/00"), std::string("/v1/boards/-1"), std::string("/v1/boards/4294967296"),
+        std::string("/v1/boards/1/x"), std::string("v1/boards"), std::string("//v1/boards"),
+        std::string("/v1/ports/1000000000000001/nodes"), std::string("/v1/ports/0x10000000000001/nodes"),
+        std::string("/v1/ports/0x100000000000000g/nodes"), port, port + "/nodes/", port + "/node",
+        port + "/virtual_ports/x/targets", port + "/../../etc"}) {
+    EXPECT_EQ(provider::ParsePath(path), std::nullopt) << path;
+  }
+}
+
+}  // namespace
+}  // namespace agenttest
