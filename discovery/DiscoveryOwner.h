@@ -23,6 +23,8 @@ class DiscoveryOwner {
   virtual bool IsFirstCyclePending() const = 0;
   // Time between the intermediate callbacks of a forced cycle, in seconds.
   virtual unsigned int GetIntermediateCBInterval() const = 0;
+  // True on a thread that runs the application's callback: it holds what a cycle's end may wait for.
+  virtual bool IsInCallBack() const { return false; }
 
  protected:
   ~DiscoveryOwner() = default;

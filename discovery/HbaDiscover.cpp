@@ -9,7 +9,9 @@
 
 namespace {
 
-constexpr unsigned int kDefaultInterval = 90;    // seconds
+constexpr unsigned int kDefaultInterval = 90;  // seconds
+constexpr unsigned int kNoOobDiscovery = 0xFFFFFFFF;
+constexpr unsigned int kOobSettle = 100000;      // microseconds
 constexpr unsigned int kKillPoll = 250000;       // microseconds
 constexpr std::chrono::seconds kKillGiveUp{10};  // waits strictly longer than this
 
@@ -41,8 +43,12 @@ CHbaDiscover::CHbaDiscover() : m_WorkerParams(std::make_shared<PortDiscoveryPara
 }
 
 CHbaDiscover::~CHbaDiscover() {
-  // The main thread works on this object, so it must have ended before any member goes.
+  // Threads work on this object, so they must have ended before any member goes.
+  m_OobDiscoverer.Set(nullptr);
+  if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Terminate();
   CZylThread::Terminate();
+  CZylLockGuard guard(m_LifecycleLock);
+  StopDirectedThreads();
 }
 
 void CHbaDiscover::OpenLogFile() {
@@ -52,7 +58,7 @@ void CHbaDiscover::OpenLogFile() {
   OpenDiscoveryLog(path);
 }
 
-void CHbaDiscover::Startup(unsigned int interval, int localOnly) {
+void CHbaDiscover::Startup(unsigned int interval, unsigned int oobInterval, int localOnly) {
   if (InCallBack()) {
     // Whoever holds the lock may be waiting for this very thread.
     if (!m_LifecycleLock.TryLock()) return;
@@ -60,7 +66,7 @@ void CHbaDiscover::Startup(unsigned int interval, int localOnly) {
     m_LifecycleLock.GetLock();
   }
   try {
-    if ((m_State.load() & kStateStarted) == 0) StartLocked(interval, localOnly);
+    if ((m_State.load() & kStateStarted) == 0) StartLocked(interval, oobInterval, localOnly);
     // Also when discovery runs already: the new thread takes the requests from now on, the old one stays idle.
     StartDirectedThread();
   } catch (...) {
@@ -69,7 +75,7 @@ void CHbaDiscover::Startup(unsigned int interval, int localOnly) {
   m_LifecycleLock.ReleaseLock();
 }
 
-void CHbaDiscover::StartLocked(unsigned int interval, int localOnly) {
+void CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) {
   m_LocalOnly = localOnly;
   RM_InitLib();
   m_CurrentList.Set(std::make_shared<CHbaList>(ListRank::kCurrent));
@@ -85,10 +91,19 @@ void CHbaDiscover::StartLocked(unsigned int interval, int localOnly) {
     m_SlowDiscoverer.Set(slow);
   }
   if (localOnly == 0) slow->Startup(this);
+  if (localOnly == 0 && oobInterval != kNoOobDiscovery) StartOob(oobInterval);
 
   AllowCallBacks(true);
   m_State.fetch_or(kStateEnabled | kStateStarted | kStateForced);
   Create(DiscoveryThread, this, 0, 0);
+}
+
+void CHbaDiscover::StartOob(unsigned int oobInterval) {
+  // In place of one whose port was not allowed, and which so never ran.
+  const auto oob = std::make_shared<COOBHbaDiscover>(static_cast<DiscoveryOwner*>(this));
+  m_OobDiscoverer.Set(oob);
+  oob->Startup(oobInterval);
+  ZylSleep(kOobSettle);
 }
 
 void CHbaDiscover::Terminate() {
@@ -113,6 +128,7 @@ void CHbaDiscover::StopLocked() {
   // One that is in a cycle ends by itself and keeps itself alive until then.
   if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Terminate();
   m_SlowDiscoverer.Set(nullptr);
+  StopOob();
   CZylThread::Terminate();
   m_PortPool.TerminateThreadsImmediate();
   StopDirectedThreads();
@@ -125,10 +141,20 @@ void CHbaDiscover::StopLocked() {
   disco_printf(kLogStartStop, nullptr, "Discovery terminated");
 }
 
+// One that never ran stays: its hosts are refused as those of a controller that does not run.
+void CHbaDiscover::StopOob() {
+  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
+  if (oob == nullptr) return;
+  const std::uint32_t before = oob->getOOBThreadState();
+  oob->Terminate();
+  if (before != 0 && oob->getOOBThreadState() == 0) m_OobDiscoverer.Set(nullptr);
+}
+
 void CHbaDiscover::PauseDiscovery() {
   disco_printf(kLogInBand | kLogOob, nullptr, "Discovery paused");
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateEnabled));
   KillDiscoveryCycle(0);
+  if (const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get(); oob != nullptr) oob->PauseDiscovery();
   PauseSlow(1);
 }
 
@@ -159,27 +185,50 @@ int CHbaDiscover::StartDiscoveryCycle() {
 }
 
 int CHbaDiscover::ForceCycleLocked() {
-  const std::uint32_t state = m_State.load();
-  // The in-cycle bit comes up to a second after the request; an enabled controller is on its way to the cycle.
-  if ((state & kStateForced) != 0 && (state & (kStateInCycle | kStateEnabled)) != 0) {
-    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-band already doing forced discovery cycle");
+  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
+  if (AlreadyForced(oob.get())) {
     disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr,
                  "Already doing forced discovery cycle - not restarting");
     return 0;
   }
-  if ((state & kStateInCycle) != 0 && !InCallBack()) {
-    disco_printf(kLogInBand, nullptr, "Killing current in-band cycle");
-    KillDiscoveryCycle(0);
-    if (m_SlowDiscoverer.Get() != nullptr) {
-      disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "Resetting slow discovery");
-      PauseSlow(0);
-      ResetSlow();
-    }
-  }
+  const bool oobInCycle = oob != nullptr && (oob->GetDiscoveryState() & kOobInCycle) != 0;
+  if ((InDiscoveryCycle() != 0 || oobInCycle) && !InCallBack()) KillForForcedCycle(oob.get());
   return RequestForcedCycle();
 }
 
+bool CHbaDiscover::AlreadyForced(const COOBHbaDiscover* oob) const {
+  const std::uint32_t state = m_State.load();
+  // The in-cycle bit comes up to a second after the request; an enabled controller is on its way to the cycle.
+  if ((state & kStateForced) != 0 && (state & (kStateInCycle | kStateEnabled)) != 0) {
+    disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-band already doing forced discovery cycle");
+    return true;
+  }
+  const std::uint32_t oobState = oob == nullptr ? 0 : oob->GetDiscoveryState();
+  const bool running = (state & kStateInCycle) != 0 || (oobState & kOobInCycle) != 0;
+  if (!running || (oobState & kOobForced) == 0) return false;
+  disco_printf(kLogCycleBounds | kLogOob, nullptr, "OOB Already doing forced discovery cycle");
+  return true;
+}
+
+void CHbaDiscover::KillForForcedCycle(COOBHbaDiscover* oob) {
+  disco_printf(kLogInBand, nullptr, "Killing current in-band cycle");
+  KillDiscoveryCycle(0);
+  if (oob != nullptr) {
+    disco_printf(kLogCycleBounds | kLogOob, nullptr, "Killing current OOB cycle");
+    oob->KillDiscoveryCycle(0);
+  }
+  if (m_SlowDiscoverer.Get() != nullptr) {
+    disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "Resetting slow discovery");
+    PauseSlow(0);
+    ResetSlow();
+  }
+}
+
 int CHbaDiscover::RequestForcedCycle() {
+  if (const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get(); oob != nullptr) {
+    disco_printf(kLogCycleBounds | kLogOob, nullptr, "Starting OOB cycle");
+    oob->StartDiscoveryCycle();
+  }
   disco_printf(kLogCycleBounds | kLogInBand, nullptr, "Starting in-band cycle");
   m_State.fetch_or(kStateEnabled | kStateForced);
   Signal();
@@ -192,6 +241,9 @@ bool CHbaDiscover::InForcedCycle() const {
 }
 
 void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
+  if (const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get(); oob != nullptr) {
+    oob->KillDiscoveryCycle(giveUp);
+  }
   if (InDiscoveryCycle() == 0) return;
   if (InCallBack()) {
     // The cycle may be waiting for this thread: leave the request. The end of the cycle clears it.
@@ -243,6 +295,13 @@ void CHbaDiscover::ChangeDiscoveryInterval(unsigned int seconds) {
   if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) {
     slow->ChangeDiscoveryInterval(seconds);
   }
+}
+
+void CHbaDiscover::ChangeOOBDiscoveryInterval(unsigned int seconds) {
+  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
+  if (oob == nullptr) return;
+  oob->ChangeDiscoveryInterval(seconds);
+  disco_printf(kLogOob, nullptr, "OOB - Change discovery interval to %d seconds", static_cast<int>(seconds));
 }
 
 void CHbaDiscover::FreeHbaList(SharedSlot<CHbaList>& slot) {

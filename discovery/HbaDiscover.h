@@ -21,6 +21,7 @@
 #include "discovery/SharedSlot.h"
 #include "inband/PortDiscovery.h"
 #include "inband/SlowHbaDiscover.h"
+#include "oob/OobHbaDiscover.h"
 #include "thread/zyl_thread.h"
 #include "thread/zyl_thread_pool.h"
 
@@ -55,7 +56,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   CHbaDiscover& operator=(const CHbaDiscover&) = delete;
 
   // Intervals in seconds; see HBADisc_StartupEx.
-  void Startup(unsigned int interval, int localOnly) EXCLUDES(m_LifecycleLock);
+  void Startup(unsigned int interval, unsigned int oobInterval, int localOnly) EXCLUDES(m_LifecycleLock);
   // Does nothing unless started and enabled, and nothing inside a callback, whose thread it would have to join.
   void Terminate() EXCLUDES(m_LifecycleLock);
   void PauseDiscovery();
@@ -65,6 +66,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   bool IsStarted() const { return (m_State.load() & kStateStarted) != 0; }
   int InDiscoveryCycle() const { return (m_State.load() & kStateInCycle) != 0 ? 1 : 0; }
   void ChangeDiscoveryInterval(unsigned int seconds);
+  void ChangeOOBDiscoveryInterval(unsigned int seconds);
   void RegisterCallBack(DiscoCallBack callback, unsigned int eventMask, void* context)
       EXCLUDES(m_RegistrationLock);
   unsigned int GetIntermediateCBInterval() const override { return kIntermediateInterval; }
@@ -77,6 +79,13 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   // Has one known port read again: `what` is a sum of 1 attributes, 2 targets, 4 virtual ports; 0 is all. 1
   // when the directed thread took the request, 0 when it is busy or the port is not known.
   int DirectedDiscoveryUpdate(const HBA_NAME& wwpn, unsigned int what);
+
+  // Remote hosts, as the calls of the same names in COOBHbaDiscover answer. Without one: adding is 1, removing
+  // 0.
+  int AddOOBHost(const char* host);
+  int RemoveOOBHost(const char* host);
+  int AddCimHost(const CIMCredentials* credentials);
+  int RemoveCimHost(const CIMCredentials* credentials);
 
   // Snapshots; null when there is no current list.
   std::shared_ptr<CHbaList> GetCurrentHbaList() const;
@@ -105,14 +114,17 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   struct Directed;
   struct DirectedStart;
 
-  // What slow discovery asks.
+  // What the discoverers below ask.
   std::shared_ptr<CHbaList> GetCurrentList() const override { return m_CurrentList.Get(); }
   unsigned int GetMaxSlowThreads() const override { return m_MaxSlowDiscoThreads; }
   bool IsFullDiscoveryOnly() const override { return m_FullDiscoveryOnly; }
+  bool IsInCallBack() const override { return InCallBack(); }
   bool IsFirstCyclePending() const override { return m_FirstCyclePending.load(); }
 
   void OpenLogFile();
-  void StartLocked(unsigned int interval, int localOnly) REQUIRES(m_LifecycleLock);
+  void StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) REQUIRES(m_LifecycleLock);
+  void StartOob(unsigned int oobInterval) REQUIRES(m_LifecycleLock);
+  void StopOob() REQUIRES(m_LifecycleLock);
   void StopLocked() REQUIRES(m_LifecycleLock);
   bool LeaveStartedState();
   static void* DiscoveryThread(void* self);
@@ -127,6 +139,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void VisitPorts(Cycle& cycle);
   void AwaitWorkers(const Cycle& cycle);
   void IntermediateUpdate(const Cycle& cycle);
+  int AwaitOob(int changed);
   void StopCycle();
   // False: a forced cycle was asked for meanwhile and starts at once.
   bool FinishLiteCycle(const Cycle& cycle, int* changed);
@@ -144,6 +157,8 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void DropKillWaiter() EXCLUDES(m_KillLock);
   void DropUnawaitedKill() EXCLUDES(m_KillLock);
   int ForceCycleLocked() REQUIRES(m_CycleLock);
+  bool AlreadyForced(const COOBHbaDiscover* oob) const;
+  void KillForForcedCycle(COOBHbaDiscover* oob);
   int RequestForcedCycle();
   void AllowCallBacks(bool allow) EXCLUDES(m_CallbackLock);
   Registration GetRegistration() const EXCLUDES(m_RegistrationLock);
@@ -179,6 +194,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   SharedSlot<CHbaList> m_NewList;      // what a full cycle builds
 
   SharedSlot<CSlowHbaDiscover> m_SlowDiscoverer;  // made by the first Startup; dropped by Terminate
+  SharedSlot<COOBHbaDiscover> m_OobDiscoverer;    // from Startup, unless local-only or not wanted, to Terminate
   SharedSlot<Directed> m_Directed;                // the thread that takes requests
   std::vector<std::shared_ptr<Directed>> m_DirectedThreads
       GUARDED_BY(m_LifecycleLock);  // it and its predecessors

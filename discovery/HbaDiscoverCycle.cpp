@@ -21,6 +21,13 @@ constexpr int kVFCountChanged = 3;
 // Below this an application would be called more often than workers report.
 constexpr unsigned int kShortestIntermediateInterval = 2;
 
+// A forced cycle that was asked for counts: its thread may notice the request a second late.
+bool OobBusy(const COOBHbaDiscover& oob) {
+  const std::uint32_t state = oob.GetDiscoveryState();
+  if ((state & kOobInCycle) != 0) return true;
+  return (state & (kOobRunning | kOobForced | kOobStopRequested)) == (kOobRunning | kOobForced);
+}
+
 const char* EscalationText(int result) {
   switch (result) {
     case kPortStateChanged:
@@ -107,7 +114,7 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
     DoDiscoveryCycle(1);
     return;
   }
-  ReportCycle(changed);
+  ReportCycle(AwaitOob(changed));
   EndCycle(cycle);
 }
 
@@ -211,7 +218,37 @@ void CHbaDiscover::AwaitWorkers(const Cycle& cycle) {
 void CHbaDiscover::IntermediateUpdate(const Cycle& cycle) {
   disco_printf(kLogInBand | kLogOob, nullptr,
                "Main Discovery wating for IB & OOB: checking to do int. callback\n");
-  if (cycle.current->MergeLists(cycle.fresh.get(), 1, 0) != 0) DoCallBack(0, 0, 1);
+  const int changed = cycle.current->MergeLists(cycle.fresh.get(), 1, 0);
+  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
+  if (changed != 0 || (oob != nullptr && oob->DiscoveryListChanged() != 0)) DoCallBack(0, 0, 1);
+}
+
+// A forced cycle reports for both sides: waits for the remote hosts, and answers whether anything has changed.
+int CHbaDiscover::AwaitOob(int changed) {
+  // Held until the wait is over: a stop drops it meanwhile.
+  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
+  const bool forced = (m_State.load() & kStateForced) != 0;
+  if (oob == nullptr || !forced || (oob->GetDiscoveryState() & kOobRunning) == 0) return changed;
+  disco_printf(kLogInBand, nullptr, "Main Discovery: Waiting for OOB discovery to complete");
+  const unsigned int interval = GetIntermediateCBInterval();
+  unsigned int ticks = 0;
+  int untold = changed;
+  while (OobBusy(*oob) && !StopRequested()) {
+    WaitForSignal(kIdlePoll);
+    if (interval <= kShortestIntermediateInterval || ++ticks * kIdlePoll < interval * 1000) continue;
+    disco_printf(kLogInBand, nullptr, "Main Discovery waiting for OOB: checking to do int. callback\n");
+    const int oobChanged = oob->DiscoveryListChanged();
+    oob->ClearListChanged();
+    if (untold != 0 || oobChanged != 0) DoCallBack(0, 0, 1);
+    ticks = 0;
+    untold = 0;
+  }
+  disco_printf(kLogInBand, nullptr, "Main Discovery: OOB discovery completed");
+  if (changed == 1) return changed;
+  disco_printf(kLogInBand, nullptr, "Main Discovery: Checking OOB discovery for changes.");
+  const int oobChanged = oob->DiscoveryListChanged();
+  if (oobChanged != 0) disco_printf(kLogInBand, nullptr, "Main Discovery: OOB discovery list changed");
+  return oobChanged;
 }
 
 void CHbaDiscover::StopCycle() {

@@ -13,11 +13,11 @@ bool SecureManagement() {
 }
 
 // The agent of this host, by which local ports are managed when management is secured.
-_RM_IP_INFO LocalAgent() {
+_RM_IP_INFO LocalAgent(std::uint16_t port) {
   _RM_IP_INFO address{};
   address.address[0] = 127;
   address.address[3] = 1;
-  address.port = kDefaultOobPort;
+  address.port = port;
   return address;
 }
 
@@ -25,9 +25,8 @@ bool ManagedByAgent(const CHbaEntry& entry) {
   return entry.IsLocalPort() != 0 && (entry.GetSpecialFeatures() & (RM_FEATURE_NIC | RM_FEATURE_ISCSI)) == 0;
 }
 
-CHbaEntry ThroughAgent(const CHbaEntry& entry) {
+CHbaEntry ThroughAgent(const CHbaEntry& entry, const _RM_IP_INFO& agent) {
   CHbaEntry copy(entry);
-  const _RM_IP_INFO agent = LocalAgent();
   copy.SetProxyIpInfo(&agent);
   copy.SetProxyOnlyAccess(1);
   return copy;
@@ -39,13 +38,15 @@ std::shared_ptr<CHbaList> CHbaDiscover::GetCurrentHbaList() const {
   const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
   if (current == nullptr) return nullptr;
   const bool secure = SecureManagement();
+  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
+  const _RM_IP_INFO agent = LocalAgent(oob == nullptr ? kDefaultOobPort : oob->GetIpPortNumber());
 
   auto snapshot = std::make_shared<CHbaList>();
   CHbaListGuard guard(*current);
   CHbaListGuard snapshotGuard(*snapshot);
   for (const CHbaEntry* entry = current->GetFirstEntry(); entry != nullptr; entry = current->GetNextEntry()) {
     if (secure && ManagedByAgent(*entry)) {
-      const CHbaEntry changed = ThroughAgent(*entry);
+      const CHbaEntry changed = ThroughAgent(*entry, agent);
       snapshot->AddEntry(&changed);
     } else {
       snapshot->AddEntry(entry);

@@ -8,6 +8,7 @@
 #include "discovery/HbaDiscover.h"
 #include "discovery/PortRecords.h"
 #include "include/hbadiscovery.h"
+#include "oob/HostList.h"
 
 namespace {
 
@@ -120,9 +121,8 @@ void HBADisc_Startup(unsigned int interval) {
   HBADisc_StartupEx(interval, kDefaultOobInterval, 0);
 }
 
-// Only local ports are discovered so far: there is nobody to take the interval of remote hosts.
-void HBADisc_StartupEx(unsigned int interval, unsigned int /*oobInterval*/, int localOnly) {
-  TheLibrary().controller.Startup(interval, localOnly);
+void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly) {
+  TheLibrary().controller.Startup(interval, oobInterval, localOnly);
 }
 
 void HBADisc_Terminate(void) {
@@ -162,7 +162,9 @@ void HBADisc_ChangeDiscoveryInterval(unsigned int interval) {
 }
 
 // As documented, nothing while remote hosts are not discovered.
-void HBADisc_ChangeOOBDiscoveryInterval(unsigned int /*interval*/) {}
+void HBADisc_ChangeOOBDiscoveryInterval(unsigned int interval) {
+  TheLibrary().controller.ChangeOOBDiscoveryInterval(interval);
+}
 
 // ---- Reading the ports
 
@@ -238,4 +240,46 @@ int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
     CopyName(found.GetAlias(), names->alias);
     return 1;
   });
+}
+
+// ---- Remote hosts
+
+int HBADisc_AddOOBHostA(const char* host) {
+  return Guarded(COOBHbaDiscover::kRefused, [&] { return TheLibrary().controller.AddOOBHost(host); });
+}
+
+int HBADisc_RemoveOOBHostA(const char* host) {
+  return Guarded(0, [&] { return TheLibrary().controller.RemoveOOBHost(host); });
+}
+
+int HBADisc_AddOOBHostW(const wchar_t* /*host*/) {
+  return 1;
+}
+
+int HBADisc_RemoveOOBHostW(const wchar_t* /*host*/) {
+  return 1;
+}
+
+int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list) {
+  return GetOOBHostList(list);
+}
+
+int HBADisc_AddCimHost(const CIMCredentials* credentials) {
+  return TheLibrary().controller.AddCimHost(credentials);
+}
+
+int HBADisc_RemoveCimHost(const CIMCredentials* credentials) {
+  return Guarded(0, [&] { return TheLibrary().controller.RemoveCimHost(credentials); });
+}
+
+int HBADisc_GetCimCount(unsigned int* count) {
+  return GetCimCount(count);
+}
+
+int HBADisc_GetCimEntries(unsigned int count, CIMCredentials** entries) {
+  return GetCimEntries(count, entries);
+}
+
+int HBADisc_UpdateCimEntries(void) {
+  return UpdateCimEntries();
 }

@@ -90,6 +90,16 @@ typedef struct _RM_ISCSI_TARGET {
   uint8_t flags[4];
 } _RM_ISCSI_TARGET;
 
+/* A CIM host and how to log in there. Texts are NUL-terminated. */
+typedef struct CIMCredentials {
+  char hostAddress[64];
+  uint32_t port;
+  char credential1[64];
+  char credential2[64];
+  char credential3[64];
+  char password[64]; /* scrambled: every byte XOR 0x5C, which also unscrambles it */
+} CIMCredentials;
+
 #endif /* RM_SHARED_RECORDS */
 
 /* ---- Values ------------------------------------------------------------------------------------------------
@@ -220,6 +230,18 @@ typedef struct discovery_iscsi_names {
   char alias[256];
 } discovery_iscsi_names;
 
+/* A remote host of the hosts file. Both texts are NUL-terminated. */
+typedef struct hbadisc_oob_host {
+  char host[48]; /* numeric address; with a port as "10.1.2.3:23333" or "[fe80::1]:23333" */
+  char name[32]; /* the name it reported when it was added, or "*UNKNOWN HOST NAME*" */
+} hbadisc_oob_host;
+
+/* Remote hosts; the records follow at offset 8. */
+typedef struct hbadisc_oob_host_list {
+  uint32_t count; /* in: room, out: hosts in the file, also those that did not fit */
+  uint32_t padding;
+} hbadisc_oob_host_list;
+
 /* clang-format off */
 HBADISC_STATIC_ASSERT(sizeof(hba_port_info) == 172, "hba_port_info");
 HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info) == 236 && offsetof(hba_discovery_info, port) == 4 &&
@@ -240,6 +262,11 @@ HBADISC_STATIC_ASSERT(sizeof(discovery_vf_addrs) == 4, "discovery_vf_addrs");
 HBADISC_STATIC_ASSERT(sizeof(discovery_iscsi_names) == 768, "discovery_iscsi_names");
 HBADISC_STATIC_ASSERT(sizeof(HBA_NAME) == 8 && sizeof(_RM_IP_INFO) == 20 && sizeof(RM_NodeInfoEntry) == 568 &&
                       sizeof(_RM_ISCSI_TARGET) == 516, "shared records");
+HBADISC_STATIC_ASSERT(sizeof(hbadisc_oob_host) == 80 && offsetof(hbadisc_oob_host, name) == 48, "hbadisc_oob_host");
+HBADISC_STATIC_ASSERT(sizeof(hbadisc_oob_host_list) == 8, "hbadisc_oob_host_list");
+HBADISC_STATIC_ASSERT(sizeof(CIMCredentials) == 324 && offsetof(CIMCredentials, port) == 64 &&
+                      offsetof(CIMCredentials, credential1) == 68 && offsetof(CIMCredentials, password) == 260,
+                      "CIMCredentials");
 /* clang-format on */
 
 /* ---- Life cycle and control ---------------------------------------------------------------------------------
@@ -331,6 +358,53 @@ HBADISC_API int HBADisc_GetVirtualFunctionAddrs(HBA_NAME wwpn, discovery_vf_addr
 /* Fills the names and returns 1; zeroes the record and returns 0 for a port that is not known or has no iSCSI
  * names. Reads the current picture, not the snapshot. */
 HBADISC_API int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names);
+
+/* ---- Remote hosts -------------------------------------------------------------------------------------------
+ */
+/* Remote hosts are kept in the file hbahosts.lst of the install directory, one per line, and asked for their
+ * ports in every cycle of remote discovery; CIM hosts in zylhbacimhosts.so there, which the management
+ * application writes. Both are shared between processes. Adding and removing need started discovery with remote
+ * hosts (see HBADisc_StartupEx). */
+
+/* Queries a host and appends it to the hosts file; takes as long as the host takes to answer. `host` is an
+ * address with or without a port of 1024 to 65535: "10.1.2.3", "10.1.2.3:23333", "fe80::1", "[fe80::1]:23333",
+ * or a name in place of the address. At most 128 characters count. A host without a port is asked on the port
+ * of the discovery settings. 0  added; "0.0.0.0" and "255.255.255.255" are accepted and do nothing -1  refused:
+ * no or a bad text or port, not resolvable, no memory, or remote discovery does not run 1  there is no remote
+ * discovery at all 2  the host did not answer, has no port, or reported no name; nothing was written -2  the
+ * file could not be written -3  the host is in the file; the port does not count -4  it is this host */
+HBADISC_API int HBADisc_AddOOBHostA(const char* host);
+
+/* Takes every line of that host out of the file: 1 when there was one, else 0. Compares the address as text,
+ * without brackets and port: give it as HBADisc_GetOOBHostList does. */
+HBADISC_API int HBADisc_RemoveOOBHostA(const char* host);
+
+/* Wide text is not supported: always 1, and nothing is done. */
+HBADISC_API int HBADisc_AddOOBHostW(const wchar_t* host);
+HBADISC_API int HBADisc_RemoveOOBHostW(const wchar_t* host);
+
+/* Lists the hosts of the file, in its order. 0: all fitted, 1: there are more than `count` allowed, or null.
+ * Needs no started discovery. */
+HBADISC_API int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list);
+
+/* Not supported: -1, or 1 when there is no remote discovery. The management application writes the file of CIM
+ * hosts. */
+HBADISC_API int HBADisc_AddCimHost(const CIMCredentials* credentials);
+
+/* Takes every line of that address (`hostAddress`) out of the file of CIM hosts: 1 when there was one, else 0.
+ */
+HBADISC_API int HBADisc_RemoveCimHost(const CIMCredentials* credentials);
+
+/* The number of CIM hosts in the file, 0 without a file. Returns 0, or 1 for a null pointer. */
+HBADISC_API int HBADisc_GetCimCount(unsigned int* count);
+
+/* Fills at most `count` records, in the order of the file; records beyond its last host stay as they are. 0,
+ * also without a file; 1 for a null array, a count of 0, or a null record where one was needed. */
+HBADISC_API int HBADisc_GetCimEntries(unsigned int count, CIMCredentials** entries);
+
+/* Makes the provider know the CIM hosts of the file, at most 1000, and no others; without a host in the file it
+ * keeps those that it has. 0, or 1 when a step failed; the others are done all the same. */
+HBADISC_API int HBADisc_UpdateCimEntries(void);
 
 /* ---- Settings -----------------------------------------------------------------------------------------------
  */

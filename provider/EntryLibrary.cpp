@@ -1,18 +1,33 @@
 // Start and stop of the library, and what it says about itself.
 #include "provider/Exports.h"
 
+#include <sys/stat.h>
+
 #include <string>
 
 #include "provider/Entry.h"
 #include "provider/KeyValueFile.h"
+#include "provider/Mutex.h"
 #include "provider/Source.h"
 
 namespace {
 
 constexpr const char* kDefaultInstallDir = "/opt/varnix/quorbench/";
 
+// Set before the library is started, and read from any thread from then on. Never destroyed: threads may
+// outlive exit.
+constinit provider::Mutex gs_InstallDirLock;
+char gs_InstallDir[256] GUARDED_BY(gs_InstallDirLock) = "";
+
+std::string ChosenInstallDir() {
+  const provider::MutexLock lock(gs_InstallDirLock);
+  return gs_InstallDir;
+}
+
 std::string InstallDir() {
-  std::string directory = provider::ReadKeyValue(provider::kManagementSettings, "InstallDir").value_or("");
+  std::string directory = ChosenInstallDir();
+  if (directory.empty())
+    directory = provider::ReadKeyValue(provider::kManagementSettings, "InstallDir").value_or("");
   if (directory.empty()) directory = kDefaultInstallDir;
   if (!directory.ends_with('/')) directory += '/';
   return directory;
@@ -82,4 +97,15 @@ void RMOpen_LastError(char* text, unsigned int size) {
   const std::size_t length = std::min<std::size_t>(std::strlen(t_LastError), size - 1);
   std::memcpy(text, t_LastError, length);
   text[length] = '\0';
+}
+
+int RMOpen_SetInstallDir(const char* directory) {
+  return provider::Guarded([&]() -> int {
+    struct stat found {};
+    if (directory == nullptr || std::strlen(directory) >= sizeof(gs_InstallDir)) return RM_STATUS_FAILED;
+    if (stat(directory, &found) != 0 || !S_ISDIR(found.st_mode)) return RM_STATUS_FAILED;
+    const provider::MutexLock lock(gs_InstallDirLock);
+    provider::CopyField(gs_InstallDir, std::strlen(directory) + 1, directory);
+    return RM_STATUS_OK;
+  });
 }

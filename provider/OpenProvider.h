@@ -1,6 +1,6 @@
 /* What the open provider offers beyond rmapi.h: the process may say what it looks at before RM_InitLib.
  *
- * These two are extensions. A program that wants to run with any provider looks them up with
+ * These three are extensions. A program that wants to run with any provider looks them up with
  * dlsym(RTLD_DEFAULT, ...) and does without when they are missing.
  */
 #ifndef PROVIDER_OPENPROVIDER_H_
@@ -17,6 +17,10 @@ int RMOpen_SetSource(const char* kind, const char* path);
 
 /* Copies why the last RMOpen_SetSource of this thread failed, at most size - 1 characters and a NUL. */
 void RMOpen_LastError(char* text, unsigned int size);
+
+/* The directory that RM_GetAppInstallDirA tells, where the files of remote hosts lie, in place of the
+ * configuration file's. 0, or 1 when it is no directory. To be called before RM_InitLib. */
+int RMOpen_SetInstallDir(const char* directory);
 
 #ifdef __cplusplus
 }

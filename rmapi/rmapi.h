@@ -99,6 +99,16 @@ typedef struct _RM_ISCSI_TARGET {
   uint8_t flags[4];
 } _RM_ISCSI_TARGET;
 
+/* A CIM host and how to log in there. Texts are NUL-terminated. */
+typedef struct CIMCredentials {
+  char hostAddress[64];
+  uint32_t port;
+  char credential1[64];
+  char credential2[64];
+  char credential3[64];
+  char password[64]; /* scrambled: every byte XOR 0x5C, which also unscrambles it */
+} CIMCredentials;
+
 #endif /* RM_SHARED_RECORDS */
 
 /* Special-features bits of a port (HBA_info_v4::specialFeatures). */
@@ -219,13 +229,6 @@ typedef struct RM_NodeAddrList {
   /* HBA_NAME records follow */
 } RM_NodeAddrList;
 
-typedef struct CIMCredentials {
-  char hostAddress[64];
-  uint32_t port;
-  char credentials[3][64];
-  char password[64]; /* scrambled */
-} CIMCredentials;
-
 /* clang-format off */
 RM_STATIC_ASSERT(sizeof(HBA_NAME) == 8, "HBA_NAME");
 RM_STATIC_ASSERT(sizeof(HBA_info_v2) == 240, "HBA_info_v2");
@@ -264,7 +267,7 @@ RM_STATIC_ASSERT(sizeof(RM_VPortTargetList) == 8, "RM_VPortTargetList");
 RM_STATIC_ASSERT(sizeof(RM_VFList) == 4, "RM_VFList");
 RM_STATIC_ASSERT(sizeof(RM_NodeAddrList) == 8, "RM_NodeAddrList");
 RM_STATIC_ASSERT(sizeof(CIMCredentials) == 324 && offsetof(CIMCredentials, port) == 64 &&
-                 offsetof(CIMCredentials, credentials) == 68 && offsetof(CIMCredentials, password) == 260, "CIMCredentials");
+                 offsetof(CIMCredentials, credential1) == 68 && offsetof(CIMCredentials, password) == 260, "CIMCredentials");
 /* clang-format on */
 
 /* ---- Library ----------------------------------------------------------------------------------------------

@@ -26,6 +26,12 @@ Fabric::Fabric(const std::vector<json>& boards) {
   Write();
 }
 
+json& Fabric::AddRemote(const std::string& address, const std::string& name, const std::vector<json>& boards) {
+  json& hosts = m_File["remote"];
+  hosts.push_back({{"address", address}, {"name", name}, {"boards", boards}});
+  return hosts.back();
+}
+
 void Fabric::Write() {
   if (!Local()["boards"].empty()) Board(0)["driver_type"] = ++m_Version;
   WriteFile(m_Path, m_File.dump(2));

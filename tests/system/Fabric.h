@@ -23,6 +23,9 @@ class Fabric {
   explicit Fabric(const std::vector<json>& boards);
 
   json& Local() { return m_File["local"]; }
+  // A remote host at its address, which an agent serves.
+  json& AddRemote(const std::string& address, const std::string& name, const std::vector<json>& boards);
+  json& Remote(std::size_t index) { return m_File["remote"][index]; }
   json& Board(std::size_t index) { return Local()["boards"][index]; }
   void AddFault(const json& fault) { Local()["faults"].push_back(fault); }
   void Write();

@@ -95,6 +95,16 @@ class Library {
   HBADISC_CALL(GetVPortTargets);
   HBADISC_CALL(GetVirtualFunctionAddrs);
   HBADISC_CALL(GetiSCSINames);
+  HBADISC_CALL(AddOOBHostA);
+  HBADISC_CALL(AddOOBHostW);
+  HBADISC_CALL(RemoveOOBHostA);
+  HBADISC_CALL(RemoveOOBHostW);
+  HBADISC_CALL(GetOOBHostList);
+  HBADISC_CALL(AddCimHost);
+  HBADISC_CALL(RemoveCimHost);
+  HBADISC_CALL(GetCimCount);
+  HBADISC_CALL(GetCimEntries);
+  HBADISC_CALL(UpdateCimEntries);
 #undef HBADISC_CALL
 
   // Walks to the end; ports by WWPN as 16 hex digits.

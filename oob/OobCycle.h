@@ -1,0 +1,49 @@
+// What one out-of-band cycle and its workers share.
+#ifndef OOB_OOBCYCLE_H_
+#define OOB_OOBCYCLE_H_
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "discovery/HbaDiscoveryList.h"
+#include "discovery/SharedSlot.h"
+#include "oob/OobIpAddressList.h"
+#include "thread/zyl_thread_pool.h"
+
+// Bits of the state word of out-of-band discovery.
+enum OobState : std::uint32_t {
+  kOobRunning = 1,        // the main thread lives
+  kOobEnabled = 2,        // periodic cycles are wanted
+  kOobInCycle = 4,        // between the claim of a cycle and its end
+  kOobStopRequested = 8,  // the running cycle is to stop
+  kOobForced = 16,        // a cycle was asked for, or is running
+};
+
+// What outlives a cycle. A late worker may need it longer than the controller lives.
+//
+// Thread safety: the list locks itself; its lock is never held together with another.
+struct OobShared {
+  std::atomic<std::uint32_t> state{0};  // atomic: changed by the main thread and by every caller
+  COobIpAddressList unreachableHosts;   // their last query failed
+};
+
+// Made anew for every cycle and kept alive by its workers, so that a killed cycle's late worker never works on
+// a later cycle. The pointers are constant; the lists lock themselves.
+struct OobCycle {
+  explicit OobCycle(std::shared_ptr<OobShared> kept) : shared(std::move(kept)) {}
+
+  bool IsForced() const { return (shared->state.load() & kOobForced) != 0; }
+
+  const std::shared_ptr<OobShared> shared;
+  COobIpAddressList addresses;  // hosts to visit, from the cursor on
+  CHbaList found{ListRank::kGathered};
+};
+
+// Where the workers find the running cycle; empty between cycles.
+using OobCycleSlot = SharedSlot<OobCycle>;
+
+// A worker's procedure; `slot` is an OobCycleSlot.
+void HbaDiscoveryThread(CZylTpThread* thread, void* slot);
+
+#endif  // OOB_OOBCYCLE_H_

@@ -1,0 +1,200 @@
+// The main thread of out-of-band discovery and its cycle.
+
+#include <algorithm>
+#include <exception>
+
+#include "discovery/DiscoveryLog.h"
+#include "oob/OobHbaDiscover.h"
+
+namespace {
+
+constexpr unsigned int kForEver = 0xFFFFFFFF;
+constexpr unsigned int kFirstPause = 500;  // milliseconds
+constexpr unsigned int kIdlePoll = 250;    // milliseconds
+constexpr unsigned int kMaxThreads = 14;
+// An application hears of a remote change with the in-band thread's next intermediate callback: merge a little
+// earlier.
+constexpr std::uint64_t kIntermediateLead = 2000;      // milliseconds
+constexpr std::uint64_t kShortestIntermediate = 2001;  // milliseconds
+constexpr int kAskCache = -1;
+constexpr unsigned int kKeepCache = 2;
+
+constexpr unsigned int kLogBounds = kLogCycleBounds | kLogOobCycle | kLogOob;
+constexpr unsigned int kLogCycle = kLogOobCycle | kLogOob;
+
+std::uint64_t IntermediatePeriod(unsigned int seconds) {
+  const std::uint64_t period = std::uint64_t{seconds} * 1000;
+  return period > kIntermediateLead ? period - kIntermediateLead : period;
+}
+
+// A wait for WaitForSignal, which reads milliseconds as a signed number.
+unsigned int WaitMilliseconds(std::uint64_t seconds) {
+  const std::uint64_t wait = seconds * 1000;
+  return wait > 0x7FFFFFFF ? kForEver : static_cast<unsigned int>(wait);
+}
+
+}  // namespace
+
+void* COOBHbaDiscover::DiscoveryThread(void* self) {
+  static_cast<COOBHbaDiscover*>(self)->DiscoveryProc();
+  return nullptr;
+}
+
+void COOBHbaDiscover::DiscoveryProc() {
+  m_ThreadId = std::this_thread::get_id();
+  disco_printf(kLogStartStop, nullptr, "Main OOB discovery thread running");
+  WaitForSignal(kFirstPause);
+  while (Terminated() == 0) {
+    if (HasState(kOobForced) || (HasState(kOobEnabled) && m_Interval.load() != 0)) RunCycle();
+    KeepCache();
+    AwaitNextCycle();
+  }
+  m_ThreadPool.TerminateThreadsImmediate();
+  m_Cycle->Set(nullptr);
+  disco_printf(kLogStartStop, nullptr, "OOB main discovery thread terminated");
+  m_ThreadId = std::thread::id();
+  m_Shared->state = 0;
+}
+
+void COOBHbaDiscover::RunCycle() {
+  try {
+    DoOOBDiscovery();
+  } catch (const std::exception& failure) {
+    disco_printf(kLogDetails, nullptr, "OOB: cycle given up, error: %s", failure.what());
+    m_ThreadPool.TerminateThreadsImmediate();
+    EndCycle();
+  }
+}
+
+// What remote hosts have answered is good for the next cycle too, until somebody turns the cache off.
+void COOBHbaDiscover::KeepCache() {
+  const int flags = RM_OOBHandleCacheControl(kAskCache);
+  RM_OOBHandleCacheControl(static_cast<int>(static_cast<unsigned int>(flags) | kKeepCache));
+}
+
+void COOBHbaDiscover::AwaitNextCycle() {
+  // The pauses inside a cycle may have used up the signal that came with a request.
+  if (Terminated() != 0 || HasState(kOobForced)) return;
+  const std::uint64_t interval = m_Interval.load();
+  WaitForSignal(HasState(kOobEnabled) && interval != 0 ? WaitMilliseconds(interval) : kForEver);
+}
+
+bool COOBHbaDiscover::EnterCycle() {
+  std::uint32_t state = m_Shared->state.load();
+  do {
+    if ((state & kOobInCycle) != 0 || Terminated() != 0) return false;
+  } while (!m_Shared->state.compare_exchange_weak(state, state | kOobInCycle));
+  return true;
+}
+
+void COOBHbaDiscover::DoOOBDiscovery() {
+  if (!EnterCycle()) return;
+  m_ListChanged = 0;
+  disco_printf(kLogBounds, nullptr, "OOB DISCOVERY CYCLE - Starting discovery cycle");
+  const auto cycle = std::make_shared<OobCycle>(m_Shared);
+  m_Cycle->Set(cycle);
+  ProcessAllHostsFile();
+  if (!StopForced()) {
+    unsigned int hosts = 0;
+    {
+      const COobIpAddressListGuard guard(cycle->addresses);
+      hosts = cycle->addresses.GetCount();
+      cycle->addresses.SelectFirstEntry();
+    }
+    VisitHosts(cycle, hosts);
+    if (StopForced()) {
+      m_ThreadPool.TerminateThreadsImmediate();
+    } else {
+      if (hosts != 0) MergeFound(*cycle);
+      ReportCycle(*cycle);
+    }
+    disco_printf(kLogBounds, nullptr, "OOB DISCOVERY CYCLE DONE (%d)\n",
+                 static_cast<int>(cycle->found.GetCount()));
+  }
+  EndCycle();
+}
+
+// Whether the cycle is to stop, and says so.
+bool COOBHbaDiscover::StopForced() {
+  if (!StopRequested()) return false;
+  disco_printf(kLogBounds, nullptr, "Forced stop of OOB discovery cycle");
+  return true;
+}
+
+void COOBHbaDiscover::VisitHosts(const std::shared_ptr<OobCycle>& cycle, unsigned int hosts) {
+  m_ThreadPool.AdjustThreadCount(std::min(hosts, kMaxThreads), HbaDiscoveryThread, m_Cycle, 0);
+  if (hosts == 0) return;
+  disco_printf(kLogCycle, nullptr, "OOB Discovery: Enabling discovery threads");
+  m_ThreadPool.EnableThreads();
+  AwaitWorkers(*cycle);
+}
+
+// A wait that a signal cuts short counts as a whole one.
+void COOBHbaDiscover::AwaitWorkers(OobCycle& cycle) {
+  const std::uint64_t period = IntermediatePeriod(m_Owner->GetIntermediateCBInterval());
+  std::uint64_t waits = 0;
+  while (m_ThreadPool.AllThreadsIdle() == 0 && !StopRequested()) {
+    WaitForSignal(kIdlePoll);
+    if (!cycle.IsForced() || period < kShortestIntermediate) continue;
+    if (++waits * kIdlePoll < period) continue;
+    IntermediateUpdate(cycle);
+    waits = 0;
+  }
+}
+
+void COOBHbaDiscover::IntermediateUpdate(OobCycle& cycle) {
+  disco_printf(kLogCycle, nullptr, "OOB discovery: doing intermediate list update\n");
+  const std::shared_ptr<CHbaList> current = m_Owner->GetCurrentList();
+  if (current != nullptr && current->MergeLists(&cycle.found, 0, 0) != 0) m_ListChanged = 1;
+}
+
+void COOBHbaDiscover::MergeFound(OobCycle& cycle) {
+  const std::shared_ptr<CHbaList> current = m_Owner->GetCurrentList();
+  const auto found = static_cast<int>(cycle.found.GetCount());
+  disco_printf(kLogCycle, nullptr,
+               "All OOB port discovery threads idle, discovered %d HBAs, merging with list of %d HBAs", found,
+               current == nullptr ? 0 : static_cast<int>(current->GetCount()));
+  m_ListChanged = current == nullptr ? 0 : current->MergeLists(&cycle.found, 0, 1);
+  // The number is that of this cycle, whatever the text says; users of the log know it so.
+  disco_printf(kLogCycle, nullptr, "After merging with lists - list now has %d HBAs", found);
+}
+
+void COOBHbaDiscover::ReportCycle(OobCycle& cycle) {
+  if (StopRequested()) return;
+  if (RemoveUnDiscOOBEntries(cycle) != 0) m_ListChanged = 1;
+  // A forced cycle is reported by the in-band cycle that waits for it.
+  if (m_ListChanged.load() == 0 || cycle.IsForced()) return;
+  disco_printf(kLogOob, nullptr, "OOB DISCOVERY callback\n");
+  m_Owner->DoCallBack(m_ListChanged.load(), 0, 0);
+}
+
+int COOBHbaDiscover::RemoveUnDiscOOBEntries(OobCycle& cycle) {
+  const std::shared_ptr<CHbaList> kept = m_Owner->GetCurrentList();
+  if (kept == nullptr) return 0;
+  CHbaList& current = *kept;
+  CHbaList& found = cycle.found;
+  int changed = 0;
+  const CHbaListPairGuard guard(current, found);
+  for (CHbaEntry* port = current.GetFirstEntry(); port != nullptr; port = current.GetNextEntry()) {
+    const HBA_info_v4& info = *port->GetHbaInfo();
+    if (found.FindEntry(info.portWwn) != nullptr) continue;
+    if (port->ProxyOnly() != 0) {
+      disco_printf(kLogOob, info.portWwn, "OOB: Removing board for host %.32s", info.hostName);
+      current.RemoveCurrentEntry();
+      changed = 1;
+    } else if (port->GetProxyAddress()[0] != 0) {
+      port->SetProxyAddress(nullptr);
+      changed = 1;
+    }
+  }
+  return changed;
+}
+
+void COOBHbaDiscover::EndCycle() {
+  m_Cycle->Set(nullptr);
+  const CZylLockGuard guard(m_KillLock);
+  const bool stopped = StopRequested();
+  // The signal that came with the stop would start the next cycle at once.
+  if (stopped) UnSignal();
+  ChangeState(kOobInCycle | kOobForced | (m_KillWaiters == 0 ? kOobStopRequested : 0U), 0);
+}

@@ -1,0 +1,286 @@
+// The workers of an out-of-band cycle: each takes one host after the other and reads its ports.
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+
+#include "discovery/DiscoveryLog.h"
+#include "inband/Gathering.h"
+#include "inband/PortAttributes.h"
+#include "inband/PortKind.h"
+#include "inband/PortTargets.h"
+#include "inband/PortVPorts.h"
+#include "oob/HostEntry.h"
+#include "oob/NodeAddresses.h"
+#include "oob/OobHbaDiscover.h"
+
+namespace {
+
+constexpr unsigned int kForEver = 0xFFFFFFFF;
+constexpr unsigned int kPause = 100000;  // microseconds
+constexpr int kTries = 5;
+constexpr int kTriesUnreachable = 2;
+constexpr int kFirstRetriedStatus = 500;  // what the attribute read itself finds fault with may pass
+constexpr int kOverTemperatureStatus = static_cast<int>(kLinkOverTemperature);
+constexpr unsigned char kProxyTypeCim = 0xFE;
+
+enum LinkAttribute : unsigned int { kPhysicalLink = 774, kFunctionLink = 802 };
+
+bool IsWorthARetry(int status) {
+  return status == RM_STATUS_BUSY || status == RM_STATUS_HOST_UNUSABLE || status == RM_STATUS_FAILED ||
+         status >= kFirstRetriedStatus;
+}
+
+bool IsLinkWorthARetry(int status) {
+  return status == RM_STATUS_BUSY || status == RM_STATUS_LOCKED || status == RM_STATUS_FAILED;
+}
+
+// The entry's own record, else one made from its proxy address: type, 0, port, IPv4 address.
+_RM_IP_INFO HostOf(const CHbaEntry& port) {
+  if (port.GetProxyIpInfo() != nullptr) return *port.GetProxyIpInfo();
+  const unsigned char* proxy = port.GetProxyAddress();
+  _RM_IP_INFO host{};
+  host.flags = proxy[0] == kProxyTypeCim ? RM_IP_FLAG_CIM : 0;
+  std::memcpy(&host.port, proxy + 2, sizeof(host.port));
+  std::memcpy(host.address, proxy + 4, 4);
+  return host;
+}
+
+using PortAttributes = std::array<unsigned char, RM_PORT_ATTRIBUTE_ROOM>;
+
+unsigned int LinkByte(const PortAttributes& attributes, LinkAttribute id) {
+  unsigned int type = 0;
+  int status = RM_STATUS_OK;
+  const void* value = RM_GetAttributeValue(attributes.data(), id, &type, &status);
+  if (value == nullptr || status != RM_STATUS_OK || type == RM_ATTRIBUTE_TEXT) return 0;
+  return *static_cast<const unsigned char*>(value);
+}
+
+int ReadPortAttributes(const CHbaEntry& port, const CZylTpThread* thread, PortAttributes& attributes) {
+  int status = RM_STATUS_FAILED;
+  for (int tries = 0; tries < kTries && IsWorkerEnabled(thread); ++tries) {
+    auto size = static_cast<unsigned int>(attributes.size());
+    status = RM_GetPortAttributes(port.GetProxyAddress(), port.GetHbaInfo()->portWwn, attributes.data(), &size);
+    if (status == RM_STATUS_OK && size > attributes.size()) return RM_STATUS_BUFFER_TOO_SMALL;
+    if (!IsLinkWorthARetry(status)) break;
+    ZylSleep(kPause);
+  }
+  return status;
+}
+
+// One host on its way through a worker. Entries are the worker's own until they are filed, and filed only while
+// the worker is enabled, so that a killed cycle's late result lands nowhere.
+class HostVisit {
+ public:
+  HostVisit(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host)
+      : m_Thread(thread), m_Cycle(cycle), m_Names(names), m_Host(host), m_Text(host) {}
+
+  void Run();
+
+ private:
+  bool Enabled() const { return m_Thread.IsEnabled() != 0; }
+  bool Register();
+  bool IsKnownUnreachable();
+  void NoteReachable(bool reachable);
+  bool ReadNames();
+  void VisitPorts();
+  int VisitPort(const HBA_NAME& wwpn);
+  int ReadAttributes(CHbaEntry& port);
+  void CompleteLinkStatus(CHbaEntry& port, int status);
+  void LogPort(const CHbaEntry& port) const;
+  void ReadBelow(CHbaEntry& port);
+  void File(CHbaEntry& port);
+
+  CZylTpThread& m_Thread;
+  OobCycle& m_Cycle;
+  CNodeAddresses& m_Names;
+  const _RM_IP_INFO m_Host;
+  const CIpText m_Text;
+  unsigned char m_Proxy[8] = {};
+};
+
+// A proxy address of zeros would ask this host. One of an IPv4 host is made from its address anyway.
+bool HostVisit::Register() {
+  RM_AddOOBAddressToLookupTable(&m_Host, m_Proxy);
+  return !IsIPv6(m_Host) || m_Proxy[0] != 0;
+}
+
+bool HostVisit::IsKnownUnreachable() {
+  COobIpAddressList& unreachable = m_Cycle.shared->unreachableHosts;
+  const COobIpAddressListGuard guard(unreachable);
+  return unreachable.FindEntry(&m_Host) != nullptr;
+}
+
+void HostVisit::NoteReachable(bool reachable) {
+  COobIpAddressList& unreachable = m_Cycle.shared->unreachableHosts;
+  const COobIpAddressListGuard guard(unreachable);
+  if (!Enabled()) return;
+  if (reachable) {
+    unreachable.RemoveEntry(&m_Host);
+  } else {
+    unreachable.AddEntry(&m_Host);
+  }
+}
+
+bool HostVisit::ReadNames() {
+  std::optional<int> status;
+  if (m_Names.Begin()) {
+    for (int left = IsKnownUnreachable() ? kTriesUnreachable : kTries; left > 0 && Enabled(); --left) {
+      status = m_Names.Ask(m_Host);
+      if (status != RM_STATUS_BUSY) break;
+      disco_printf(kLogOob, nullptr, "OOB: RM_GetAllNodeAddr (host %s), retrying(%d)", m_Text.Text(), left);
+      ZylSleep(kPause);
+    }
+    if (!Enabled()) return false;
+  }
+  if (!status) {
+    disco_printf(kLogDetails, nullptr, "OOB: Cannot allocate memory for HBA addresses (%d)!",
+                 static_cast<int>(m_Names.WantedRoom()));
+    return false;
+  }
+  if (*status != RM_STATUS_OK) {
+    disco_printf(kLogDetails, nullptr, "OOB: RM_GetAllNodeAddr returned error %d for %s", *status,
+                 m_Text.Text());
+  }
+  NoteReachable(*status == RM_STATUS_OK);
+  return *status == RM_STATUS_OK;
+}
+
+void HostVisit::Run() {
+  if (!Register() || !ReadNames() || m_Names.Count() == 0) return;
+  if (RM_IsLocalHBA(m_Names[0].wwn) != 0) {
+    disco_printf(kLogOob, nullptr, "OOB: Trying to discover local host (%s) HBAs - skipped", m_Text.Text());
+    return;
+  }
+  VisitPorts();
+}
+
+void HostVisit::VisitPorts() {
+  for (std::uint32_t i = 0; i < m_Names.Count() && m_Thread.Terminated() == 0 && Enabled(); ++i) {
+    if (VisitPort(m_Names[i]) == RM_STATUS_HOST_UNUSABLE) return;
+  }
+}
+
+int HostVisit::ReadAttributes(CHbaEntry& port) {
+  const unsigned char* wwn = port.GetHbaInfo()->portWwn;
+  int status = RM_STATUS_FAILED;
+  for (int left = kTries; left > 0 && Enabled(); --left) {
+    status = GetRemotePortAttr(&port, &m_Thread);
+    disco_printf(kLogOob, wwn, "OOB: GetRemotePortAttr returned %d", status);
+    if (!IsWorthARetry(status)) break;
+    disco_printf(kLogOob, wwn, "OOB: GetRemotePortAttr (host %s), retrying(%d)", m_Text.Text(), left);
+    ZylSleep(kPause);
+  }
+  return status;
+}
+
+// An attribute read that knows no link status leaves 0.
+void HostVisit::CompleteLinkStatus(CHbaEntry& port, int status) {
+  if (port.GetLinkStatus() != 0) return;
+  if (status == RM_STATUS_OVER_TEMPERATURE) port.SetLinkStatus(kLinkOverTemperature);
+  if (status == RM_STATUS_OK) port.SetLinkStatus(COOBHbaDiscover::GetPortLinkStatus(&port, &m_Thread));
+}
+
+void HostVisit::LogPort(const CHbaEntry& port) const {
+  const HBA_info_v4& info = *port.GetHbaInfo();
+  disco_printf(
+      kLogOob, info.portWwn,
+      "OOB: Got info for adapter on system '%.32s - %s': vpdport#=%.8s, phyport#=%d, type=%s, model=%.80s",
+      info.hostName, m_Text.Text(), VPDPortNumberText(info), info.physicalPort,
+      PortTypeWord(port.GetSpecialFeatures()), info.model);
+  const unsigned int link = port.GetLinkStatus();
+  disco_printf(kLogOob, info.portWwn, "OOB: Link Status:  Physical=%d, Function=%d",
+               static_cast<int>(link & 0xFF), static_cast<int>((link >> 8) & 0xFF));
+}
+
+void HostVisit::ReadBelow(CHbaEntry& port) {
+  if (IsTargetModePort(*port.GetHbaInfo())) return;
+  AddTargetInfo(&port, &m_Thread, m_Cycle.IsForced() ? 1 : 0, 0);
+  AddVPortInfo(&port, &m_Thread, 0);
+}
+
+void HostVisit::File(CHbaEntry& port) {
+  CHbaList& found = m_Cycle.found;
+  port.SetHbaInfoValid();
+  const CHbaListGuard guard(found);
+  if (!Enabled()) return;
+  if (CHbaEntry* listed = found.FindEntry(port.GetHbaInfo()->portWwn); listed != nullptr) {
+    listed->MergeHbaEntry(&port);
+  } else {
+    found.AddEntry(&port);
+  }
+}
+
+// A port above its temperature whose status is the plain number is listed as it is; one that answers with the
+// link status in the status's place has said too little to be listed.
+int HostVisit::VisitPort(const HBA_NAME& wwpn) {
+  HBA_info_v4 info{};
+  std::memcpy(info.portWwn, wwpn.wwn, sizeof(info.portWwn));
+  CHbaEntry port(&info, nullptr, 0, m_Proxy, 1, &m_Host);
+  const int status = ReadAttributes(port);
+  if (!Enabled()) return status;
+  CompleteLinkStatus(port, status);
+  if (status == RM_STATUS_OK || status == kOverTemperatureStatus) {
+    LogPort(port);
+    ReadBelow(port);
+  }
+  if (status == kOverTemperatureStatus) {
+    disco_printf(kLogOob, info.portWwn, "OOB: Temperature is above optimal range!!!");
+  }
+  if (status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE) {
+    File(port);
+  } else {
+    disco_printf(kLogDetails, info.portWwn, "OOB: Did not get port attributes (host %s), error=%d",
+                 m_Text.Text(), status);
+  }
+  return status;
+}
+
+void VisitHosts(CZylTpThread& thread, OobCycle& cycle) {
+  CNodeAddresses names;
+  while (thread.IsEnabled() != 0) {
+    // The list hands each host to one worker only, and nobody takes hosts out of it.
+    const COobIpAddressEntry* host = cycle.addresses.InterlockedGetNextEntry();
+    if (host == nullptr) return;
+    try {
+      HostVisit(thread, cycle, names, *host->GetIpAddress()).Run();
+    } catch (const std::exception& failure) {
+      // Most likely no memory; the other hosts may still be read.
+      disco_printf(kLogDetails, nullptr, "OOB: gives up on a host, error: %s", failure.what());
+    }
+  }
+}
+
+}  // namespace
+
+void HbaDiscoveryThread(CZylTpThread* thread, void* slot) {
+  // The low half of the address tells the workers of one pool apart.
+  const auto id = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(thread));
+  while (thread->Terminated() == 0) {
+    thread->WaitForSignal(kForEver);
+    if (thread->Terminated() != 0) break;
+    disco_printf(kLogOob, nullptr, "OOB Port Discovery Thread %x active", id);
+    if (const std::shared_ptr<OobCycle> cycle = static_cast<OobCycleSlot*>(slot)->Get(); cycle != nullptr) {
+      VisitHosts(*thread, *cycle);
+    }
+    disco_printf(kLogOob, nullptr, "OOB Port Discovery Thread %x idle", id);
+    thread->SetIdle();
+  }
+  thread->SetIdle();
+  disco_printf(kLogOob, nullptr, "OOB PortDiscovery Thread %x exiting", id);
+}
+
+unsigned int COOBHbaDiscover::GetPortLinkStatus(CHbaEntry* entry, CZylTpThread* thread) {
+  if (entry == nullptr || entry->GetProxyAddress()[0] == 0) return 0;
+  const _RM_IP_INFO host = HostOf(*entry);
+  RM_AddOOBAddressToLookupTable(&host, nullptr);
+  PortAttributes attributes{};
+  const int status = ReadPortAttributes(*entry, thread, attributes);
+  if (status == RM_STATUS_OVER_TEMPERATURE) return kLinkOverTemperature;
+  if (status != RM_STATUS_OK) return 0;
+  unsigned int link = LinkByte(attributes, kPhysicalLink);
+  if ((entry->GetSpecialFeatures() & RM_FEATURE_CONVERGED) != 0)
+    link |= LinkByte(attributes, kFunctionLink) << 8;
+  return link;
+}

@@ -1,0 +1,237 @@
+#include "tests/oob/remote_provider.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+#include "discovery/HbaDiscoveryListKey.h"
+
+RemoteProvider* RemoteProvider::s_Current = nullptr;
+
+RemoteProvider::RemoteProvider() {
+  std::string name = testing::TempDir() + "oob-XXXXXX";
+  EXPECT_NE(mkdtemp(name.data()), nullptr);
+  folder = name;
+  s_Current = this;
+}
+
+RemoteProvider::~RemoteProvider() {
+  s_Current = nullptr;
+  std::filesystem::remove_all(folder);
+}
+
+std::string RemoteProvider::Read(const std::string& name) const {
+  std::ifstream file(folder / name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void RemoteProvider::Write(const std::string& name, const std::string& text) const {
+  std::ofstream(folder / name, std::ios::binary) << text;
+}
+
+void RemoteProvider::AddHost(const std::string& address, const std::vector<std::uint64_t>& ports) {
+  SetPorts(address, ports);
+  for (const std::uint64_t port : ports) {
+    auto& attributes = scripted.ports[port].attributes;
+    attributes[513] = Attribute::Text("system of " + address);
+    attributes[514] = Attribute::Text("maker");
+    attributes[515] = Attribute::Text("serial");
+    attributes[527] = Attribute::Number(0x1234);
+    attributes[537] = Attribute::Text("model");
+    attributes[774] = Attribute::Number(1);
+  }
+}
+
+void RemoteProvider::SetPorts(const std::string& address, const std::vector<std::uint64_t>& ports) {
+  const std::lock_guard guard(m_Lock);
+  m_Hosts[address] = ports;
+}
+
+std::vector<std::uint64_t> RemoteProvider::PortsOf(const std::string& address) const {
+  const std::lock_guard guard(m_Lock);
+  const auto found = m_Hosts.find(address);
+  return found == m_Hosts.end() ? std::vector<std::uint64_t>() : found->second;
+}
+
+std::set<std::string> RemoteProvider::Registered() const {
+  const std::lock_guard guard(m_Lock);
+  return m_Registered;
+}
+
+void RemoteProvider::Register(const std::string& address, bool there) {
+  const std::lock_guard guard(m_Lock);
+  if (there) {
+    m_Registered.insert(address);
+  } else {
+    m_Registered.erase(address);
+  }
+}
+
+namespace {
+
+RemoteProvider& Remote() {
+  return *RemoteProvider::s_Current;
+}
+
+int StatusOf(const char* call) {
+  const auto step = Remote().scripted.Enter(call);
+  return step ? step->status : RM_STATUS_OK;
+}
+
+std::string TextOf(const _RM_IP_INFO& host) {
+  char text[64] = {};
+  inet_ntop((host.flags & RM_IP_FLAG_IPV6) != 0 ? AF_INET6 : AF_INET, host.address, text, sizeof(text));
+  return text;
+}
+
+int Resolve(const char* host, unsigned short port, std::uint8_t flags, _RM_IP_INFO* record) {
+  *record = _RM_IP_INFO{};
+  record->port = port;
+  record->flags = flags;
+  if (inet_pton(AF_INET, host, record->address) == 1) return RM_STATUS_OK;
+  record->flags |= RM_IP_FLAG_IPV6;
+  return inet_pton(AF_INET6, host, record->address) == 1 ? RM_STATUS_OK : RM_STATUS_NOT_FOUND;
+}
+
+// In the layout that the scripted RM_GetAttributeValue reads.
+void Put(void* buffer, std::uint32_t id, const Attribute& attribute) {
+  const std::uint32_t head[] = {id, attribute.type, static_cast<std::uint32_t>(attribute.bytes.size()), 0};
+  std::memcpy(static_cast<char*>(buffer) + 1, head, sizeof(head));
+  std::memcpy(static_cast<char*>(buffer) + 1 + sizeof(head), attribute.bytes.data(), attribute.bytes.size());
+}
+
+int HandleOf(void* lock) {
+  return *static_cast<int*>(lock);
+}
+
+}  // namespace
+
+extern "C" {
+
+int RM_GetAppInstallDirA(char* buffer, unsigned int size) {
+  if (!Remote().hasFolder) return RM_STATUS_FAILED;
+  const std::string name = Remote().folder.string() + '/';
+  std::memcpy(buffer, name.c_str(), std::min<std::size_t>(size, name.size() + 1));
+  return RM_STATUS_OK;
+}
+
+void* RM_OpenGlobalLock(const char* name) {
+  if (!Remote().hasLocks) return nullptr;
+  return new int(open((Remote().folder / name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+}
+
+int RM_GetGlobalLock(void* lock) {
+  if (lock == nullptr || flock(HandleOf(lock), LOCK_EX) != 0) return RM_STATUS_FAILED;
+  ++Remote().heldLocks;
+  return RM_STATUS_OK;
+}
+
+int RM_ReleaseGlobalLock(void* lock) {
+  --Remote().heldLocks;
+  return flock(HandleOf(lock), LOCK_UN) == 0 ? RM_STATUS_OK : RM_STATUS_FAILED;
+}
+
+int RM_CloseGlobalLock(void* lock) {
+  const std::unique_ptr<int> handle(static_cast<int*>(lock));
+  return close(*handle) == 0 ? RM_STATUS_OK : RM_STATUS_FAILED;
+}
+
+int RM_IsLocalHBA(const unsigned char* wwn) {
+  return Remote().localPorts.count(WwpnKey(wwn)) != 0 ? 1 : 0;
+}
+
+int RM_GetPortAttributes(const unsigned char*, const unsigned char* wwn, void* buffer, unsigned int*) {
+  const int status = StatusOf("RM_GetPortAttributes");
+  const auto& attributes = Remote().scripted.PortOf(wwn).attributes;
+  if (const auto link = attributes.find(774); status == RM_STATUS_OK && link != attributes.end()) {
+    Put(buffer, 774, link->second);
+  }
+  return status;
+}
+
+int RM_GetServerAttributes(const unsigned char*, const unsigned char*, void* buffer, unsigned int*) {
+  const int status = StatusOf("RM_GetServerAttributes");
+  if (status == RM_STATUS_OK) Put(buffer, 257, Attribute::Text(Remote().serverName));
+  return status;
+}
+
+int RM_RemoteOOBHostAddrV2(const char* host, unsigned short port, _RM_IP_INFO* record) {
+  if (const int status = StatusOf("RM_RemoteOOBHostAddrV2"); status != RM_STATUS_OK) return status;
+  return Resolve(host, port, 0, record);
+}
+
+int RM_AddOOBAddressToLookupTable(const _RM_IP_INFO* host, unsigned char* proxy) {
+  if (const int status = StatusOf("RM_AddOOBAddressToLookupTable"); status != RM_STATUS_OK) return status;
+  Remote().Register(TextOf(*host), true);
+  if (proxy != nullptr) std::memset(proxy, 0x55, 8);
+  return RM_STATUS_OK;
+}
+
+int RM_RemoveOOBAddrFromLookupTable(const _RM_IP_INFO* host) {
+  Remote().Register(TextOf(*host), false);
+  return RM_STATUS_OK;
+}
+
+int RM_GetAllNodeAddr(const _RM_IP_INFO* host, RM_NodeAddrList* list) {
+  if (const auto step = Remote().scripted.Enter("RM_GetAllNodeAddr", list->capacity)) {
+    if (step->count) list->capacity = *step->count;
+    if (step->status != RM_STATUS_OK) return step->status;
+  }
+  const std::vector<std::uint64_t> ports = Remote().PortsOf(TextOf(*host));
+  list->count = static_cast<std::uint32_t>(ports.size());
+  if (ports.size() > list->capacity) {
+    list->capacity = list->count;
+    return RM_STATUS_MORE_DATA;
+  }
+  auto* names = reinterpret_cast<HBA_NAME*>(list + 1);
+  std::transform(ports.begin(), ports.end(), names, Name);
+  return RM_STATUS_OK;
+}
+
+int RM_SetOOBTimeout(unsigned int) {
+  return RM_STATUS_OK;
+}
+
+int RM_OOBHandleCacheControl(int value) {
+  if (value != -1) Remote().cacheFlags = value;
+  return Remote().cacheFlags;
+}
+
+int RM_IPtoStrA(const _RM_IP_INFO* host, char* text) {
+  const std::string written = TextOf(*host);
+  std::memcpy(text, written.c_str(), written.size() + 1);
+  return RM_STATUS_OK;
+}
+
+int RM_RemoteCimHostAddrV2(const CIMCredentials* host, unsigned short port, _RM_IP_INFO* record) {
+  return Resolve(host->hostAddress, port, RM_IP_FLAG_CIM, record);
+}
+
+int RM_GetCimHostEntry(const CIMCredentials* key, CIMCredentials* stored) {
+  const auto found = Remote().cimTable.find(key->hostAddress);
+  if (found == Remote().cimTable.end()) return RM_STATUS_NOT_FOUND;
+  *stored = found->second;
+  return RM_STATUS_OK;
+}
+
+int RM_HandleCimHostEntry(const CIMCredentials* entry, int mode) {
+  if (const int status = StatusOf(mode == 0 ? "add CIM host" : "update CIM host"); status != RM_STATUS_OK)
+    return status;
+  Remote().cimTable[entry->hostAddress] = *entry;
+  return RM_STATUS_OK;
+}
+
+int RM_ClearCimLookupTable(void) {
+  Remote().cimTable.clear();
+  return StatusOf("RM_ClearCimLookupTable");
+}
+
+}  // extern "C"

@@ -1,0 +1,57 @@
+// The remote half of the test's own provider: hosts with ports, the look-up tables, and locks that are files.
+// Faults are scripted in the ScriptedProvider, by the name of the call.
+#ifndef TESTS_OOB_REMOTE_PROVIDER_H_
+#define TESTS_OOB_REMOTE_PROVIDER_H_
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "rmapi/rmapi.h"
+#include "tests/inband/recorded_log.h"
+#include "tests/inband/scripted_provider.h"
+
+class RemoteProvider {
+ public:
+  RemoteProvider();
+  ~RemoteProvider();
+  RemoteProvider(const RemoteProvider&) = delete;
+  RemoteProvider& operator=(const RemoteProvider&) = delete;
+
+  // A host that answers, with one readable port per name.
+  void AddHost(const std::string& address, const std::vector<std::uint64_t>& ports);
+
+  std::string HostsFile() const { return Read("hbahosts.lst"); }
+  std::string Read(const std::string& name) const;
+  void Write(const std::string& name, const std::string& text) const;
+  bool Exists(const std::string& name) const { return std::filesystem::exists(folder / name); }
+
+  ScriptedProvider scripted;
+  RecordedLog log;
+  std::filesystem::path folder;
+  bool hasFolder = true;
+  bool hasLocks = true;
+  std::string serverName = "server7";
+  std::set<std::uint64_t> localPorts;
+  std::map<std::string, CIMCredentials> cimTable;
+  std::vector<std::uint64_t> PortsOf(const std::string& address) const;
+  void SetPorts(const std::string& address, const std::vector<std::uint64_t>& ports);
+  std::set<std::string> Registered() const;
+  void Register(const std::string& address, bool there);
+  std::atomic<int> cacheFlags{0};
+  std::atomic<int> heldLocks{0};
+
+  static RemoteProvider* s_Current;
+
+ private:
+  mutable std::mutex m_Lock;
+  std::map<std::string, std::vector<std::uint64_t>> m_Hosts;
+  std::set<std::string> m_Registered;
+};
+
+#endif  // TESTS_OOB_REMOTE_PROVIDER_H_
