@@ -148,6 +148,73 @@ TEST_F(CommandsTest, RefreshesOnePort) {
   EXPECT_TRUE(Document()["changed"].is_null());
 }
 
+TEST_F(CommandsTest, ScopeSaysWhoIsAskedAndWhatIsShown) {
+  fake::Port remote = fake::MakePort(2);
+  remote.record.base.base.isLocal = 0;
+  const std::vector<fake::Step> script = {{.ports = {fake::MakePort(1), remote}}};
+  fake::SetScript(script);
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 0);
+  EXPECT_EQ(Document()["ports"].size(), 2U);
+  EXPECT_EQ(fake::Recorded().localOnly, 0);
+
+  m_Options.scope = Scope::RemoteHosts;
+  fake::SetScript(script);
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 0);
+  ASSERT_EQ(Document()["ports"].size(), 1U);
+  EXPECT_EQ(Document()["ports"][0]["local"], false);
+
+  m_Options.scope = Scope::LocalHost;
+  fake::SetScript(script);
+  EXPECT_EQ(Run(Command::List, Format::JsonDocument), 0);
+  EXPECT_EQ(fake::Recorded().localOnly, 1);
+  EXPECT_EQ(fake::Recorded().oobInterval, HBADISC_NO_OOB_DISCOVERY);
+}
+
+TEST_F(CommandsTest, ListsHosts) {
+  std::vector<hbadisc_oob_host> hosts(70);  // more than are asked for at first
+  for (auto& host : hosts) {
+    fake::SetText(host.host, "10.1.2.3:23333");
+    fake::SetText(host.name, "*UNKNOWN HOST NAME*");
+  }
+  fake::SetText(hosts.back().name, "server7");
+  fake::SetHosts(hosts, 0, 1);
+  EXPECT_EQ(Run(Command::ListHosts, Format::JsonDocument), 0);
+  ASSERT_EQ(Document()["hosts"].size(), 70U);
+  EXPECT_EQ(Document()["hosts"][0]["host"], "10.1.2.3:23333");
+  EXPECT_TRUE(Document()["hosts"][0]["name"].is_null());
+  EXPECT_EQ(Document()["hosts"][69]["name"], "server7");
+  EXPECT_EQ(Run(Command::ListHosts, Format::JsonLines), 0);
+  EXPECT_EQ(Lines().size(), 70U);
+  fake::SetHosts({}, 0, 1);
+  EXPECT_EQ(Run(Command::ListHosts, Format::JsonDocument), 0);
+  EXPECT_EQ(Document()["hosts"], Json::array());
+}
+
+TEST_F(CommandsTest, AddsAndRemovesHosts) {
+  struct Row {
+    Command command;
+    int answer;
+    int code;
+    const char* result;
+  };
+  const Row rows[] = {{Command::AddHosts, 0, 0, "added"},        {Command::AddHosts, -3, 0, "known"},
+                      {Command::AddHosts, -1, 1, "refused"},     {Command::AddHosts, 2, 1, "no_answer"},
+                      {Command::AddHosts, -2, 1, "not_written"}, {Command::AddHosts, -4, 1, "this_host"},
+                      {Command::RemoveHosts, 1, 0, "removed"},   {Command::RemoveHosts, 0, 4, "not_listed"}};
+  m_Options.hosts = {"10.1.2.3", "10.1.2.4"};
+  for (const Row& row : rows) {
+    fake::SetScript({});
+    fake::SetHosts({}, row.answer, row.answer);
+    EXPECT_EQ(Run(row.command, Format::JsonDocument), row.code) << row.result;
+    ASSERT_EQ(Document()["hosts"].size(), 2U);
+    EXPECT_EQ(Document()["hosts"][1]["host"], "10.1.2.4");
+    EXPECT_EQ(Document()["hosts"][1]["result"], row.result);
+    EXPECT_EQ(fake::Recorded().startups, 1) << "only a running discovery takes hosts";
+    const std::string verb = row.command == Command::AddHosts ? "add" : "remove";
+    EXPECT_EQ(fake::Recorded().hosts, (std::vector<std::string>{verb + " 10.1.2.3", verb + " 10.1.2.4"}));
+  }
+}
+
 TEST_F(CommandsTest, UnknownPort) {
   fake::SetScript({{.ports = {PortWithTargets()}}});
   EXPECT_EQ(Run(Command::Show, Format::JsonDocument, "3000000000000001"), 4);

@@ -19,6 +19,9 @@ struct State {
   std::vector<Step> steps;
   std::vector<Port> ports;
   unsigned int refreshReason = 0;
+  std::vector<hbadisc_oob_host> hosts;
+  int addResult = 0;
+  int removeResult = 1;
   std::vector<Port> snapshot;
   std::size_t cursor = 0;
   bool stopping = false;
@@ -118,6 +121,14 @@ void SetScript(std::vector<Step> steps) {
   state.ports.clear();
   state.stopping = false;
   state.record = {};
+}
+
+void SetHosts(std::vector<hbadisc_oob_host> hosts, int addResult, int removeResult) {
+  State& state = TheState();
+  const std::lock_guard lock(state.mutex);
+  state.hosts = std::move(hosts);
+  state.addResult = addResult;
+  state.removeResult = removeResult;
 }
 
 Record Recorded() {
@@ -225,6 +236,30 @@ int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what) {
   });
   if (known && state.refreshReason != 0) state.callBack(state.refreshReason, state.context);
   return known ? 1 : 0;
+}
+
+int HBADisc_AddOOBHostA(const char* host) {
+  fake::State& state = fake::TheState();
+  const std::lock_guard lock(state.mutex);
+  state.record.hosts.push_back(std::string("add ") + host);
+  return state.addResult;
+}
+
+int HBADisc_RemoveOOBHostA(const char* host) {
+  fake::State& state = fake::TheState();
+  const std::lock_guard lock(state.mutex);
+  state.record.hosts.push_back(std::string("remove ") + host);
+  return state.removeResult;
+}
+
+int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list) {
+  fake::State& state = fake::TheState();
+  const std::lock_guard lock(state.mutex);
+  const std::size_t room = list->count;
+  const std::size_t copied = std::min(room, state.hosts.size());
+  std::memcpy(list + 1, state.hosts.data(), copied * sizeof(hbadisc_oob_host));
+  list->count = static_cast<std::uint32_t>(state.hosts.size());
+  return state.hosts.size() > room ? 1 : 0;
 }
 
 int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info) {

@@ -48,10 +48,14 @@ struct Record {
   int startups = 0;
   int terminates = 0;
   unsigned int refreshWhat = 0;
+  std::vector<std::string> hosts;  // "add HOST" and "remove HOST", as asked
   int walksEnded = 0;
   bool walkOpen = false;
 };
 Record Recorded();
+
+// The hosts file, and what adding and removing a host answers.
+void SetHosts(std::vector<hbadisc_oob_host> hosts, int addResult, int removeResult);
 
 // Ports to script with: the name's last byte is `number`.
 Port MakePort(unsigned char number, unsigned int features = 0);

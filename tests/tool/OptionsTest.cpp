@@ -57,6 +57,14 @@ TEST(OptionsTest, Values) {
   EXPECT_EQ(Good({"list", "--sysfsroot", "/x"}).source.kind, SourceKind::SysfsRoot);
   EXPECT_EQ(Good({"refresh", kName}).what, 0U);
   EXPECT_EQ(Good({"refresh", kName, "--what", "attributes,vports"}).what, 5U);
+  EXPECT_EQ(Good({"list", "--oob"}).scope, Scope::RemoteHosts);
+  EXPECT_EQ(Good({"--local-only", "watch"}).scope, Scope::LocalHost);
+  const Options hosts = Good({"hosts", "add", "10.1.2.3", "[fe80::1]:23333", "--hosts-dir", "/x", "-j"});
+  EXPECT_EQ(hosts.command, Command::AddHosts);
+  EXPECT_EQ(hosts.hosts, (std::vector<std::string>{"10.1.2.3", "[fe80::1]:23333"}));
+  EXPECT_EQ(hosts.hostsDirectory, "/x");
+  EXPECT_EQ(Good({"hosts", "list"}).command, Command::ListHosts);
+  EXPECT_EQ(Good({"hosts", "remove", "10.1.2.3"}).command, Command::RemoveHosts);
   EXPECT_EQ(Good({"watch", "--interval", "5"}).intervalSeconds, 5U);
   EXPECT_EQ(Good({"watch", "--count", "3"}).callbackCount, 3U);
 }

@@ -14,17 +14,17 @@ namespace {
 std::vector<Port> Read(const std::vector<fake::Port>& ports) {
   fake::SetScript({{.ports = ports}});
   const Notices notices;
-  const Discovery discovery(0, notices);
+  const Discovery discovery(0, Scope::Everywhere, notices);
   EXPECT_TRUE(notices.Wait(std::chrono::seconds(30), -1));
   return ReadPorts(Details::All);
 }
 
-TEST(PortReaderTest, AsksForLocalDiscoveryOfOneCycle) {
+TEST(PortReaderTest, AsksForDiscoveryOfOneCycle) {
   Read({});
   const fake::Record record = fake::Recorded();
   EXPECT_EQ(record.interval, 0U);
-  EXPECT_EQ(record.oobInterval, HBADISC_NO_OOB_DISCOVERY);
-  EXPECT_EQ(record.localOnly, 1);
+  EXPECT_EQ(record.oobInterval, 0U);
+  EXPECT_EQ(record.localOnly, 0);
   EXPECT_EQ(record.eventMask, 15U);
   EXPECT_EQ(record.startups, 1);
   EXPECT_EQ(record.terminates, 1);

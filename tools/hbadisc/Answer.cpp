@@ -64,6 +64,10 @@ Json NoBody(Command command) {
       return {{"events", Json::array()}};
     case Command::Refresh:
       return {{"port", nullptr}, {"changed", nullptr}};
+    case Command::ListHosts:
+    case Command::AddHosts:
+    case Command::RemoveHosts:
+      return {{"hosts", Json::array()}};
     case Command::Show:
       break;
   }

@@ -6,6 +6,7 @@
 #include "include/hbadiscovery.h"
 #include "tools/hbadisc/Answer.h"
 #include "tools/hbadisc/Discovery.h"
+#include "tools/hbadisc/Hosts.h"
 #include "tools/hbadisc/PortReader.h"
 #include "tools/hbadisc/Watch.h"
 #include "tools/hbadisc/Words.h"
@@ -47,7 +48,7 @@ std::optional<bool> ReadAgain(const Options& options, const Notices& notices, Me
 
 int LookOnce(const Options& options, Output& output, Messages& messages) {
   const Notices notices;
-  Discovery discovery(0, notices);
+  Discovery discovery(0, options.scope, notices);
   messages.Detail("discovery is started");
   Picture picture;
   picture.complete =
@@ -55,7 +56,7 @@ int LookOnce(const Options& options, Output& output, Messages& messages) {
           .has_value();
   if (options.command == Command::Refresh) picture.changed = ReadAgain(options, notices, messages);
   messages.ClearProgress();
-  picture.ports = ReadPorts(options.command == Command::List ? Details::None : Details::All);
+  picture.ports = ReadPorts(options.command == Command::List ? Details::None : Details::All, options.scope);
   messages.Detail(std::string(picture.complete ? "the first look has ended: " : "no more waiting: ") +
                   Counted(picture.ports.size(), "port"));
   const Answer answer = MakeAnswer(options, picture, output.Colour());
@@ -71,6 +72,8 @@ int LookOnce(const Options& options, Output& output, Messages& messages) {
 int RunCommand(const Options& options, Output& output, Messages& messages) {
   try {
     ChooseSource(options.source, LookUpSymbol);
+    if (!options.hostsDirectory.empty()) ChooseHostsDirectory(options.hostsDirectory, LookUpSymbol);
+    if (IsHostCommand(options.command)) return RunHosts(options, output, messages);
     if (options.command != Command::Watch) return LookOnce(options, output, messages);
   } catch (const OutputError&) {
     throw;

@@ -16,7 +16,6 @@ namespace {
 
 constexpr unsigned int kEveryCallBack =
     HBADISC_EVENT_EVERY_CYCLE | HBADISC_EVENT_FORCED | HBADISC_EVENT_CHANGED | HBADISC_EVENT_DIRECTED;
-constexpr int kLocalOnly = 1;
 // A library at rest stops within two seconds; one that waits for a sick adapter may take for ever.
 constexpr std::chrono::seconds kStopLimit{5};
 
@@ -26,9 +25,10 @@ void PostNotice(unsigned int reason, void* context) {
 
 }  // namespace
 
-Discovery::Discovery(unsigned int interval, const Notices& notices) {
+Discovery::Discovery(unsigned int interval, Scope scope, const Notices& notices) {
   HBADisc_RegisterCallBack(PostNotice, kEveryCallBack, const_cast<Notices*>(&notices));
-  HBADisc_StartupEx(interval, HBADISC_NO_OOB_DISCOVERY, kLocalOnly);
+  const bool localOnly = scope == Scope::LocalHost;
+  HBADisc_StartupEx(interval, localOnly ? HBADISC_NO_OOB_DISCOVERY : interval, localOnly ? 1 : 0);
 }
 
 Discovery::~Discovery() {

@@ -1,4 +1,4 @@
-// One run of the library's discovery of this host's ports, from start to stop.
+// One run of the library's discovery, from start to stop.
 //
 // Thread safety: one thread. Ownership: `notices` has to outlive the object; at most one object at a time,
 // because the library has one controller a process.
@@ -6,14 +6,15 @@
 #define TOOLS_HBADISC_DISCOVERY_H_
 
 #include "tools/hbadisc/Notices.h"
+#include "tools/hbadisc/Port.h"
 
 namespace hbadisc {
 
 class Discovery {
  public:
   // Starts; every callback is posted to `notices`. `interval` is the seconds between cycles, 0: only the first
-  // one, which starts at once.
-  Discovery(unsigned int interval, const Notices& notices);
+  // one, which starts at once. Remote hosts are asked unless the scope is this host.
+  Discovery(unsigned int interval, Scope scope, const Notices& notices);
   Discovery(const Discovery&) = delete;
   Discovery& operator=(const Discovery&) = delete;
   // Stops, as a failed program.

@@ -15,7 +15,7 @@ namespace {
 constexpr char kVersion[] = "hbadisc (Draxonite Discovery) 14.0.326.24";
 
 constexpr char kDescription[] =
-    "Finds the Fibre Channel, FCoE, iSCSI, NIC and RoCE ports of this host and shows them.\n";
+    "Finds the Fibre Channel, FCoE, iSCSI, NIC and RoCE ports of this host and of remote hosts.\n";
 
 constexpr char kFooter[] = R"(Options may stand before or after the command.
 
@@ -25,6 +25,7 @@ Examples:
   hbadisc targets 0x10000090fa000001 -j   its targets, as JSON
   hbadisc refresh 10:00:00:90:fa:00:00:01 the port, read once more
   hbadisc watch --interval 10             what changes, until Ctrl-C
+  hbadisc hosts add 10.1.2.3              ask that host, too, from now on
   hbadisc list --fabric lab.json          ports described in a fabric file
 
 Exit codes: 0 all well, 1 failed, 2 wrong usage, 3 only a part could be shown (the
@@ -83,6 +84,19 @@ Examples:
 
 'hbadisc --help' shows the options that every command has.)";
 
+constexpr char kHostsFooter[] =
+    R"(Remote hosts are kept in a file that all programs with this library share. An agent
+(hbadisc-agent) answers on each of them. HOST is an address, also with a port as in
+10.1.2.3:23333 or [fe80::1]:23333, or, to add it, a name. A host is asked for its ports
+and its name before it is added. It is removed by the address that 'hosts list' shows.
+
+Examples:
+  hbadisc hosts add 10.1.2.3
+  hbadisc hosts list
+  hbadisc hosts remove 10.1.2.3
+
+'hbadisc --help' shows the options that every command has.)";
+
 constexpr char kWwnHelp[] =
     "name of the port (WWPN): 16 hexadecimal digits, also after 0x or as bytes with ':' or '-' between";
 
@@ -124,6 +138,10 @@ const std::map<std::string, unsigned int> kRefreshParts = {{"attributes", HBADIS
 struct RawOptions {
   std::optional<std::string> fabric;
   std::optional<std::string> sysfsRoot;
+  std::string hostsDirectory;
+  bool localOnly = false;
+  bool remoteOnly = false;
+  std::vector<std::string> hosts;
   std::string format = "table";
   bool json = false;
   std::string timeout = "30";
@@ -141,6 +159,9 @@ void AddGlobalOptions(CLI::App& app, RawOptions& raw) {
   auto* root = app.add_option("--sysfsroot", raw.sysfsRoot, "look at the sysfs tree below this directory");
   fabric->type_name("FILE")->excludes(root);
   root->type_name("DIR")->excludes(fabric);
+  app.add_option("--hosts-dir", raw.hostsDirectory, "directory of the file of remote hosts")->type_name("DIR");
+  auto* localOnly = app.add_flag("--local-only", raw.localOnly, "only this host; no remote host is asked");
+  app.add_flag("--oob", raw.remoteOnly, "only ports of remote hosts (out-of-band)")->excludes(localOnly);
   auto* format = app.add_option("-o,--output", raw.format, "table, json, or jsonl (one JSON object a line)");
   format->type_name("FORMAT")->default_str("table")->check(CLI::IsMember({"table", "json", "jsonl"}));
   app.add_flag("-j,--json", raw.json, "the same as --output json")->excludes(format);
@@ -158,7 +179,25 @@ CLI::App* AddPortCommand(CLI::App& app, RawOptions& raw, const char* name, const
   return command;
 }
 
+CLI::App* AddHostCommand(CLI::App& hosts, RawOptions& raw, const char* name, const char* description) {
+  CLI::App* command = hosts.add_subcommand(name, description);
+  command->add_option("HOST", raw.hosts, "address of the host, also with its port")->type_name("")->required();
+  return command;
+}
+
 using Commands = std::map<const CLI::App*, Command>;
+
+Commands AddHostCommands(CLI::App& app, RawOptions& raw) {
+  CLI::App* hosts = app.add_subcommand("hosts", "The remote hosts: list, add, remove.");
+  hosts->require_subcommand(1);
+  hosts->fallthrough();
+  hosts->get_formatter()->label("SUBCOMMAND", "COMMAND");
+  hosts->group("Commands");
+  hosts->footer(kHostsFooter);
+  return {{hosts->add_subcommand("list", "All remote hosts that are asked."), Command::ListHosts},
+          {AddHostCommand(*hosts, raw, "add", "Ask these hosts, too, from now on."), Command::AddHosts},
+          {AddHostCommand(*hosts, raw, "remove", "Do not ask these hosts any more."), Command::RemoveHosts}};
+}
 
 Commands AddCommands(CLI::App& app, RawOptions& raw) {
   CLI::App* list = app.add_subcommand("list", "All ports, one line each.");
@@ -181,11 +220,13 @@ Commands AddCommands(CLI::App& app, RawOptions& raw) {
   watch->add_option("--count", raw.count, "end after N lines")->type_name("N")->check(NumberIn(1, 1000000000));
   watch->footer(kWatchFooter);
   for (CLI::App* command : {list, show, targets, refresh, watch}) command->group("Commands");
-  return {{list, Command::List},
-          {show, Command::Show},
-          {targets, Command::Targets},
-          {refresh, Command::Refresh},
-          {watch, Command::Watch}};
+  Commands commands = AddHostCommands(app, raw);
+  commands.insert({{list, Command::List},
+                   {show, Command::Show},
+                   {targets, Command::Targets},
+                   {refresh, Command::Refresh},
+                   {watch, Command::Watch}});
+  return commands;
 }
 
 Format FormatOf(const RawOptions& raw) {
@@ -200,6 +241,10 @@ Options Convert(const RawOptions& raw, Command command) {
   options.format = FormatOf(raw);
   if (raw.fabric) options.source = {SourceKind::Fabric, *raw.fabric};
   if (raw.sysfsRoot) options.source = {SourceKind::SysfsRoot, *raw.sysfsRoot};
+  options.hostsDirectory = raw.hostsDirectory;
+  if (raw.localOnly) options.scope = Scope::LocalHost;
+  if (raw.remoteOnly) options.scope = Scope::RemoteHosts;
+  options.hosts = raw.hosts;
   const unsigned int timeout = ParseNumber(raw.timeout, 0, kDay).value_or(0);
   options.timeout = timeout == 0 ? std::nullopt : std::optional(std::chrono::seconds(timeout));
   options.verbose = raw.verbose;
@@ -237,8 +282,9 @@ std::variant<Options, Notification> ParseOptions(int argc, const char* const* ar
   }
   const auto chosen = app.get_subcommands();
   if (chosen.empty())
-    return Notification{kUsage, "a command is missing: list, show, targets, refresh or watch"};
-  return Convert(raw, commands.at(chosen.front()));
+    return Notification{kUsage, "a command is missing: list, show, targets, refresh, watch or hosts"};
+  const auto below = chosen.front()->get_subcommands();
+  return Convert(raw, commands.at(below.empty() ? chosen.front() : below.front()));
 }
 
 }  // namespace hbadisc

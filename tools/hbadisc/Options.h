@@ -8,13 +8,15 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
+#include "tools/hbadisc/Port.h"
 #include "tools/hbadisc/Source.h"
 #include "tools/hbadisc/Wwn.h"
 
 namespace hbadisc {
 
-enum class Command { List, Show, Targets, Watch, Refresh };
+enum class Command { List, Show, Targets, Watch, Refresh, ListHosts, AddHosts, RemoveHosts };
 
 enum class Format { Table, JsonDocument, JsonLines };
 
@@ -22,12 +24,15 @@ struct Options {
   Command command = Command::List;
   Format format = Format::Table;
   Source source;
+  std::string hostsDirectory;  // of the hosts file; empty: where the provider has it
+  Scope scope = Scope::Everywhere;
   std::optional<std::chrono::seconds> timeout = std::chrono::seconds(30);  // of the first cycle; none: no limit
   bool verbose = false;
   Wwn wwpn;                           // of show, targets and refresh
   unsigned int what = 0;              // of refresh, HBADISC_REFRESH_ bits
   unsigned int intervalSeconds = 90;  // of watch
   unsigned int callbackCount = 0;     // of watch; 0: until it is stopped
+  std::vector<std::string> hosts;     // to add or remove
 };
 
 // Nothing to do but to print: help, the version, or why the command line makes no sense.

@@ -104,6 +104,9 @@ struct Port {
   std::optional<PortDetails> details;
 };
 
+// Whose ports are wanted.
+enum class Scope { Everywhere, LocalHost, RemoteHosts };
+
 // What a walk over all ports has shown.
 struct Picture {
   std::vector<Port> ports;      // in order of port name

@@ -203,9 +203,10 @@ PortDetails ReadDetails(const Port& port) {
 
 }  // namespace
 
-std::vector<Port> ReadPorts(Details details) {
+std::vector<Port> ReadPorts(Details details, Scope scope) {
   std::vector<Port> ports;
   for (Walk walk; walk.Current(); walk.Next()) {
+    if (scope == Scope::RemoteHosts && walk.Current()->base.base.isLocal != 0) continue;
     Port& port = ports.emplace_back(ToPort(*walk.Current()));
     if (details == Details::All) port.details = ReadDetails(port);
   }

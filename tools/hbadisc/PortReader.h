@@ -14,9 +14,10 @@ namespace hbadisc {
 
 enum class Details { None, All };
 
-// Walks over all ports. With details, each port is also asked for its targets, virtual ports and functions, and
-// names, while the walk stands on it: the library knows no other port then.
-std::vector<Port> ReadPorts(Details details);
+// Walks over all ports; the result has those of the scope. With details, each port is also asked for its
+// targets, virtual ports and functions, and names, while the walk stands on it: the library knows no other port
+// then.
+std::vector<Port> ReadPorts(Details details, Scope scope = Scope::Everywhere);
 
 // What one record says, without details.
 Port ToPort(const hba_discovery_info_V3& record);

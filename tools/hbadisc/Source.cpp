@@ -35,6 +35,16 @@ void ChooseSource(const Source& source, const SymbolLookup& lookUp) {
   throw Failure(kFailed, reason.empty() ? "the provider does not accept '" + source.path + "'" : reason);
 }
 
+void ChooseHostsDirectory(const std::string& directory, const SymbolLookup& lookUp) {
+  const auto setDirectory = reinterpret_cast<decltype(&RMOpen_SetInstallDir)>(lookUp("RMOpen_SetInstallDir"));
+  if (!setDirectory) {
+    throw Failure(kFailed,
+                  "the provider in use (librmapi.so) has a hosts file of its own; --hosts-dir works with"
+                  " the open provider only");
+  }
+  if (setDirectory(directory.c_str()) != 0) throw Failure(kFailed, "'" + directory + "' is no directory");
+}
+
 void* LookUpSymbol(const char* name) {
   return dlsym(RTLD_DEFAULT, name);
 }

@@ -22,6 +22,9 @@ using SymbolLookup = std::function<void*(const char* name)>;
 // Tells the provider. Before discovery starts; throws Failure when it refuses or knows no choice.
 void ChooseSource(const Source& source, const SymbolLookup& lookUp);
 
+// Tells the provider in which directory the hosts file lies. As above.
+void ChooseHostsDirectory(const std::string& directory, const SymbolLookup& lookUp);
+
 // Finds what the program and its libraries export.
 void* LookUpSymbol(const char* name);
 

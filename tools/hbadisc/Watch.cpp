@@ -54,7 +54,7 @@ class Watcher {
 int Watcher::Run() {
   const Notices notices;
   const StopSignal stopSignal(notices);
-  Discovery discovery(m_Options.intervalSeconds, notices);
+  Discovery discovery(m_Options.intervalSeconds, m_Options.scope, notices);
   m_Messages.Detail("discovery is started, a look every " + std::to_string(m_Options.intervalSeconds) + " s");
   const End end = WatchAndClose(notices);
   if (!end.error.empty()) m_Messages.Say(end.error);
@@ -88,7 +88,7 @@ Watcher::End Watcher::Watch(const Notices& notices) {
 }
 
 void Watcher::Report(const Notice& notice) {
-  Json ports = ToJson(ReadPorts(Details::All));
+  Json ports = ToJson(ReadPorts(Details::All, m_Options.scope));
   Event event;
   event.number = ++m_EventCount;
   event.time = std::chrono::system_clock::time_point(std::chrono::seconds(notice.seconds));
