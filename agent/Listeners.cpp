@@ -104,6 +104,7 @@ std::optional<std::vector<int>> Listeners::WaitForSockets(int stopDescriptor, in
   std::array<epoll_event, 64> events{};
   const int ready = epoll_wait(m_Epoll.Get(), events.data(), static_cast<int>(events.size()), 0);
   std::vector<int> sockets;
+  sockets.reserve(events.size());
   for (int i = 0; i < ready; ++i) sockets.push_back(events.at(static_cast<std::size_t>(i)).data.fd);
   return sockets;
 }

@@ -91,6 +91,8 @@ void CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, 
     m_SlowDiscoverer.Set(slow);
   }
   if (localOnly == 0) slow->Startup(this);
+  // One whose port was not allowed, and which so never ran.
+  m_OobDiscoverer.Set(nullptr);
   if (localOnly == 0 && oobInterval != kNoOobDiscovery) StartOob(oobInterval);
 
   AllowCallBacks(true);
@@ -99,7 +101,6 @@ void CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, 
 }
 
 void CHbaDiscover::StartOob(unsigned int oobInterval) {
-  // In place of one whose port was not allowed, and which so never ran.
   const auto oob = std::make_shared<COOBHbaDiscover>(static_cast<DiscoveryOwner*>(this));
   m_OobDiscoverer.Set(oob);
   oob->Startup(oobInterval);
@@ -129,6 +130,8 @@ void CHbaDiscover::StopLocked() {
   if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Terminate();
   m_SlowDiscoverer.Set(nullptr);
   StopOob();
+  // Asked now, so that their last slices pass while the main thread's does.
+  AskDirectedThreadsToStop();
   CZylThread::Terminate();
   m_PortPool.TerminateThreadsImmediate();
   StopDirectedThreads();
@@ -151,6 +154,7 @@ void CHbaDiscover::StopOob() {
 }
 
 void CHbaDiscover::PauseDiscovery() {
+  const ControlWait wait(*this);
   disco_printf(kLogInBand | kLogOob, nullptr, "Discovery paused");
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateEnabled));
   KillDiscoveryCycle(0);
@@ -211,6 +215,7 @@ bool CHbaDiscover::AlreadyForced(const COOBHbaDiscover* oob) const {
 }
 
 void CHbaDiscover::KillForForcedCycle(COOBHbaDiscover* oob) {
+  const ControlWait wait(*this);
   disco_printf(kLogInBand, nullptr, "Killing current in-band cycle");
   KillDiscoveryCycle(0);
   if (oob != nullptr) {
@@ -241,6 +246,7 @@ bool CHbaDiscover::InForcedCycle() const {
 }
 
 void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
+  const ControlWait wait(*this);
   if (const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get(); oob != nullptr) {
     oob->KillDiscoveryCycle(giveUp);
   }
@@ -251,16 +257,26 @@ void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
     Signal();
     return;
   }
-  AddKillWaiter();
-  m_State.fetch_or(kStateKillRequested);
-  Signal();
-  AwaitCycleEnd(giveUp);
-  DropKillWaiter();
+  unsigned int cycle = 0;
+  if (!RequestKill(&cycle)) return;
+  AwaitCycleEnd(giveUp, cycle);
+  DropKillWaiter(cycle);
 }
 
-void CHbaDiscover::AwaitCycleEnd(int giveUp) {
+// False when the cycle has ended meanwhile; else the number of the cycle that is to stop.
+bool CHbaDiscover::RequestKill(unsigned int* cycle) {
+  CZylLockGuard guard(m_KillLock);
+  if (InDiscoveryCycle() == 0) return false;
+  ++m_KillWaiters;
+  *cycle = m_CycleNumber.load();
+  m_State.fetch_or(kStateKillRequested);
+  Signal();
+  return true;
+}
+
+void CHbaDiscover::AwaitCycleEnd(int giveUp, unsigned int cycle) {
   const std::chrono::seconds begin = WholeSeconds();
-  while (InDiscoveryCycle() != 0) {
+  while (InDiscoveryCycle() != 0 && m_CycleNumber.load() == cycle) {
     ZylSleep(kKillPoll);
     if (giveUp != 0 && WholeSeconds() - begin > kKillGiveUp) {
       disco_printf(kLogCycleBounds | kLogOob, nullptr,
@@ -270,15 +286,13 @@ void CHbaDiscover::AwaitCycleEnd(int giveUp) {
   }
 }
 
-void CHbaDiscover::AddKillWaiter() {
+// The last of several killers clears the request, so that none takes it away from another. A later cycle has
+// cleared it, and what stands there now is its own.
+void CHbaDiscover::DropKillWaiter(unsigned int cycle) {
   CZylLockGuard guard(m_KillLock);
-  ++m_KillWaiters;
-}
-
-// The last of several killers clears the request, so that none takes it away from another.
-void CHbaDiscover::DropKillWaiter() {
-  CZylLockGuard guard(m_KillLock);
-  if (--m_KillWaiters == 0) m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
+  if (--m_KillWaiters == 0 && m_CycleNumber.load() == cycle) {
+    m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
+  }
 }
 
 void CHbaDiscover::DropUnawaitedKill() {
@@ -300,6 +314,7 @@ void CHbaDiscover::ChangeDiscoveryInterval(unsigned int seconds) {
 void CHbaDiscover::ChangeOOBDiscoveryInterval(unsigned int seconds) {
   const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
   if (oob == nullptr) return;
+  const ControlWait wait(*this);
   oob->ChangeDiscoveryInterval(seconds);
   disco_printf(kLogOob, nullptr, "OOB - Change discovery interval to %d seconds", static_cast<int>(seconds));
 }

@@ -75,6 +75,8 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void DoCallBack(int changed, int forced, int intermediate) override EXCLUDES(m_CallbackLock);
   // True on a thread of ours while it runs the application's callback.
   static bool InCallBack();
+  // True while a control call may be waiting for a callback to end.
+  bool IsControlWaiting() const { return m_ControlWaits.load() != 0; }
 
   // Has one known port read again: `what` is a sum of 1 attributes, 2 targets, 4 virtual ports; 0 is all. 1
   // when the directed thread took the request, 0 when it is busy or the port is not known.
@@ -108,6 +110,22 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
     unsigned int eventMask = 0;
     void* context = nullptr;
   };
+  // Counts a control call that waits, unless it is made inside a callback, where none does.
+  class ControlWait {
+   public:
+    explicit ControlWait(CHbaDiscover& controller)
+        : m_Waits(InCallBack() ? nullptr : &controller.m_ControlWaits) {
+      if (m_Waits != nullptr) ++*m_Waits;
+    }
+    ~ControlWait() {
+      if (m_Waits != nullptr) --*m_Waits;
+    }
+    ControlWait(const ControlWait&) = delete;
+    ControlWait& operator=(const ControlWait&) = delete;
+
+   private:
+    std::atomic<int>* const m_Waits;
+  };
   // What one cycle works on.
   struct Cycle;
   // A directed thread with its request.
@@ -132,6 +150,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
 
   void DoDiscoveryCycle(int full) EXCLUDES(m_CycleLock);
   bool EnterCycle() EXCLUDES(m_CycleLock);
+  bool BeginCycle() EXCLUDES(m_KillLock);
   void BeginKind(Cycle& cycle, bool lite);
   // Results of BuildPortsList: -1 skip the cycle, else go on.
   int CollectPorts(Cycle& cycle);
@@ -144,7 +163,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   // False: a forced cycle was asked for meanwhile and starts at once.
   bool FinishLiteCycle(const Cycle& cycle, int* changed);
   int UpdateDiscoveryLists();
-  void ReportCycle(int changed);
+  void ReportCycle(int changed, bool forced);
   void EndCycle(const Cycle& cycle);
   void EndFailedCycle();
   static int RemoveUnMarkedEntries(CHbaList& list, unsigned int mark) REQUIRES(list);
@@ -152,9 +171,9 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   // A kill, or a shut-down that has given up waiting for one.
   bool StopRequested();
   bool InForcedCycle() const;
-  void AwaitCycleEnd(int giveUp);
-  void AddKillWaiter() EXCLUDES(m_KillLock);
-  void DropKillWaiter() EXCLUDES(m_KillLock);
+  void AwaitCycleEnd(int giveUp, unsigned int cycle);
+  bool RequestKill(unsigned int* cycle) EXCLUDES(m_KillLock);
+  void DropKillWaiter(unsigned int cycle) EXCLUDES(m_KillLock);
   void DropUnawaitedKill() EXCLUDES(m_KillLock);
   int ForceCycleLocked() REQUIRES(m_CycleLock);
   bool AlreadyForced(const COOBHbaDiscover* oob) const;
@@ -169,6 +188,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void ResetSlow();
 
   void StartDirectedThread() REQUIRES(m_LifecycleLock);
+  void AskDirectedThreadsToStop() REQUIRES(m_LifecycleLock);
   void StopDirectedThreads() REQUIRES(m_LifecycleLock);
   static void* DirectedDiscoveryThreadStartup(void* block);
   void DirectedDiscoveryThreadProc(Directed& directed);
@@ -189,6 +209,8 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
 
   CZylThreadLock m_KillLock;
   unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
+  std::atomic<unsigned int> m_CycleNumber{0};  // of the running cycle, or of the last one
+  std::atomic<int> m_ControlWaits{0};  // threads inside a control call that waits for a cycle or a callback
 
   SharedSlot<CHbaList> m_CurrentList;  // merged result of all cycles
   SharedSlot<CHbaList> m_NewList;      // what a full cycle builds

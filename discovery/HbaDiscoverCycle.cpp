@@ -114,7 +114,9 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
     DoDiscoveryCycle(1);
     return;
   }
-  ReportCycle(AwaitOob(changed));
+  // Once for both: a request that comes meanwhile is for the next cycle.
+  const bool forced = (m_State.load() & kStateForced) != 0;
+  ReportCycle(forced ? AwaitOob(changed) : changed, forced);
   EndCycle(cycle);
 }
 
@@ -125,10 +127,19 @@ bool CHbaDiscover::EnterCycle() {
     if (Terminated() || (m_State.load() & kStateStarted) == 0) return false;
     ZylSleep(kLockPoll);
   }
-  DropUnawaitedKill();
-  const bool entered = (m_State.fetch_or(kStateInCycle) & kStateInCycle) == 0;
+  const bool entered = BeginCycle();
   m_CycleLock.ReleaseLock();
   return entered;
+}
+
+// What was to stop an earlier cycle has no meaning for this one.
+bool CHbaDiscover::BeginCycle() {
+  CZylLockGuard guard(m_KillLock);
+  if ((m_State.load() & kStateInCycle) != 0) return false;
+  ++m_CycleNumber;
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
+  m_State.fetch_or(kStateInCycle);
+  return true;
 }
 
 void CHbaDiscover::BeginKind(Cycle& cycle, bool lite) {
@@ -227,8 +238,7 @@ void CHbaDiscover::IntermediateUpdate(const Cycle& cycle) {
 int CHbaDiscover::AwaitOob(int changed) {
   // Held until the wait is over: a stop drops it meanwhile.
   const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
-  const bool forced = (m_State.load() & kStateForced) != 0;
-  if (oob == nullptr || !forced || (oob->GetDiscoveryState() & kOobRunning) == 0) return changed;
+  if (oob == nullptr || (oob->GetDiscoveryState() & kOobRunning) == 0) return changed;
   disco_printf(kLogInBand, nullptr, "Main Discovery: Waiting for OOB discovery to complete");
   const unsigned int interval = GetIntermediateCBInterval();
   unsigned int ticks = 0;
@@ -237,12 +247,12 @@ int CHbaDiscover::AwaitOob(int changed) {
     WaitForSignal(kIdlePoll);
     if (interval <= kShortestIntermediateInterval || ++ticks * kIdlePoll < interval * 1000) continue;
     disco_printf(kLogInBand, nullptr, "Main Discovery waiting for OOB: checking to do int. callback\n");
-    const int oobChanged = oob->DiscoveryListChanged();
-    oob->ClearListChanged();
+    const int oobChanged = oob->ClearListChanged();
     if (untold != 0 || oobChanged != 0) DoCallBack(0, 0, 1);
     ticks = 0;
     untold = 0;
   }
+  if (StopRequested()) return changed;
   disco_printf(kLogInBand, nullptr, "Main Discovery: OOB discovery completed");
   if (changed == 1) return changed;
   disco_printf(kLogInBand, nullptr, "Main Discovery: Checking OOB discovery for changes.");
@@ -320,8 +330,7 @@ int CHbaDiscover::UpdateDiscoveryLists() {
   return changed;
 }
 
-void CHbaDiscover::ReportCycle(int changed) {
-  const bool forced = (m_State.load() & kStateForced) != 0;
+void CHbaDiscover::ReportCycle(int changed, bool forced) {
   // A request that a callback left in the last moments of a periodic cycle stays, for the next one.
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | (forced ? kStateForced : 0U)));
   constexpr std::uint32_t kRunning = kStateStarted | kStateEnabled;

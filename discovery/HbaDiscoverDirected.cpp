@@ -49,13 +49,17 @@ void CHbaDiscover::StartDirectedThread() {
   }
 }
 
-void CHbaDiscover::StopDirectedThreads() {
+void CHbaDiscover::AskDirectedThreadsToStop() {
   m_Directed.Set(nullptr);
-  // All are asked before one is joined: each notices within one and the same slice.
   for (const auto& directed : m_DirectedThreads) {
     directed->thread.Disable();
     directed->thread.TerminateImmediate();
   }
+}
+
+void CHbaDiscover::StopDirectedThreads() {
+  // All are asked before one is joined: each notices within one and the same slice.
+  AskDirectedThreadsToStop();
   for (const auto& directed : m_DirectedThreads) directed->thread.Terminate();
   m_DirectedThreads.clear();
 }

@@ -40,9 +40,11 @@ Result Guarded(Result nothing, Body body) {
   }
 }
 
-// A callback that waited for another thread's walk while the walker stops discovery would wait for ever.
-bool StoppingInCallBack() {
-  return CHbaDiscover::InCallBack() && !TheLibrary().controller.IsStarted();
+// A callback that waited for another thread's walk while the walker waits for that callback, in a control call,
+// would wait for ever.
+bool WalkerMayAwaitUs() {
+  const CHbaDiscover& controller = TheLibrary().controller;
+  return CHbaDiscover::InCallBack() && (!controller.IsStarted() || controller.IsControlWaiting());
 }
 
 template <class Record>
@@ -52,7 +54,7 @@ int GetFirst(Record* record) {
     walk.Abandon();
     return 0;
   }
-  if (!walk.Enter(StoppingInCallBack)) return 0;
+  if (!walk.Enter(WalkerMayAwaitUs)) return 0;
   try {
     walk.DropSnapshot();
     return static_cast<int>(walk.Begin(TheLibrary().controller.GetCurrentHbaList(),

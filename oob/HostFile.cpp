@@ -90,9 +90,10 @@ std::optional<std::string> ReadFile(const std::string& path) {
   return ReadAll(file, static_cast<std::size_t>(status->st_size) + 1);
 }
 
-// In one write, so that no reader sees a part of it; a part that got there all the same goes again.
+// Readable as well: behind what could not be read nothing is appended. In one write, so that no reader sees a
+// part of it; a part that got there all the same goes again.
 bool Append(const std::string& path, std::string_view text, int createFlag) {
-  const Descriptor file(open(path.c_str(), O_WRONLY | O_APPEND | createFlag | kOpenFlags, kMode));
+  const Descriptor file(open(path.c_str(), O_RDWR | O_APPEND | createFlag | kOpenFlags, kMode));
   const auto before = file.RegularStatus();
   if (!before) return false;
   ssize_t written = 0;

@@ -136,19 +136,27 @@ void COOBHbaDiscover::KillDiscoveryCycle(int giveUp) {
     ChangeStateIf(kOobInCycle, 0, kOobStopRequested);
     return;
   }
-  {
-    const CZylLockGuard guard(m_KillLock);
-    ++m_KillWaiters;
-    ChangeStateIf(kOobInCycle, 0, kOobStopRequested);
-  }
-  Signal();
-  AwaitCycleEnd(giveUp);
-  DropKillWaiter();
+  unsigned int ended = 0;
+  if (!RequestKill(&ended)) return;
+  AwaitCycleEnd(giveUp, ended);
+  DropKillWaiter(ended);
 }
 
-void COOBHbaDiscover::AwaitCycleEnd(int giveUp) const {
+// False when the cycle has ended meanwhile; else how many cycles have ended before it.
+bool COOBHbaDiscover::RequestKill(unsigned int* ended) {
+  const CZylLockGuard guard(m_KillLock);
+  if (!HasState(kOobInCycle)) return false;
+  ++m_KillWaiters;
+  *ended = m_CyclesEnded.load();
+  ChangeState(0, kOobStopRequested);
+  // With the lock held: the end of the cycle takes back the signal that came with the request.
+  Signal();
+  return true;
+}
+
+void COOBHbaDiscover::AwaitCycleEnd(int giveUp, unsigned int ended) const {
   const auto begin = std::chrono::steady_clock::now();
-  while (HasState(kOobInCycle)) {
+  while (HasState(kOobInCycle) && m_CyclesEnded.load() == ended) {
     ZylSleep(kKillPoll);
     if (giveUp != 0 && std::chrono::steady_clock::now() - begin > kKillGiveUp) {
       disco_printf(kLogForced, nullptr,
@@ -158,10 +166,10 @@ void COOBHbaDiscover::AwaitCycleEnd(int giveUp) const {
   }
 }
 
-// The last of several killers takes the request back, so that none takes it away from another.
-void COOBHbaDiscover::DropKillWaiter() {
+// The last of several killers that give up takes the request back, so that none takes it away from another.
+void COOBHbaDiscover::DropKillWaiter(unsigned int ended) {
   const CZylLockGuard guard(m_KillLock);
-  if (--m_KillWaiters == 0) ChangeState(kOobStopRequested, 0);
+  if (--m_KillWaiters == 0 && m_CyclesEnded.load() == ended) ChangeState(kOobStopRequested, 0);
 }
 
 void COOBHbaDiscover::ChangeDiscoveryInterval(unsigned int seconds) {

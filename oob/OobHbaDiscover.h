@@ -55,7 +55,8 @@ class COOBHbaDiscover final : public CZylThread {
   std::uint32_t GetDiscoveryState() const { return m_Shared->state.load(); }
   // 1 when the last cycle, or the running one so far, has changed the current list.
   int DiscoveryListChanged() const { return m_ListChanged.load(); }
-  void ClearListChanged() { m_ListChanged = 0; }
+  // What it was, in one step.
+  int ClearListChanged() { return m_ListChanged.exchange(0); }
   unsigned short GetIpPortNumber() const { return m_OobPort.load(); }
 
   // ---- Hosts ----
@@ -121,8 +122,9 @@ class COOBHbaDiscover final : public CZylThread {
   // Sets and clears bits of a running controller, in one step; false, and nothing, when it does not run.
   bool ChangeState(std::uint32_t clear, std::uint32_t set) { return ChangeStateIf(kOobRunning, clear, set); }
   bool ChangeStateIf(std::uint32_t present, std::uint32_t clear, std::uint32_t set);
-  void AwaitCycleEnd(int giveUp) const;
-  void DropKillWaiter() EXCLUDES(m_KillLock);
+  bool RequestKill(unsigned int* ended) EXCLUDES(m_KillLock);
+  void AwaitCycleEnd(int giveUp, unsigned int ended) const;
+  void DropKillWaiter(unsigned int ended) EXCLUDES(m_KillLock);
 
   void GetOobSocketNumber();
   void AddToCycle(const _RM_IP_INFO& address, const char* host);
@@ -144,6 +146,7 @@ class COOBHbaDiscover final : public CZylThread {
 
   CZylThreadLock m_KillLock;
   unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
+  std::atomic<unsigned int> m_CyclesEnded{0};
 };
 
 #endif  // OOB_OOBHBADISCOVER_H_

@@ -168,6 +168,8 @@ int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short de
   if (port.GetProxyAddress()[0] == 0) return COOBHbaDiscover::kNoAnswer;
   const std::string name = ReadHostName(port.GetProxyAddress(), names);
   if (name.empty()) return COOBHbaDiscover::kNoAnswer;
+  // An address that the provider cannot write down would leave a line without one.
+  if (*CIpText(address).Text() == '\0') return COOBHbaDiscover::kRefused;
   return WriteHost(file, FormLine(address, request.port, name));
 }
 

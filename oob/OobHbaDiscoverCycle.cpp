@@ -163,9 +163,10 @@ void COOBHbaDiscover::ReportCycle(OobCycle& cycle) {
   if (StopRequested()) return;
   if (RemoveUnDiscOOBEntries(cycle) != 0) m_ListChanged = 1;
   // A forced cycle is reported by the in-band cycle that waits for it.
-  if (m_ListChanged.load() == 0 || cycle.IsForced()) return;
+  const int changed = m_ListChanged.load();
+  if (changed == 0 || cycle.IsForced()) return;
   disco_printf(kLogOob, nullptr, "OOB DISCOVERY callback\n");
-  m_Owner->DoCallBack(m_ListChanged.load(), 0, 0);
+  m_Owner->DoCallBack(changed, 0, 0);
 }
 
 int COOBHbaDiscover::RemoveUnDiscOOBEntries(OobCycle& cycle) {
@@ -196,5 +197,6 @@ void COOBHbaDiscover::EndCycle() {
   const bool stopped = StopRequested();
   // The signal that came with the stop would start the next cycle at once.
   if (stopped) UnSignal();
-  ChangeState(kOobInCycle | kOobForced | (m_KillWaiters == 0 ? kOobStopRequested : 0U), 0);
+  ++m_CyclesEnded;
+  ChangeState(kOobInCycle | kOobForced | kOobStopRequested, 0);
 }

@@ -7,10 +7,10 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include "rmapi/rmapi.h"
 
@@ -23,7 +23,10 @@ struct NetAddress {
   bool isIpv6 = false;
   std::array<std::uint8_t, 16> bytes{};  // an IPv4 address in the first four
 
-  auto operator<=>(const NetAddress&) const = default;
+  bool operator==(const NetAddress&) const = default;
+  bool operator<(const NetAddress& other) const {
+    return std::tie(isIpv6, bytes) < std::tie(other.isIpv6, other.bytes);
+  }
 
   // Numeric text, without port, brackets or zone; else nothing.
   static std::optional<NetAddress> Parse(const std::string& text);

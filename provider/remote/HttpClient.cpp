@@ -76,7 +76,8 @@ class HttpClient::Handle {
     const long milliseconds = std::clamp<long>(limit.count(), 1, INT_MAX);
     const bool isReady = m_Curl != nullptr && Set(CURLOPT_URL, url.c_str()) && Set(CURLOPT_WRITEDATA, &sink) &&
                          Set(CURLOPT_HEADERDATA, &sink) && Set(CURLOPT_TIMEOUT_MS, milliseconds) &&
-                         Set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds);
+                         Set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds) &&
+                         Set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(mostBytes));
     if (!isReady) return {RM_STATUS_FAILED, {}};
     const CURLcode result = curl_easy_perform(m_Curl);
     long httpCode = 0;
