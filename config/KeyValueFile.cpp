@@ -96,12 +96,6 @@ bool EndsInsideLine(const Descriptor& file) {
   return pread(file.Get(), &last, 1, status.st_size - 1) == 1 && last != '\n';
 }
 
-bool CreateIfMissing(const char* path) {
-  struct stat status {};
-  if (stat(path, &status) == 0 || errno != ENOENT) return true;
-  return static_cast<bool>(Descriptor(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, kMode)));
-}
-
 bool IsNamed(const Descriptor& file, const std::string& path) {
   struct stat byHandle {};
   struct stat byName {};
@@ -188,6 +182,12 @@ int Write(Writer writer, const char* path, const char* key, const char* value) {
 }
 
 }  // namespace
+
+bool CreateIfMissing(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) == 0 || errno != ENOENT) return true;
+  return static_cast<bool>(Descriptor(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, kMode)));
+}
 
 int getKeyValue(const char* path, const char* key, char* value, int size) {
   if (value == nullptr || size <= 0) return kSettingsNoBuffer;

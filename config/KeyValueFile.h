@@ -17,4 +17,7 @@ enum SettingsStatus {
   kSettingsFileError = 200,  // a file could not be opened, created, written or moved into place
 };
 
+// Creates the file, empty, when there is none; false when that failed.
+bool CreateIfMissing(const char* path);
+
 #endif  // CONFIG_KEYVALUEFILE_H_

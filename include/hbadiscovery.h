@@ -437,6 +437,74 @@ HBADISC_API int setDiscConfigStrValue(const char* value, const char* key);
 /* Sleeps by select(); -1 when a signal cut the sleep short. */
 HBADISC_API int zyl_usleep(unsigned int microseconds);
 
+/* The management settings file, /etc/varnix/quorbench/varnixRMConfig: where the management suite is installed,
+ * and which host manages this one. These calls take no lock; the file is replaced in one step by whoever
+ * rewrites it. 0, or 200 with a message in the provider's log; a null pointer is 200 without one.
+ *
+ * The getters create a missing file, empty. A setting without a line is an error. A line with nothing behind
+ * the colon gives the default, and the getter appends a line with it; readers go on seeing the empty line, so
+ * every call appends another. After an error the caller's buffer is as it was, unless a call says otherwise. */
+
+/* Directories and files. `path` needs 256 bytes, all of which are written; getRepository needs 257.
+ *                     key             default
+ * getLogFilePath      LogFilePath     the provider's: /var/opt/varnix/quorbench/logs/rm.log, unless
+ *                                     initDirPaths has found another OptDir
+ * getInstallDirPath   InstallDir      /opt/varnix/quorbench/
+ * getOptDirPath       OptDir          /var/opt/varnix/quorbench
+ * getIniFilePath      ConfFilePath    /etc/varnix/quorbench/rm.conf (the provider's configuration)
+ */
+HBADISC_API int getLogFilePath(char* path);
+HBADISC_API int getInstallDirPath(char* path);
+HBADISC_API int getOptDirPath(char* path);
+HBADISC_API int getIniFilePath(char* path);
+
+/* The firmware repository (RepositoryDir; the provider has the default) with a "/" added, always. Also gives an
+ * empty LastFWDir the repository as its value, without that "/"; a missing one is an error. Makes the directory
+ * when there is none: one level, mode 0660, which only root can enter. When the root file system is read-only
+ * the result is 0 and `path` is as it was. */
+HBADISC_API int getRepository(char* path);
+
+/* 1 when ServerRemoteOperation is exactly "enabled", else 0; default "disabled". */
+HBADISC_API int getServerOperatingMode(int* mode);
+
+/* 0 when ManagementHost is exactly "false", the default, else 1. */
+HBADISC_API int getManagementHostMode(int* mode);
+
+/* 1 when ExclusiveHostMgmnt is exactly "true", else 0; default "false". */
+HBADISC_API int getExclusiveHostMgmnt(int* exclusive);
+
+/* MngmtHostIpAddress, in 256 bytes; "" when the line has no value, which is no error, and also after an error.
+ */
+HBADISC_API int getMgmntHostIpAddress(char* address);
+
+/* The setters change a line that is there: 200 when there is none, and no file is created. A value takes the
+ * place of another; where the line had none it is appended, behind the empty line that readers go on seeing.
+ * Not 0 is written as "true", 0 as "false". An address may have 256 characters, of which a getter can read the
+ * first 235. */
+HBADISC_API int setManagementHostMode(int* mode);
+HBADISC_API int setExclusiveHostMgmnt(int* exclusive);
+HBADISC_API int setMgmntHostIpAddress(char* address);
+
+/* The port of remote hosts, TcpSocketPortNumber of the discovery settings file, read without its lock. The word
+ * counts anywhere in a line, and the last such line wins. 0: there was such a line; the port is 0 or 1024 to
+ * 65535. 199: there was none, the port is 23333. 178: no file, the same. 107: a number out of that range, told
+ * in the provider's log; the port is that of an earlier line, or 23333. Null: 199. */
+HBADISC_API int getTcpPortNumber(unsigned short* port);
+
+/* Fills the path variables that the provider exports (DRAXONITE_INSTALL_DIR and others) from InstallDir and
+ * OptDir, or from their defaults when these cannot be read; what is longer than a variable is cut. The
+ * directories are read once a process. Always 0. To be called before there are threads that use the variables,
+ * discovery's among them. */
+HBADISC_API int initDirPaths(void);
+
+/* 1 when the root file system is mounted read-only, as found by the first call that could ask; else 0. */
+HBADISC_API int IsReadOnlyFS(void);
+
+/* Splits a path into three texts that give it again: `directory` to the last "/" and with it, `extension` from
+ * the last "." behind that and with it, also when the name begins with it, and `name` between. What is missing
+ * is "". Each buffer needs room for the whole path and must not overlap it; null ones are skipped. */
+HBADISC_API void splitpath(const char* path, char* directory, char* name, char* extension);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -1,0 +1,376 @@
+// The functions over the management settings file, under an /etc of their own (in_namespace): values, what is
+// written, and every message.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "include/hbadiscovery.h"
+#include "rmapi/rmapi.h"
+
+namespace {
+std::string gs_Logged;
+}  // namespace
+
+// Instead of the provider's.
+void rm_printf(const char* format, ...) {
+  std::array<char, 1024> text{};
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  va_end(arguments);
+  gs_Logged += text.data();
+}
+
+namespace {
+
+using std::string;
+namespace fs = std::filesystem;
+
+const fs::path kPath = "/etc/varnix/quorbench/varnixRMConfig";
+const fs::path kDiscPath = "/etc/varnix/quorbench/varnixDiscConfig";
+
+class ManagementSettings : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(fs::exists(kPath.parent_path())) << "run this test through tests/system/in_namespace";
+    umask(0);
+  }
+};
+
+void Write(const string& text, const fs::path& path = kPath) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+string Read() {
+  std::ifstream file(kPath, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+string Logged() {
+  return std::exchange(gs_Logged, "");
+}
+
+// Of a mount in this test's own namespace; false when the machine does not let it.
+bool MakeReadOnly(const char* path, bool readOnly = true) {
+  struct statvfs status {};
+  if (statvfs(path, &status) != 0) return false;
+  unsigned long flags = MS_REMOUNT | MS_BIND;
+  flags |= status.f_flag & (MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_NOATIME | MS_NODIRATIME);
+  if (readOnly) flags |= MS_RDONLY;
+  return mount(nullptr, path, nullptr, flags, nullptr) == 0;
+}
+
+// The status of a getter and what is in its buffer; "#" when it left that as it was.
+using Answer = std::pair<int, string>;
+
+template <int (*kCall)(char*)>
+Answer Text() {
+  std::array<char, 258> text{'#'};
+  const int status = kCall(text.data());
+  return {status, text.data()};
+}
+
+template <int (*kCall)(int*)>
+Answer Mode() {
+  int mode = '#';
+  const int status = kCall(&mode);
+  return {status, mode == '#' ? "#" : std::to_string(mode)};
+}
+
+const struct {
+  string key, defaultValue;
+  Answer (*call)();
+} kGetters[] = {
+    {"LogFilePath:", "/var/opt/varnix/quorbench/logs/rm.log", Text<getLogFilePath>},
+    {"InstallDir:", "/opt/varnix/quorbench/", Text<getInstallDirPath>},
+    {"OptDir:", "/var/opt/varnix/quorbench", Text<getOptDirPath>},
+    {"ConfFilePath:", "/etc/varnix/quorbench/rm.conf", Text<getIniFilePath>},
+    {"ServerRemoteOperation:", "disabled", Mode<getServerOperatingMode>},
+    {"ManagementHost:", "false", Mode<getManagementHostMode>},
+    {"ExclusiveHostMgmnt:", "false", Mode<getExclusiveHostMgmnt>},
+};
+
+TEST_F(ManagementSettings, AnEmptyLineGivesTheDefault) {
+  for (const auto& getter : kGetters) {
+    // Without a newline at the end; then once more, because the reader stops at the empty line.
+    string file = getter.key + "\nOther:1";
+    Write(file);
+    for (const char* separator : {"\n", ""}) {
+      EXPECT_EQ(getter.call(), Answer(0, getter.defaultValue[0] == '/' ? getter.defaultValue : "0"));
+      EXPECT_EQ(Read(), file += separator + getter.key + getter.defaultValue + "\n");
+    }
+  }
+  EXPECT_EQ(Logged(), "");
+}
+
+TEST_F(ManagementSettings, GettersTellTheirFailures) {
+  constexpr char kReadFailed[] =
+      "getLogFilePath: call to getKeyValue failed\n"
+      "getInstallDirPath: call to getKeyValue INSTALL_DIR_KEY failed\n"
+      "getOptDirPath: call to getKeyValue OPT_DIR_KEY failed\n"
+      "getIniFilePath: call to getKeyValue failed\n"
+      "getServerOperatingMode: call to getKeyValue failed\n"
+      "getManagementHostMode: call to getKeyValue failed for 'management_host' key\n"
+      "getExclusiveHostMgmnt: call to getKeyValue failed for 'exclusive' key\n";
+  constexpr char kWriteFailed[] =
+      "getLogFileName: call to setKeyValue failed\n"
+      "getInstallDirPath: call to setKeyValue INSTALL_DIR_KEY failed\n"
+      "getOptDirPath: call to setKeyValue OPT_DIR_KEY failed\n"
+      "getIniFileName: call to setKeyValue failed\n"
+      "getServerOperatingMode: call to setKeyValue failed\n"
+      "getManagementHostMode: call to setKeyValue failed\n"
+      "getExclusiveHostMgmnt: call to setKeyValue failed\n";
+  const auto expectFailures = [](const char* messages) {
+    for (const auto& getter : kGetters) EXPECT_EQ(getter.call(), Answer(200, "#")) << getter.key;
+    EXPECT_EQ(Logged(), messages);
+  };
+  expectFailures(kReadFailed);
+  EXPECT_EQ(fs::file_size(kPath), 0U);
+  EXPECT_EQ(fs::status(kPath).permissions(), fs::perms(0660));
+
+  string emptyLines;
+  for (const auto& getter : kGetters) emptyLines += getter.key + "\n";
+  Write(emptyLines);
+  ASSERT_TRUE(MakeReadOnly("/etc"));
+  expectFailures(kWriteFailed);
+  ASSERT_TRUE(MakeReadOnly("/etc", false));
+  fs::remove_all("/etc/varnix");
+  expectFailures(kReadFailed);
+}
+
+TEST_F(ManagementSettings, Values) {
+  const struct {
+    const char* line;
+    Answer (*call)();
+    const char* result;
+  } rows[] = {
+      {"InstallDir: /a b:c/ ", Text<getInstallDirPath>, " /a b:c/ "},
+      {"Opt:/prefix\nOptDir:/full\n", Text<getOptDirPath>, "/prefix"},
+      {"ServerRemoteOperation:enabled\n", Mode<getServerOperatingMode>, "1"},
+      {"ServerRemoteOperation:Enabled\n", Mode<getServerOperatingMode>, "0"},
+      {"ManagementHost:no\n", Mode<getManagementHostMode>, "1"},
+      {"ManagementHost:false\r\n", Mode<getManagementHostMode>, "1"},
+      {"ExclusiveHostMgmnt:true\n", Mode<getExclusiveHostMgmnt>, "1"},
+      {"ExclusiveHostMgmnt:1\n", Mode<getExclusiveHostMgmnt>, "0"},
+      {"MngmtHostIpAddress:fe80::1\n", Text<getMgmntHostIpAddress>, "fe80::1"},
+      {"MngmtHostIpAddress:\n", Text<getMgmntHostIpAddress>, ""},
+  };
+  for (const auto& row : rows) {
+    Write(row.line);
+    EXPECT_EQ(row.call(), Answer(0, row.result)) << row.line;
+    EXPECT_EQ(Read(), row.line) << "read, not written";
+  }
+  std::array<char, 257> text{};
+  text.fill('#');
+  EXPECT_EQ(getInstallDirPath(text.data()), 200);
+  Write("InstallDir:/a\n");
+  EXPECT_EQ(getInstallDirPath(text.data()), 0);
+  EXPECT_EQ(string(text.data(), text.size()), "/a" + string(254, '\0') + "#") << "256 bytes, all of them";
+  EXPECT_EQ(getInstallDirPath(nullptr) + getManagementHostMode(nullptr) + getMgmntHostIpAddress(nullptr), 600);
+}
+
+int SetAddress(string address) {
+  return setMgmntHostIpAddress(address.data());
+}
+
+const struct {
+  string key, written;
+  int (*call)();
+  string name, readFailed;
+} kSetters[] = {
+    {"ManagementHost:", "false", [] { return setManagementHostMode(std::array{0}.data()); },
+     "setManagementHostMode: call to ", "getKeyValue failed for 'management host' key\n"},
+    {"ExclusiveHostMgmnt:", "true", [] { return setExclusiveHostMgmnt(std::array{-2}.data()); },
+     "setExclusiveHostMgmnt: call to ", "getKeyValue failed for 'exclusive' key\n"},
+    {"MngmtHostIpAddress:", "10.1.2.3", [] { return SetAddress("10.1.2.3"); },
+     "setMgmntHostIpAddress: call to ", "getKeyValue failed for MngmtHostIpAddress key\n"},
+};
+
+TEST_F(ManagementSettings, SettersChangeALineThatIsThere) {
+  for (const auto& setter : kSetters) {
+    SCOPED_TRACE(setter.key);
+    fs::remove(kPath);
+    EXPECT_EQ(setter.call(), 200);
+    EXPECT_FALSE(fs::exists(kPath));
+    Write("Other:1\n");
+    EXPECT_EQ(setter.call(), 200);
+    EXPECT_EQ(Read(), "Other:1\n");
+    EXPECT_EQ(Logged(), setter.name + setter.readFailed + setter.name + setter.readFailed);
+
+    const string line = setter.key + setter.written + "\n";
+    const std::array<string, 3> rows[] = {
+        {"Other:1\n" + setter.key + "old", "Other:1\n" + line, "replaceKeyValue failed\n"},
+        {setter.key + "\nOther:1", setter.key + "\nOther:1\n" + line, "setKeyValue failed\n"},
+    };
+    for (const auto& [before, after, failed] : rows) {
+      Write(before);
+      ASSERT_TRUE(MakeReadOnly("/etc"));
+      EXPECT_EQ(setter.call(), 200);
+      EXPECT_EQ(Logged(), setter.name + failed);
+      ASSERT_TRUE(MakeReadOnly("/etc", false));
+      EXPECT_EQ(setter.call(), 0);
+      EXPECT_EQ(Read(), after);
+    }
+  }
+  EXPECT_EQ(Logged(), "");
+}
+
+TEST_F(ManagementSettings, AddressHas256Characters) {
+  EXPECT_EQ(Text<getMgmntHostIpAddress>(), Answer(200, "")) << "emptied at once";
+  EXPECT_EQ(Logged(), "getMgmntHostIpAddress: call to getKeyValue failed for MngmtHostIpAddress key\n");
+  Write("MngmtHostIpAddress:fe80::1\n");
+  const string tooLong(257, '1');
+  EXPECT_EQ(SetAddress(tooLong), 200);
+  EXPECT_EQ(Logged(), "setMgmntHostIpAddress: ip address passed in = " + tooLong + " is too long.\n");
+  EXPECT_EQ(Read(), "MngmtHostIpAddress:fe80::1\n");
+  EXPECT_EQ(SetAddress(string(256, '2')), 0);
+  EXPECT_EQ(Read(), "MngmtHostIpAddress:" + string(256, '2') + "\n");
+  EXPECT_EQ(Text<getMgmntHostIpAddress>(), Answer(0, string(235, '2')));
+}
+
+TEST_F(ManagementSettings, TheRepositoryIsMadeAndNamedWithASlash) {
+  Write("RepositoryDir:/run/lock/firmware\nLastFWDir:\n");
+  EXPECT_EQ(Text<getRepository>(), Answer(0, "/run/lock/firmware/"));
+  EXPECT_EQ(Read(), "RepositoryDir:/run/lock/firmware\nLastFWDir:\nLastFWDir:/run/lock/firmware\n");
+  EXPECT_EQ(fs::status("/run/lock/firmware").permissions(), fs::perms(0660));
+
+  // The default, as long as a variable may be, and a directory that is there.
+  const string longest = "/run/lock" + string(255 - 9, '/');
+  longest.copy(REP_DIR_DEFAULT, longest.size());
+  Write("RepositoryDir:\nLastFWDir:/other\n");
+  EXPECT_EQ(Text<getRepository>(), Answer(0, longest + "/"));
+  EXPECT_EQ(Read(), "RepositoryDir:\nLastFWDir:/other\nRepositoryDir:" + longest + "\n");
+  EXPECT_EQ(Logged(), "");
+}
+
+TEST_F(ManagementSettings, EachStepToTheRepositoryTellsItsFailure) {
+  const struct {
+    const char* file;
+    bool isReadOnly;
+    string message;
+  } rows[] = {
+      {"", false, "call to getKeyValue failed\n"},
+      {"RepositoryDir:\nLastFWDir:\n", true, "call to setKeyValue failed\n"},
+      {"RepositoryDir:/run/lock/a\n", false, "2nd call to getKeyValue failed\n"},
+      {"RepositoryDir:/run/lock/a\nLastFWDir:\n", true, "2nd call to setKeyValue failed\n"},
+      {"RepositoryDir:/no/a\nLastFWDir:/x\n", false, "call to mkdir failed. repository is </no/a>\n"},
+  };
+  for (const auto& row : rows) {
+    Write(row.file);
+    ASSERT_TRUE(MakeReadOnly("/etc", row.isReadOnly));
+    EXPECT_EQ(Text<getRepository>(), Answer(200, "#"));
+    EXPECT_EQ(Logged(), "getRepository: " + row.message);
+    ASSERT_TRUE(MakeReadOnly("/etc", false));
+  }
+}
+
+TEST_F(ManagementSettings, AReadOnlySystemHasNoRepository) {
+  if (!MakeReadOnly("/")) GTEST_SKIP() << "the root cannot be made read-only here";
+  EXPECT_EQ(Text<getRepository>(), Answer(0, "#"));
+  EXPECT_FALSE(fs::exists(kPath));
+  ASSERT_TRUE(MakeReadOnly("/", false));
+  EXPECT_EQ(IsReadOnlyFS(), 1) << "asked once";
+}
+
+TEST_F(ManagementSettings, PathVariablesFollowTheSettings) {
+  const string installDir(240, 'd');
+  Write("InstallDir:" + installDir + "\nOptDir:/var/there\n");
+  EXPECT_EQ(initDirPaths(), 0);
+  Write("InstallDir:/opt/later\nOptDir:/var/later\nLogFilePath:\n");
+  EXPECT_EQ(initDirPaths(), 0) << "and keep to what they were first";
+  EXPECT_EQ(DRAXONITE_INSTALL_DIR, installDir + "/");
+  EXPECT_EQ(START_QUORBENCH, installDir + "/scripts/start_") << "cut";
+  EXPECT_EQ(Text<getLogFilePath>(), Answer(0, "/var/there/logs/rm.log"));
+}
+
+// The provider's own texts are those of the default directories.
+TEST_F(ManagementSettings, PathVariablesFallBackToTheDefaults) {
+  std::vector<std::pair<char*, string>> variables;
+  for (char* variable : {DRAXONITE_INSTALL_DIR,
+                         VAR_OPT_PATH,
+                         DRAXONITE_JRE_DIR,
+                         DRAXONITE_CONFIG_DIR,
+                         DRAXONITE_MISC_DIR,
+                         FLOCK_SEMAPHORE_DIRECTORY,
+                         START_QUORBENCH_GUI,
+                         DRAXONITE_BIN_DIR,
+                         DRAXONITE_SCRIPTS_DIR,
+                         KTDX_SCRIPTS_DIR,
+                         START_QUORBENCH,
+                         STOP_QUORBENCH,
+                         START_ZYLDISCOVERYD,
+                         LOG_DIR_DEFAULT,
+                         DUMP_PATH_DEFAULT,
+                         LOG_FILE_PATH_DEFAULT,
+                         CNABOARDMGMT_FILE_DEFAULT,
+                         FEATUREMGMT_FILE_DEFAULT,
+                         WWNMGMT_FILE_DEFAULT,
+                         LOCKFILE_SEM,
+                         HBAHOST_LOCK_SEM,
+                         CONVERT_CONF_FILE_SH,
+                         INI_FILE_PATH_ROFS,
+                         LOG_FILE_PATH_ROFS,
+                         DUMP_PATH_ROFS}) {
+    variables.emplace_back(variable, variable);
+    variable[0] = '\0';
+  }
+  ASSERT_TRUE(MakeReadOnly("/etc"));
+  EXPECT_EQ(initDirPaths(), 0);
+  for (const auto& [variable, expected] : variables) EXPECT_EQ(variable, expected);
+}
+
+TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
+  unsigned short port = 0;
+  EXPECT_EQ(getTcpPortNumber(&port), 178);
+  EXPECT_EQ(port, 23333);
+  EXPECT_EQ(Logged(), "\ngetTcpPortNumber: error on OPEN of " + kDiscPath.string() + " file.\n");
+  const struct {
+    const char* settings;
+    int status, port;
+  } rows[] = {
+      {"DISCO_LOG_MODE:1\n", 199, 23333},
+      {"TcpSocketPortNumber:0x5000\n", 0, 20480},
+      {"TcpSocketPortNumber:02000", 0, 1024},
+      {"::# TcpSocketPortNumber:: 2000 or so:3000\n", 0, 2000},
+      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber:65535\n", 0, 65535},
+      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber:0\n", 0, 0},
+      {"TcpSocketPortNumber:\n", 0, 0},
+      {"TcpSocketPortNumber:", 0, 23333},
+      {"TcpSocketPortNumber:1023\n", 107, 23333},
+      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber:65536\nTcpSocketPortNumber:3000\n", 107, 2000},
+      {"TcpSocketPortNumber:99999999999999999999\n", 107, 23333},
+  };
+  for (const auto& row : rows) {
+    Write(row.settings, kDiscPath);
+    EXPECT_EQ(getTcpPortNumber(&port), row.status) << row.settings;
+    EXPECT_EQ(port, row.port) << row.settings;
+    EXPECT_EQ(Logged() == "Port number must be greater than 1023 and less than 65536.\n", row.status == 107);
+  }
+}
+
+TEST(SplitPath, GivesThePathAgain) {
+  const std::array<string, 3> rows[] = {
+      {"/a.b/", "file", ".txt"}, {"", "archive.tar", ".gz"}, {"/a.b/", "file", ""},
+      {"/etc/", "", ".hidden"},  {"/a.b/", "", ""},          {"", "", ""},
+  };
+  for (const auto& row : rows) {
+    char parts[3][32];
+    splitpath((row[0] + row[1] + row[2]).c_str(), parts[0], parts[1], parts[2]);
+    EXPECT_EQ((std::array<string, 3>{parts[0], parts[1], parts[2]}), row);
+  }
+  splitpath(nullptr, nullptr, nullptr, nullptr);
+}
+
+}  // namespace
