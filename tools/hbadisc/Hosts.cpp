@@ -55,6 +55,7 @@ std::vector<RemoteHost> ReadHosts() {
       continue;
     }
     std::vector<RemoteHost> hosts;
+    hosts.reserve(buffer.Count());
     for (std::uint32_t i = 0; i < buffer.Count(); ++i) hosts.push_back(buffer.At(i));
     return hosts;
   }
@@ -78,6 +79,7 @@ int ListHosts(const Options& options, Output& output, Messages& messages) {
     return kOk;
   }
   std::vector<Json> lines;
+  lines.reserve(hosts.size());
   for (const RemoteHost& host : hosts) {
     lines.push_back({{"host", host.host}, {"name", host.name ? Json(*host.name) : Json()}});
   }
@@ -123,6 +125,7 @@ int ChangeHosts(const Options& options, Output& output, Messages& messages) {
   Discovery discovery(0, Scope::RemoteHosts, notices);
   ExitCode code = kOk;
   std::vector<Json> results;
+  results.reserve(options.hosts.size());
   for (const std::string& host : options.hosts) {
     const Outcome outcome = options.command == Command::AddHosts ? AddHost(host) : RemoveHost(host);
     if (outcome.code != kOk) code = outcome.code;
