@@ -40,8 +40,11 @@ Ids FindUser(const std::string& name) {
 
 }  // namespace
 
-void DropPrivileges(const std::string& user) {
+void ForbidNewRights() {
   Check(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "no_new_privs");
+}
+
+void DropPrivileges(const std::string& user) {
   if (geteuid() != 0) {
     if (!user.empty()) throw std::runtime_error("only root can run as another user");
     return;

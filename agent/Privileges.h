@@ -6,8 +6,12 @@
 
 namespace agent {
 
-// As root: becomes `user` ("nobody" when empty). In any case no program started from here may gain rights.
-// Throws std::runtime_error, also when a user is named and the process is not root.
+// No program started from here may gain rights. Holds for this thread and those it makes from now on, so it
+// comes first. Throws std::runtime_error.
+void ForbidNewRights();
+
+// As root: becomes `user` ("nobody" when empty). Throws std::runtime_error, also when a user is named and the
+// process is not root.
 void DropPrivileges(const std::string& user);
 
 // As many descriptors as the system lets this process have.

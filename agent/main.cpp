@@ -38,6 +38,7 @@ ServedHosts OpenHosts(const Options& options) {
 }
 
 void Serve(const Options& options) {
+  ForbidNewRights();
   const provider::FileDescriptor stop = StopSignals();
   if (!stop.IsOpen()) throw std::runtime_error("no descriptor for signals");
   RaiseDescriptorLimit();

@@ -177,6 +177,7 @@ void CHbaDiscover::ResetSlow() {
 }
 
 int CHbaDiscover::StartDiscoveryCycle() {
+  const ControlWait wait(*this);
   disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "*** FORCED DISCOVERY CYCLE REQUESTED ***");
   if (InCallBack()) {
     if (!m_CycleLock.TryLock()) return InForcedCycle() ? 0 : RequestForcedCycle();
@@ -215,7 +216,6 @@ bool CHbaDiscover::AlreadyForced(const COOBHbaDiscover* oob) const {
 }
 
 void CHbaDiscover::KillForForcedCycle(COOBHbaDiscover* oob) {
-  const ControlWait wait(*this);
   disco_printf(kLogInBand, nullptr, "Killing current in-band cycle");
   KillDiscoveryCycle(0);
   if (oob != nullptr) {
@@ -253,6 +253,8 @@ void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
   if (InDiscoveryCycle() == 0) return;
   if (InCallBack()) {
     // The cycle may be waiting for this thread: leave the request. The end of the cycle clears it.
+    CZylLockGuard guard(m_KillLock);
+    if (InDiscoveryCycle() == 0) return;
     m_State.fetch_or(kStateKillRequested);
     Signal();
     return;

@@ -159,7 +159,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void AwaitWorkers(const Cycle& cycle);
   void IntermediateUpdate(const Cycle& cycle);
   int AwaitOob(int changed);
-  void StopCycle();
+  void StopCycle(const Cycle& cycle);
   // False: a forced cycle was asked for meanwhile and starts at once.
   bool FinishLiteCycle(const Cycle& cycle, int* changed);
   int UpdateDiscoveryLists();

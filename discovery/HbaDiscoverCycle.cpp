@@ -46,6 +46,7 @@ struct CHbaDiscover::Cycle {
   std::shared_ptr<CHbaList> fresh;  // null in a lite cycle
   CPortInfo ports;
   bool lite = false;
+  bool forced = false;  // when it began
 };
 
 void* CHbaDiscover::DiscoveryThread(void* self) {
@@ -77,7 +78,8 @@ int CHbaDiscover::DiscoveryProc() {
       first = 0;
     }
     // The pauses inside a cycle may have used up the signal that came with a request.
-    if (Terminated() || (m_State.load() & kStateForced) != 0) continue;
+    constexpr std::uint32_t kRequested = kStateStarted | kStateForced;
+    if (Terminated() || (m_State.load() & kRequested) == kRequested) continue;
     WaitForSignal(m_Interval.load() == 0 ? kForEver : m_Interval.load());
   }
   disco_printf(kLogInBand, nullptr, "Main in-band discovery thread terminating");
@@ -101,7 +103,7 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
   }
   VisitPorts(cycle);
   if (StopRequested()) {
-    StopCycle();
+    StopCycle(cycle);
     EndCycle(cycle);
     return;
   }
@@ -110,6 +112,12 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
     disco_printf(kLogInBand, nullptr, "In-Band Discovery: Full discovery - updating discovery lists");
     changed = UpdateDiscoveryLists();
   } else if (!FinishLiteCycle(cycle, &changed)) {
+    // Stopped while slow discovery was reset: the forced cycle is not begun either.
+    if (StopRequested()) {
+      StopCycle(cycle);
+      EndCycle(cycle);
+      return;
+    }
     m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle));
     DoDiscoveryCycle(1);
     return;
@@ -135,7 +143,7 @@ bool CHbaDiscover::EnterCycle() {
 // What was to stop an earlier cycle has no meaning for this one.
 bool CHbaDiscover::BeginCycle() {
   CZylLockGuard guard(m_KillLock);
-  if ((m_State.load() & kStateInCycle) != 0) return false;
+  if ((m_State.load() & (kStateInCycle | kStateStarted)) != kStateStarted) return false;
   ++m_CycleNumber;
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
   m_State.fetch_or(kStateInCycle);
@@ -144,6 +152,7 @@ bool CHbaDiscover::BeginCycle() {
 
 void CHbaDiscover::BeginKind(Cycle& cycle, bool lite) {
   cycle.lite = lite;
+  cycle.forced = (m_State.load() & kStateForced) != 0;
   if (lite) {
     disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-Band Discovery: Doing Lite discovery cycle");
     ++m_LiteCycleCount;
@@ -261,10 +270,11 @@ int CHbaDiscover::AwaitOob(int changed) {
   return oobChanged;
 }
 
-void CHbaDiscover::StopCycle() {
+// A request that came after the cycle had begun otherwise stays, for the next one.
+void CHbaDiscover::StopCycle(const Cycle& cycle) {
   disco_printf(kLogCycleBounds | kLogInBand, nullptr, "Forced stop of discovery cycle");
   m_PortPool.TerminateThreadsImmediate();
-  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));
+  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | (cycle.forced ? kStateForced : 0U)));
 }
 
 bool CHbaDiscover::FinishLiteCycle(const Cycle& cycle, int* changed) {

@@ -123,7 +123,11 @@ int COOBHbaDiscover::StartDiscoveryCycle() {
     if ((state & kOobRunning) == 0) return 0;
     wanted = state | kOobForced | ((state & kOobInCycle) != 0 ? 0U : kOobEnabled);
   } while (!m_Shared->state.compare_exchange_weak(state, wanted));
-  if ((state & kOobInCycle) != 0) return 0;
+  if ((state & kOobInCycle) != 0) {
+    // One that is being stopped does not become the forced one: that follows it.
+    if ((state & kOobStopRequested) != 0) m_ForceNext = true;
+    return 0;
+  }
   Signal();
   ZylSleep(kSettlePause);
   return 1;

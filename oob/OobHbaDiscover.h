@@ -147,6 +147,7 @@ class COOBHbaDiscover final : public CZylThread {
   CZylThreadLock m_KillLock;
   unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
   std::atomic<unsigned int> m_CyclesEnded{0};
+  std::atomic<bool> m_ForceNext{false};  // a forced cycle was asked for while the running one was being stopped
 };
 
 #endif  // OOB_OOBHBADISCOVER_H_

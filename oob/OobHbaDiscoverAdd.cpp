@@ -20,6 +20,7 @@ constexpr std::size_t kMostHostCharacters = 128;
 constexpr long kLowestPort = 1024;
 constexpr long kHighestPort = 65535;
 constexpr int kTries = 2;
+constexpr int kMostBusyNames = 5;
 constexpr unsigned int kPause = 100000;  // microseconds
 constexpr unsigned int kHostNameAttribute = 257;
 constexpr std::size_t kHostColumn = 48;
@@ -108,9 +109,13 @@ std::string NameFrom(const unsigned char* attributes) {
 // The name that the first port gives whose attributes can be read.
 std::string ReadHostName(const unsigned char* proxy, const CNodeAddresses& names) {
   std::array<unsigned char, RM_ATTRIBUTE_ROOM> attributes{};
+  int busy = 0;
   for (std::uint32_t i = 0; i < names.Count(); ++i) {
     auto size = static_cast<unsigned int>(attributes.size());
-    if (RM_GetServerAttributes(proxy, names[i].wwn, attributes.data(), &size) != RM_STATUS_OK) continue;
+    const int status = RM_GetServerAttributes(proxy, names[i].wwn, attributes.data(), &size);
+    // The caller waits: a host that stops answering is not asked about thousands of names.
+    if (status == RM_STATUS_HOST_UNUSABLE || (status == RM_STATUS_BUSY && ++busy == kMostBusyNames)) return {};
+    if (status != RM_STATUS_OK) continue;
     return size <= attributes.size() ? NameFrom(attributes.data()) : std::string();
   }
   return {};

@@ -198,5 +198,7 @@ void COOBHbaDiscover::EndCycle() {
   // The signal that came with the stop would start the next cycle at once.
   if (stopped) UnSignal();
   ++m_CyclesEnded;
-  ChangeState(kOobInCycle | kOobForced | kOobStopRequested, 0);
+  const bool again = stopped && m_ForceNext.load();
+  m_ForceNext = false;
+  ChangeState(kOobInCycle | kOobForced | kOobStopRequested, again ? kOobForced | kOobEnabled : 0U);
 }

@@ -66,8 +66,9 @@ std::optional<ProxyAddress> RemoteHosts::Add(const _RM_IP_INFO& record) {
   const NetAddress address = NetAddress::Of(record);
   const MutexLock held(m_Mutex);
   const bool isNew = !m_Hosts.contains(address);
-  const bool isFull = m_Hosts.size() >= kMostHosts || m_HandleAddresses.size() >= kMostHosts;
-  if (isNew && isFull) return std::nullopt;
+  const bool needsHandle = address.isIpv6 && !m_HandleNumbers.contains(address);
+  if (isNew && m_Hosts.size() >= kMostHosts) return std::nullopt;
+  if (needsHandle && m_HandleAddresses.size() >= kMostHosts) return std::nullopt;
   const ProxyAddress proxy = ProxyOf(address, record);
   Entry& entry = m_Hosts[address];
   const bool isCim = (record.flags & RM_IP_FLAG_CIM) != 0;

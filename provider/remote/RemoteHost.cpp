@@ -22,6 +22,16 @@ Result Failed(int status) {
   return result;
 }
 
+// A list names nothing twice, whatever the other side says.
+template <class List, class NameOf>
+List NamesOnce(List answer, NameOf nameOf) {
+  std::set<decltype(nameOf(answer.records.front()))> seen;
+  for (const auto& record : answer.records) {
+    if (!seen.insert(nameOf(record)).second) return Failed<List>(RM_STATUS_HOST_UNUSABLE);
+  }
+  return answer;
+}
+
 class RemoteHost final : public Host {
  public:
   explicit RemoteHost(std::string authority) : m_Authority(std::move(authority)) {}
@@ -72,22 +82,17 @@ Result RemoteHost::Ask(const WireQuery& query) const {
 }
 
 ListAnswer<unsigned int> RemoteHost::BoardInstances() {
-  return Ask<ListAnswer<unsigned int>>({WireQuestion::kBoardInstances, {}, {}, 0});
+  return NamesOnce(Ask<ListAnswer<unsigned int>>({WireQuestion::kBoardInstances, {}, {}, 0}),
+                   [](unsigned int instance) { return instance; });
 }
 
 Answer<Board> RemoteHost::ReadBoard(unsigned int instance) {
   return Ask<Answer<Board>>({WireQuestion::kBoard, {}, {}, instance});
 }
 
-// A list names no port twice, whatever the other side says.
 ListAnswer<HBA_NAME> RemoteHost::PortNames() {
-  auto answer = Ask<ListAnswer<HBA_NAME>>({WireQuestion::kPortNames, {}, {}, 0});
-  std::set<Wwn> seen;
-  for (const HBA_NAME& name : answer.records) {
-    if (!seen.insert(WwnFromBytes(name.wwn)).second)
-      return Failed<ListAnswer<HBA_NAME>>(RM_STATUS_HOST_UNUSABLE);
-  }
-  return answer;
+  return NamesOnce(Ask<ListAnswer<HBA_NAME>>({WireQuestion::kPortNames, {}, {}, 0}),
+                   [](const HBA_NAME& name) { return WwnFromBytes(name.wwn); });
 }
 
 bool RemoteHost::HasPort(const Wwn& wwn) {
@@ -131,7 +136,8 @@ ListAnswer<RM_NodeInfoEntry> RemoteHost::Nodes(const Wwn& wwn) {
 }
 
 ListAnswer<RM_VPortEntry> RemoteHost::VirtualPorts(const Wwn& wwn) {
-  return AskPort<ListAnswer<RM_VPortEntry>>(WireQuestion::kVirtualPorts, wwn);
+  return NamesOnce(AskPort<ListAnswer<RM_VPortEntry>>(WireQuestion::kVirtualPorts, wwn),
+                   [](const RM_VPortEntry& vport) { return WwnFromBytes(vport.portWwn); });
 }
 
 ListAnswer<RM_VPortTargetEntry> RemoteHost::VirtualPortTargets(const Wwn& wwn, const Wwn& vportWwn) {
@@ -144,7 +150,8 @@ ListAnswer<_RM_ISCSI_TARGET> RemoteHost::IscsiTargets(const Wwn& wwn, bool refre
 }
 
 ListAnswer<HBA_NAME> RemoteHost::VirtualFunctions(const Wwn& wwn) {
-  return AskPort<ListAnswer<HBA_NAME>>(WireQuestion::kVirtualFunctions, wwn);
+  return NamesOnce(AskPort<ListAnswer<HBA_NAME>>(WireQuestion::kVirtualFunctions, wwn),
+                   [](const HBA_NAME& name) { return WwnFromBytes(name.wwn); });
 }
 
 Answer<bool> RemoteHost::SecureManagement() {

@@ -10,6 +10,7 @@ namespace {
 constexpr unsigned kFormatVersion = 1;
 constexpr int kDeepestNesting = 8;
 constexpr std::size_t kMostValues = 1'000'000;
+constexpr std::size_t kMostKeys = 64;  // of one object; the largest has half as many
 constexpr std::size_t kMostAttributes = 256;
 constexpr std::size_t kLongestAttribute = RM_ATTRIBUTE_ROOM;
 
@@ -182,8 +183,13 @@ void DecodeFrom(const WireJson& document, ListAnswer<Record>& answer) {
 
 WireJson ParseDocument(const std::string& text) {
   std::size_t values = 0;
-  const auto watch = [&values](int depth, WireJson::parse_event_t /*event*/, const WireJson& /*parsed*/) {
+  // Of the object that is open at each depth. A key is looked for among those before it, one by one.
+  std::array<std::size_t, kDeepestNesting + 2> keys{};
+  const auto watch = [&values, &keys](int depth, WireJson::parse_event_t event, const WireJson& /*parsed*/) {
     if (depth > kDeepestNesting || ++values > kMostValues) throw WireError("too deep, or too many values");
+    const auto level = static_cast<std::size_t>(depth);
+    if (event == WireJson::parse_event_t::object_start) keys.at(level + 1) = 0;
+    if (event == WireJson::parse_event_t::key && ++keys.at(level) > kMostKeys) throw WireError("too many keys");
     return true;
   };
   try {

@@ -62,6 +62,9 @@ TEST_F(BadAnswers, GoodOnesAreTaken) {
 TEST_F(BadAnswers, GarbageMakesAHostUnusable) {
   std::string binary;
   for (int i = 0; i < 4096; ++i) binary += static_cast<char>(i * 7);
+  std::string keys = R"({"": 0)";  // would take minutes to tell apart
+  for (int i = 0; i < 500'000; ++i) keys += ",\"" + std::to_string(i) + "\":0";
+  keys += '}';
   const std::string rows[] = {
       "",
       binary,
@@ -77,6 +80,7 @@ TEST_F(BadAnswers, GarbageMakesAHostUnusable) {
       Http(binary),
       Http("[]"),
       Http("{}"),
+      Http(keys),
       Http(std::string(10'000'000, '1')),
       Http(std::string(1'000'000, '[')),
       Http(Names(R"("0x1000000000000001", "0x1000000000000001")")),

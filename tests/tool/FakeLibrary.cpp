@@ -257,7 +257,7 @@ int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list) {
   const std::lock_guard lock(state.mutex);
   const std::size_t room = list->count;
   const std::size_t copied = std::min(room, state.hosts.size());
-  std::memcpy(list + 1, state.hosts.data(), copied * sizeof(hbadisc_oob_host));
+  std::copy_n(state.hosts.begin(), copied, reinterpret_cast<hbadisc_oob_host*>(list + 1));
   list->count = static_cast<std::uint32_t>(state.hosts.size());
   return state.hosts.size() > room ? 1 : 0;
 }
