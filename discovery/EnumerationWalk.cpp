@@ -21,11 +21,11 @@ class Unlockable {
 
 }  // namespace
 
-bool EnumerationWalk::Enter(bool (*giveUp)()) {
+bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
   CZylLockGuard guard(m_Lock);
   Unlockable lock(m_Lock);
   while (m_Held && !HeldByMe()) {
-    if (giveUp()) return false;
+    if (giveUp(m_Holder)) return false;
     m_Opened.wait_for(lock, kAskAgain);
   }
   m_Held = true;

@@ -21,7 +21,7 @@ class EnumerationWalk {
  public:
   // Waits until no other thread walks and closes the gate; the walker itself starts over. False, with the gate
   // left alone, when `giveUp`, which is asked now and then while another thread walks, said so.
-  bool Enter(bool (*giveUp)()) EXCLUDES(m_Lock);
+  bool Enter(bool (*giveUp)(std::thread::id walker)) EXCLUDES(m_Lock);
 
   // Walks `snapshot` (null: no ports) from its first entry. Calls `fill` with it and returns the number of
   // entries; with 0 the gate is open again.

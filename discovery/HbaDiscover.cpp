@@ -1,7 +1,9 @@
 #include "discovery/HbaDiscover.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <new>
 
 #include "config/DiscConfig.h"
 #include "discovery/DiscoveryLog.h"
@@ -154,7 +156,7 @@ void CHbaDiscover::StopOob() {
 }
 
 void CHbaDiscover::PauseDiscovery() {
-  const ControlWait wait(*this);
+  const ControlCall call(*this);
   disco_printf(kLogInBand | kLogOob, nullptr, "Discovery paused");
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateEnabled));
   KillDiscoveryCycle(0);
@@ -177,7 +179,7 @@ void CHbaDiscover::ResetSlow() {
 }
 
 int CHbaDiscover::StartDiscoveryCycle() {
-  const ControlWait wait(*this);
+  const ControlCall call(*this);
   disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "*** FORCED DISCOVERY CYCLE REQUESTED ***");
   if (InCallBack()) {
     if (!m_CycleLock.TryLock()) return InForcedCycle() ? 0 : RequestForcedCycle();
@@ -240,13 +242,37 @@ int CHbaDiscover::RequestForcedCycle() {
   return 1;
 }
 
+CHbaDiscover::ControlCall::ControlCall(CHbaDiscover& controller)
+    : m_Controller(InCallBack() ? nullptr : &controller) {
+  if (m_Controller == nullptr) return;
+  CZylLockGuard guard(m_Controller->m_ControlLock);
+  try {
+    m_Controller->m_ControlCalls.push_back(std::this_thread::get_id());
+  } catch (const std::bad_alloc&) {
+    // The call goes on; what it might wait for is a callback that enumerates while this thread walks.
+  }
+}
+
+CHbaDiscover::ControlCall::~ControlCall() {
+  if (m_Controller == nullptr) return;
+  CZylLockGuard guard(m_Controller->m_ControlLock);
+  std::vector<std::thread::id>& calls = m_Controller->m_ControlCalls;
+  const auto call = std::find(calls.begin(), calls.end(), std::this_thread::get_id());
+  if (call != calls.end()) calls.erase(call);
+}
+
+bool CHbaDiscover::IsInControlCall(std::thread::id thread) const {
+  CZylLockGuard guard(m_ControlLock);
+  return std::find(m_ControlCalls.begin(), m_ControlCalls.end(), thread) != m_ControlCalls.end();
+}
+
 bool CHbaDiscover::InForcedCycle() const {
   constexpr std::uint32_t kBoth = kStateForced | kStateInCycle;
   return (m_State.load() & kBoth) == kBoth;
 }
 
 void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
-  const ControlWait wait(*this);
+  const ControlCall call(*this);
   if (const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get(); oob != nullptr) {
     oob->KillDiscoveryCycle(giveUp);
   }
@@ -316,7 +342,7 @@ void CHbaDiscover::ChangeDiscoveryInterval(unsigned int seconds) {
 void CHbaDiscover::ChangeOOBDiscoveryInterval(unsigned int seconds) {
   const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
   if (oob == nullptr) return;
-  const ControlWait wait(*this);
+  const ControlCall call(*this);
   oob->ChangeDiscoveryInterval(seconds);
   disco_printf(kLogOob, nullptr, "OOB - Change discovery interval to %d seconds", static_cast<int>(seconds));
 }

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "discovery/DiscoveryOwner.h"
@@ -75,8 +76,8 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void DoCallBack(int changed, int forced, int intermediate) override EXCLUDES(m_CallbackLock);
   // True on a thread of ours while it runs the application's callback.
   static bool InCallBack();
-  // True while a control call may be waiting for a callback to end.
-  bool IsControlWaiting() const { return m_ControlWaits.load() != 0; }
+  // True while that thread is inside a control call, which may be waiting for a callback to end.
+  bool IsInControlCall(std::thread::id thread) const EXCLUDES(m_ControlLock);
 
   // Has one known port read again: `what` is a sum of 1 attributes, 2 targets, 4 virtual ports; 0 is all. 1
   // when the directed thread took the request, 0 when it is busy or the port is not known.
@@ -110,21 +111,16 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
     unsigned int eventMask = 0;
     void* context = nullptr;
   };
-  // Counts a control call that waits, unless it is made inside a callback, where none does.
-  class ControlWait {
+  // Notes that this thread is inside a control call that may wait. Inside a callback none does.
+  class ControlCall {
    public:
-    explicit ControlWait(CHbaDiscover& controller)
-        : m_Waits(InCallBack() ? nullptr : &controller.m_ControlWaits) {
-      if (m_Waits != nullptr) ++*m_Waits;
-    }
-    ~ControlWait() {
-      if (m_Waits != nullptr) --*m_Waits;
-    }
-    ControlWait(const ControlWait&) = delete;
-    ControlWait& operator=(const ControlWait&) = delete;
+    explicit ControlCall(CHbaDiscover& controller);
+    ~ControlCall();
+    ControlCall(const ControlCall&) = delete;
+    ControlCall& operator=(const ControlCall&) = delete;
 
    private:
-    std::atomic<int>* const m_Waits;
+    CHbaDiscover* const m_Controller;
   };
   // What one cycle works on.
   struct Cycle;
@@ -207,10 +203,13 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   mutable CZylThreadLock m_RegistrationLock;
   Registration m_Registration GUARDED_BY(m_RegistrationLock);
 
+  mutable CZylThreadLock m_ControlLock;
+  std::vector<std::thread::id> m_ControlCalls
+      GUARDED_BY(m_ControlLock);  // threads; twice when one call makes another
+
   CZylThreadLock m_KillLock;
   unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
   std::atomic<unsigned int> m_CycleNumber{0};  // of the running cycle, or of the last one
-  std::atomic<int> m_ControlWaits{0};  // threads inside a control call that waits for a cycle or a callback
 
   SharedSlot<CHbaList> m_CurrentList;  // merged result of all cycles
   SharedSlot<CHbaList> m_NewList;      // what a full cycle builds

@@ -40,11 +40,11 @@ Result Guarded(Result nothing, Body body) {
   }
 }
 
-// A callback that waited for another thread's walk while the walker waits for that callback, in a control call,
+// A callback that waited for another thread's walk, while that thread waits for the callback in a control call,
 // would wait for ever.
-bool WalkerMayAwaitUs() {
+bool WalkerMayAwaitUs(std::thread::id walker) {
   const CHbaDiscover& controller = TheLibrary().controller;
-  return CHbaDiscover::InCallBack() && (!controller.IsStarted() || controller.IsControlWaiting());
+  return CHbaDiscover::InCallBack() && (!controller.IsStarted() || controller.IsInControlCall(walker));
 }
 
 template <class Record>
