@@ -190,4 +190,13 @@ std::string Client::Ask(const std::string& request) {
   return answer;
 }
 
+bool HasIpv6() {
+  const provider::FileDescriptor descriptor(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in6 self{};
+  self.sin6_family = AF_INET6;
+  self.sin6_addr = in6addr_loopback;
+  return descriptor.IsOpen() &&
+         bind(descriptor.Get(), reinterpret_cast<const sockaddr*>(&self), sizeof self) == 0;
+}
+
 }  // namespace agenttest

@@ -121,6 +121,9 @@ class Client {
   provider::FileDescriptor m_Socket;
 };
 
+// Whether this machine has the loopback address of IPv6, as containers may not.
+bool HasIpv6();
+
 }  // namespace agenttest
 
 #endif  // TESTS_AGENT_AGENTS_H_

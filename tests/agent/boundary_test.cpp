@@ -65,6 +65,7 @@ std::string HostName(const Registered& host) {
 }
 
 TEST(Boundary, HostsByAddressAndProxy) {
+  if (!HasIpv6()) GTEST_SKIP() << "no IPv6 here";
   const json boards = {FcBoard(), FcBoard(providertest::kOtherPort)};
   const AgentProcess agent(Hosts{
       RemoteHost(json{"127.0.2.1", "::1"}, {{"boards", boards}, {"name", "first"}}),
