@@ -61,6 +61,7 @@ std::vector<NetAddress> ReadAddresses(const FabricValue& value, std::set<NetAddr
   if (value.IsText()) return {ReadAddress(value, taken)};
   std::vector<NetAddress> addresses;
   const std::vector<FabricValue> elements = value.Elements(kMostAddresses);
+  addresses.reserve(elements.size());
   for (const FabricValue& element : elements) addresses.push_back(ReadAddress(element, taken));
   if (addresses.empty()) value.Refuse("at least one address");
   return addresses;

@@ -22,7 +22,7 @@ std::string EncodeAnswer(const std::string& path, const Result& answer);
 
 // Throws WireError for what is not such a document; bounded in depth, in the number of values and of records.
 template <class Result>
-Result DecodeAnswer(const std::string& document);
+Result DecodeAnswer(const std::string& text);
 
 }  // namespace provider
 
