@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -129,6 +129,12 @@ TEST(HostFileLocks, WithoutOneBetweenProcesses) {
 
 // The tenth addition queries a host too, over a network; here it is the file alone, so a fixed allowance stands
 // for that.
+double ProcessorMilliseconds() {
+  timespec spent{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &spent);
+  return static_cast<double>(spent.tv_sec) * 1e3 + static_cast<double>(spent.tv_nsec) * 1e-6;
+}
+
 TEST_F(HostFile, AddingToALongFileIsCheap) {
   std::string content;
   for (int i = 0; i < 10000; ++i) {
@@ -137,16 +143,15 @@ TEST_F(HostFile, AddingToALongFileIsCheap) {
     content += line + "# host\n";
   }
   m_Provider.Write(kFile, content);
-  std::vector<std::chrono::steady_clock::duration> times;
+  // Processor time, which other tests do not take; milliseconds without a sanitizer are fractions of one.
+  std::vector<double> milliseconds;
   for (int i = 0; i < 21; ++i) {
-    const auto begin = std::chrono::steady_clock::now();
+    const double begin = ProcessorMilliseconds();
     EXPECT_EQ(Add("10.2.0." + std::to_string(i)), CHostFile::Added::kDone);
-    times.push_back(std::chrono::steady_clock::now() - begin);
+    milliseconds.push_back(ProcessorMilliseconds() - begin);
   }
-  std::nth_element(times.begin(), times.begin() + 10, times.end());
-  const auto median = std::chrono::duration_cast<std::chrono::microseconds>(times[10]);
-  RecordProperty("median_us", static_cast<int>(median.count()));
-  EXPECT_LT(median.count(), 5000);
+  std::nth_element(milliseconds.begin(), milliseconds.begin() + 10, milliseconds.end());
+  EXPECT_LT(milliseconds[10], 50);
 }
 
 TEST_F(HostFile, CimHostsAreFoundByTheirAddress) {
