@@ -18,7 +18,9 @@ using provider::ListAnswer;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+// For the answers that are to be cut short by it; no other is, however slow the machine.
 constexpr milliseconds kLimit{300};
+constexpr milliseconds kAmple{60'000};
 
 std::string Http(const std::string& body, const std::string& status = "200 OK", const std::string& more = "") {
   return "HTTP/1.1 " + status + "\r\n" + more + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
@@ -32,7 +34,7 @@ std::string Names(const std::string& records, const std::string& more = R"("stat
 
 class BadAnswers : public testing::Test {
  protected:
-  BadAnswers() { provider::SetRemoteCallLimit(kLimit); }
+  BadAnswers() { provider::SetRemoteCallLimit(kAmple); }
   ~BadAnswers() override { provider::SetRemoteCallLimit(milliseconds(0)); }
 
   static int Ask(std::uint16_t port) {
@@ -85,7 +87,6 @@ TEST_F(BadAnswers, GarbageMakesAHostUnusable) {
       Http(std::string(1'000'000, '[')),
       Http(Names(R"("0x1000000000000001", "0x1000000000000001")")),
   };
-  provider::SetRemoteCallLimit(std::chrono::minutes(1));  // which none of these waits for
   for (const std::string& bytes : rows) {
     EXPECT_EQ(StatusOf(bytes), RM_STATUS_HOST_UNUSABLE) << bytes.substr(0, 60);
   }
@@ -113,11 +114,12 @@ TEST_F(BadAnswers, TheLimitHolds) {
     for (pollfd client{socket, POLLIN, 0}; goesOn && poll(&client, 1, 5) == 0;)
       goesOn = SendAll(socket, " ", stop);
   };
+  provider::SetRemoteCallLimit(kLimit);
   for (const auto& serve : {silent, dripping}) {
     const auto start = steady_clock::now();
     EXPECT_EQ(StatusOf(serve), RM_STATUS_BUSY);
     EXPECT_GE(steady_clock::now() - start, kLimit - kLimit / 10);
-    EXPECT_LT(steady_clock::now() - start, kLimit * 10);
+    EXPECT_LT(steady_clock::now() - start, kLimit * 30);
   }
 }
 
