@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "config/FileDescriptor.h"
 #include "thread/zyl_thread.h"
 
 namespace {
@@ -23,22 +24,6 @@ constexpr mode_t kMode = 0660;
 
 // The writers of this process share one temporary name per file.
 constinit CZylThreadLock gs_WriteLock;
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : m_Fd(fd) {}
-  Descriptor(Descriptor&& other) noexcept : m_Fd(other.m_Fd) { other.m_Fd = -1; }
-  ~Descriptor() {
-    if (m_Fd >= 0) close(m_Fd);
-  }
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  explicit operator bool() const { return m_Fd >= 0; }
-  int Get() const { return m_Fd; }
-
- private:
-  int m_Fd;
-};
 
 // Reads a file in pieces: lines with their newline, cut into parts where they are longer than a piece.
 class PieceReader {
@@ -79,16 +64,6 @@ std::string Line(const char* key, const char* value) {
   return std::string(key) + ':' + value + '\n';
 }
 
-bool WriteAll(const Descriptor& file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(file.Get(), text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 bool EndsInsideLine(const Descriptor& file) {
   struct stat status {};
   if (fstat(file.Get(), &status) != 0 || status.st_size == 0) return false;
@@ -117,7 +92,7 @@ bool LockExclusively(const Descriptor& file) {
 Descriptor OpenTemporary(const std::string& path) {
   for (;;) {
     Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kMode));
-    if (!file || !LockExclusively(file)) return Descriptor();
+    if (!file.IsOpen() || !LockExclusively(file)) return Descriptor();
     if (IsNamed(file, path)) return file;
   }
 }
@@ -146,7 +121,7 @@ std::optional<std::string> TextWith(const char* path, const char* key, const cha
 int Append(const char* path, const char* key, const char* value) {
   const CZylLockGuard guard(gs_WriteLock);
   const Descriptor file(open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kMode));
-  if (!file) return kSettingsFileError;
+  if (!file.IsOpen()) return kSettingsFileError;
   const std::string separator = EndsInsideLine(file) ? "\n" : "";
   return WriteAll(file, separator + Line(key, value)) ? kSettingsDone : kSettingsFileError;
 }
@@ -156,7 +131,7 @@ int Replace(const char* path, const char* key, const char* value) {
   if (!CreateIfMissing(path)) return kSettingsFileError;
   const std::string temporaryPath = std::string(path) + ".%";
   const Descriptor temporary = OpenTemporary(temporaryPath);
-  if (!temporary) return kSettingsFileError;
+  if (!temporary.IsOpen()) return kSettingsFileError;
   // Read only now, with the temporary file locked: what another writer has just put in place is kept.
   const std::optional<std::string> text = TextWith(path, key, value);
   // On disk before it takes the name, and the name is taken before the lock goes.
@@ -186,7 +161,7 @@ int Write(Writer writer, const char* path, const char* key, const char* value) {
 bool CreateIfMissing(const char* path) {
   struct stat status {};
   if (stat(path, &status) == 0 || errno != ENOENT) return true;
-  return static_cast<bool>(Descriptor(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, kMode)));
+  return Descriptor(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, kMode)).IsOpen();
 }
 
 int getKeyValue(const char* path, const char* key, char* value, int size) {

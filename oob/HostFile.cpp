@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "config/FileDescriptor.h"
 #include "oob/HostEntry.h"
 #include "rmapi/rmapi.h"
 
@@ -31,28 +32,12 @@ std::string_view CimHostOf(char* line) {
   return {line, length};
 }
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : m_Fd(fd) {}
-  ~Descriptor() {
-    if (m_Fd >= 0) close(m_Fd);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  bool IsOpen() const { return m_Fd >= 0; }
-  int Get() const { return m_Fd; }
-
-  // What it is; nothing unless it is a regular file.
-  std::optional<struct stat> RegularStatus() const {
-    struct stat status {};
-    if (m_Fd < 0 || fstat(m_Fd, &status) != 0 || !S_ISREG(status.st_mode)) return {};
-    return status;
-  }
-
- private:
-  int m_Fd;
-};
+// What it is; nothing unless it is a regular file.
+std::optional<struct stat> RegularStatus(const Descriptor& file) {
+  struct stat status {};
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  return status;
+}
 
 // Never waits for the other end of a pipe that stands in the place of a file.
 constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
@@ -85,7 +70,7 @@ std::optional<std::string> ReadAll(const Descriptor& file, std::size_t expected)
 
 std::optional<std::string> ReadFile(const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | kOpenFlags));
-  const auto status = file.RegularStatus();
+  const auto status = RegularStatus(file);
   if (!status) return {};
   return ReadAll(file, static_cast<std::size_t>(status->st_size) + 1);
 }
@@ -94,7 +79,7 @@ std::optional<std::string> ReadFile(const std::string& path) {
 // part of it; a part that got there all the same goes again.
 bool Append(const std::string& path, std::string_view text, int createFlag) {
   const Descriptor file(open(path.c_str(), O_RDWR | O_APPEND | createFlag | kOpenFlags, kMode));
-  const auto before = file.RegularStatus();
+  const auto before = RegularStatus(file);
   if (!before) return false;
   ssize_t written = 0;
   do {
@@ -104,16 +89,6 @@ bool Append(const std::string& path, std::string_view text, int createFlag) {
   // Should that fail too, the part stays as a line that the next append ends.
   if (!whole && written > 0) static_cast<void>(!ftruncate(file.Get(), before->st_size));
   return whole;
-}
-
-bool WriteAll(const Descriptor& file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(file.Get(), text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
 }
 
 // Whoever may not give a file away keeps it; the mode is what readers depend on.
@@ -131,7 +106,7 @@ bool Replace(const std::string& directory, const HostFileKind& kind, std::string
     // What a crash has left there is no longer wanted.
     const Descriptor file(
         open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | kOpenFlags, S_IRUSR | S_IWUSR));
-    if (!file.RegularStatus()) return false;
+    if (!RegularStatus(file)) return false;
     if (!WriteAll(file, content) || !TakeModeAndOwner(file, path) || fsync(file.Get()) != 0) {
       unlink(temporary.c_str());
       return false;
