@@ -476,7 +476,8 @@ HBADISC_API int HBADisc_UpdateCimEntries(void);
  * 199 key not found or null, 200 file error or no path. Files are created with mode 0660, and a rewritten file
  * ends with that mode. */
 
-/* Copies at most size - 1 characters of the key's value. */
+/* Copies at most size - 1 characters of the key's value and fills the rest of the buffer with NULs; "" when
+ * there is no value. */
 HBADISC_API int getKeyValue(const char* path, const char* key, char* value, int size);
 
 /* Appends a line, also when the key is present. */
