@@ -4,7 +4,7 @@
 set -uo pipefail
 hbadisc=$1
 cd "$2" || exit
-# shellcheck source=tools/completion/hbadisc.bash
+# shellcheck source=/dev/null
 source tools/completion/hbadisc.bash
 failed=0
 
