@@ -53,9 +53,9 @@
  *   HBADisc_Terminate does nothing in it but free the snapshots, and HBADisc_Startup nothing while another
  *   thread starts or stops discovery. The other control calls never wait in it for a cycle or a thread to
  *   end, as they do elsewhere: they leave their request and return. Nor does HBADisc_GetFirstHba wait there
- *   for a walk of a thread that may be waiting for the callback itself, in a control call: it gives 0. Adding
- *   hosts and the settings calls wait as they do elsewhere. An exception that leaves the callback is caught.
- *   No callback starts after HBADisc_Terminate has returned.
+ *   for a walk of a thread that is in a control call and so may be waiting for this very callback, or while
+ *   discovery is being stopped: it gives 0. Adding hosts and the settings calls wait as they do elsewhere. An
+ *   exception that leaves the callback is caught. No callback starts after HBADisc_Terminate has returned.
  *
  * Signals
  *   Creating a thread, which loading the library already prepares, replaces the application's handler of
