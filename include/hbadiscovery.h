@@ -1,25 +1,65 @@
-/* Draxonite Discovery: finds adapter ports on this host and keeps one current picture of them.
+/* Draxonite Discovery: finds the adapter ports (Fibre Channel, FCoE, iSCSI, NIC and RoCE) of this host and of
+ * remote hosts, keeps one current picture of them in the background, and calls the application back when it
+ * changes. Link with -lhbadiscovery.
  *
- * Conventions
+ * Conventions. They hold for every call that does not say otherwise.
  *
- * Life cycle. Optionally HBADisc_RegisterCallBack; HBADisc_Startup or HBADisc_StartupEx once; any other calls;
- * last HBADisc_Terminate. There is one discovery controller per process, constructed when the library is
- * loaded: loading already reads the discovery settings file and opens the log. Start and stop may be repeated.
- * The library is never unmapped, and none of its calls may be made in a child after fork(). Results. Unless a
- * call says otherwise an int is 1 for yes or done and 0 for no or nothing; a call never throws. A null pointer
- * where one is not allowed gives the call's not-found value and touches nothing. Ownership. Every record and
- * array belongs to the caller and has at least the size documented; the library keeps no pointer into it after
- * the call returns. An array's count is in: room, out: records written. Integers are in host byte order. Names
- * (WWPN, WWNN) are 8 bytes, most significant first. Texts in records end at their NUL or at the end of their
- * field, whichever comes first. Threads. Every call may be made from any thread. A walk over the ports
- * (HBADisc_GetFirstHba until HBADisc_GetNextHba gives 0) keeps the enumeration lock from its first call to its
- * end: other threads' walks wait meanwhile, so a walk must be finished. Per-port queries do not wait for that
- * lock, but they read the snapshot that a walk or an earlier query took; do not mix them with another thread's
- * walk. Callback. It runs on a thread of the library, one call at a time, and holds no list lock. It may make
- * every call of this header except HBADisc_Terminate, which then only drops the snapshots. Control calls made
- * inside a callback never wait: they leave their request and return. No callback starts after HBADisc_Terminate
- * has returned. Signals. Creating a thread installs a do-nothing handler for SIGALRM in place of the
- * application's own; the library's threads run with all signals blocked.
+ * Life cycle
+ *   Optionally HBADisc_RegisterCallBack; then HBADisc_Startup or HBADisc_StartupEx; then any other calls; last
+ *   HBADisc_Terminate. Start and stop may be repeated. There is one discovery controller in a process. It is
+ *   constructed when the library is loaded, which already reads the discovery settings file, under a lock that
+ *   all processes share, and opens the log. The library is never unmapped, and none of its calls may be made in
+ *   a child after fork(). Before the start and after the stop there are no ports; hosts files and settings can
+ *   be read all the same.
+ *
+ * Results
+ *   An int is 1 for yes or done, 0 for no or nothing; of the calls for hosts files and settings, which say so,
+ *   it is a status, 0 for done. A call never throws. A null pointer where one is not allowed gives the call's
+ *   nothing-found value, and nothing is written.
+ *
+ * Buffers
+ *   Every record, array and text belongs to the caller, is at least as large as the call says, and is not used
+ *   by the library once the call has returned; nothing is to be freed. The registered context is kept, but only
+ *   handed back. An array's count is in: room for so many records, out: records written. Output records are
+ *   written as a whole, reserved and unused bytes as zeros.
+ *
+ * Values
+ *   Integers are in host byte order. Names (WWPN, WWNN) are 8 bytes, the most significant first; all zeros is
+ *   no name. Texts in records end at their NUL or at the end of their field, whichever comes first; texts given
+ *   to a call end at their NUL.
+ *
+ * Units and ranges
+ *   Intervals are whole seconds, up to 4294967 (49 days). 0 means no periodic cycles, only those that are asked
+ *   for; 1 to 4 are too short to be meant: a start takes 90 in their place, a change ignores them. There is no
+ *   other default: the caller says the interval, except that HBADisc_Startup takes 90 for remote hosts.
+ *
+ * Threads
+ *   Every call may be made from any thread, unless it says otherwise. Calls wait for one another only where
+ *   that is said here.
+ *
+ * The enumeration lock
+ *   A walk over the ports, from HBADisc_GetFirstHba until HBADisc_GetNextHba gives 0, holds the enumeration
+ *   lock, of which there is one in the process; HBADisc_GetFirstHba waits, without limit, while another thread
+ *   walks. So a walk is to be finished: to break one off, call HBADisc_GetNextHba, or HBADisc_GetFirstHba, with
+ *   a null record on the thread that walks. A thread that ends in the middle of its walk leaves the lock taken.
+ *   HBADisc_Terminate drops the snapshot of a walk, but leaves it to the walker, whose next
+ *   HBADisc_GetNextHba gives 0, to free the lock. Walking does not hold up discovery: a walk sees the ports as
+ *   they were when it began. The per-port queries do not wait for the lock, but they read the snapshot of the
+ *   walk, or one that an earlier query took; do not mix them with another thread's walk.
+ *
+ * The callback
+ *   It runs on a thread of the library, one call at a time; what that thread does goes on when it returns. No
+ *   list is locked meanwhile. It may make every call of this header, also walk over the ports.
+ *   HBADisc_Terminate does nothing in it but free the snapshots, and HBADisc_Startup nothing while another
+ *   thread starts or stops discovery. The other control calls never wait in it for a cycle or a thread to
+ *   end, as they do elsewhere: they leave their request and return. Nor does HBADisc_GetFirstHba wait there
+ *   for a walk of a thread that is in a control call and so may be waiting for this very callback, or while
+ *   discovery is being stopped: it gives 0. Adding hosts and the settings calls wait as they do elsewhere. An
+ *   exception that leaves the callback is caught. No callback starts after HBADisc_Terminate has returned.
+ *
+ * Signals
+ *   Creating a thread, which loading the library already prepares, replaces the application's handler of
+ *   SIGALRM by one that does nothing. The library's threads run with all signals blocked.
  */
 #ifndef HBADISCOVERY_H_
 #define HBADISCOVERY_H_
@@ -30,8 +70,13 @@
 #ifdef __cplusplus
 extern "C" {
 #define HBADISC_STATIC_ASSERT(condition, text) static_assert(condition, text)
-#else
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define HBADISC_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
+#else /* C99 has no assertions: an array of negative size does not compile */
+#define HBADISC_JOIN_TEXT(a, b) a##b
+#define HBADISC_JOIN(a, b) HBADISC_JOIN_TEXT(a, b)
+#define HBADISC_STATIC_ASSERT(condition, text) \
+  typedef char HBADISC_JOIN(hbadisc_assertion_, __LINE__)[(condition) ? 1 : -1]
 #endif
 
 #if defined(__GNUC__)
@@ -102,8 +147,7 @@ typedef struct CIMCredentials {
 
 #endif /* RM_SHARED_RECORDS */
 
-/* ---- Values ------------------------------------------------------------------------------------------------
- */
+/* ---- Values ---- */
 
 /* Event mask of HBADisc_RegisterCallBack: which callbacks are wanted. */
 enum {
@@ -150,8 +194,7 @@ enum {
 /* An out-of-band interval that means: no discovery of remote hosts. */
 #define HBADISC_NO_OOB_DISCOVERY 0xFFFFFFFFu
 
-/* ---- Records -----------------------------------------------------------------------------------------------
- */
+/* ---- Records ---- */
 
 /* What a port says of itself. Texts are unterminated when they fill their field. */
 typedef struct hba_port_info {
@@ -269,110 +312,130 @@ HBADISC_STATIC_ASSERT(sizeof(CIMCredentials) == 324 && offsetof(CIMCredentials, 
                       "CIMCredentials");
 /* clang-format on */
 
-/* ---- Life cycle and control ---------------------------------------------------------------------------------
- */
+/* ---- Life cycle and control ---- */
 
-/* Runs on a thread of the library; see "Callback" above. `context` is what was registered. */
+/* Runs on a thread of the library; see "The callback" above. `context` is what was registered. */
 typedef void (*HBADisc_CallBack)(unsigned int reason, void* context);
 
-/* Starts discovery. `interval` is the time between in-band cycles in seconds: 5 or more; 1 to 4 count as 90; 0
- * means only when asked (HBADisc_StartDiscoveryCycle). The first cycle starts at once. While discovery is
- * started, a further call does not restart it. */
+/* Starts discovery: threads, and the first cycle, which is a forced one, at once. `interval` is the time
+ * between in-band cycles. While discovery is started, a further call does not restart it. A failure is not
+ * reported: without memory or threads no cycle comes, and no callback. */
 HBADISC_API void HBADisc_Startup(unsigned int interval);
 
-/* As HBADisc_Startup, with the interval of remote hosts in seconds (HBADisc_Startup: 90;
- * HBADISC_NO_OOB_DISCOVERY: none) and, when `localOnly` is not 0, neither remote hosts nor slow discovery. */
+/* As HBADisc_Startup, with the interval of remote hosts: 0 for forced cycles only, HBADISC_NO_OOB_DISCOVERY for
+ * no remote hosts at all. When `localOnly` is not 0 there are neither remote hosts nor slow discovery, which
+ * tries ports again that did not answer in a cycle. */
 HBADISC_API void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly);
 
 /* Stops discovery and frees what it found. Waits up to 10 seconds for a running cycle, then for the provider
- * call that the discovery thread itself or a directed refresh is in, never for a worker's. Does nothing but
- * free the snapshots when discovery is not started or is paused. */
+ * call that the discovery thread itself or a directed refresh is in, never for a worker's; and for a callback
+ * that is running. Does nothing but free the snapshots when discovery is not started or is paused. */
 HBADISC_API void HBADisc_Terminate(void);
 
 /* Replaces callback, event mask (HBADISC_EVENT_ bits, 0: none) and context, at any time. A null callback ends
- * them. Does not wait for a callback that is running. */
+ * them. Does not wait for a callback that is running, which may still use the context it was given. */
 HBADISC_API void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned int eventMask, void* context);
 
-/* Kills a running cycle, waits until it has stopped, and runs no more periodic ones.
- * HBADisc_StartDiscoveryCycle ends the pause. */
+/* Kills a running cycle, waits, without limit, until it has stopped, and runs no more periodic ones.
+ * HBADisc_StartDiscoveryCycle ends the pause. What was found stays. */
 HBADISC_API void HBADisc_PauseDiscovery(void);
 
-/* Starts a full cycle, killing a periodic one that runs. 1: started; 0: a forced cycle is running already. */
+/* Starts a full cycle, here and for remote hosts, after killing a periodic one that runs and waiting until that
+ * has stopped. Does not wait for the cycle's end, which the callback reports with HBADISC_REASON_FORCED.
+ * 1: started; 0: a forced cycle is running already. */
 HBADISC_API int HBADisc_StartDiscoveryCycle(void);
 
 /* Has one known port read again, without a cycle. `what` is a sum of HBADISC_REFRESH_ bits; 0 means all three.
- * What is asked for and cannot be read becomes empty. 1: accepted, the callback with HBADISC_REASON_DIRECTED
- * follows, after a running cycle has ended; 0: the port is not known, discovery is not started, or an earlier
- * request is still being worked on. No cycle starts while a port is read again. */
+ * What is asked for and cannot be read becomes empty. Does not wait for it.
+ * 1: accepted, the callback with HBADISC_REASON_DIRECTED follows, after a running cycle has ended; 0: the port
+ * is not known, discovery is not started, or an earlier request is still being worked on. No cycle starts while
+ * a port is read again. */
 HBADISC_API int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what);
 
-/* 1 while an in-band cycle runs; 0 inside the callback that ends it. */
+/* 1 while an in-band cycle runs; 0 inside the callback that ends it. Never waits. */
 HBADISC_API int HBADisc_InDiscoveryCycle(void);
 
-/* Ends a running cycle without merging its results or calling back; waits, without limit, until it has stopped.
- */
+/* Ends a running cycle, here and of remote hosts, without merging its results or calling back; waits, without
+ * limit, until it has stopped. */
 HBADISC_API void HBADisc_KillDiscoveryCycle(void);
 
-/* Changes the interval of in-band cycles, in seconds: 5 or more; 0 means only when asked; 1 to 4 are ignored.
- * Takes effect at once when no cycle runs, by starting one. */
+/* Changes the interval of in-band cycles: 0 means only when asked; 1 to 4 are ignored. Another than 0 starts a
+ * cycle when none runs, unless discovery is paused. */
 HBADISC_API void HBADisc_ChangeDiscoveryInterval(unsigned int interval);
 
-/* Changes the interval of remote hosts, in seconds; nothing when remote hosts are not discovered. */
+/* Changes the interval of remote hosts. 1 to 4 leave it as it was. Another than 0 starts a cycle when none
+ * runs, unless discovery is paused. 0 pauses, after killing a cycle that runs and waiting until it has stopped;
+ * then only a forced cycle goes on with remote hosts. Nothing when remote hosts are not discovered. */
 HBADISC_API void HBADisc_ChangeOOBDiscoveryInterval(unsigned int interval);
 
-/* ---- Reading the ports --------------------------------------------------------------------------------------
- */
+/* ---- Reading the ports ---- */
 
-/* Takes the enumeration lock and a snapshot and fills the first port's record, in order of port WWN. Returns
- * the number of ports; with 0 the lock is free again. A second call on the walking thread starts over. */
+/* Takes the enumeration lock and a snapshot and fills the record of the first port, in order of port WWN. The
+ * three forms differ in the record alone and may be mixed in one walk. Returns the number of ports; with 0 the
+ * lock is free again, and the record is as it was. A second call on the walking thread starts over. */
 HBADISC_API int HBADisc_GetFirstHba(hba_discovery_info* info);
 HBADISC_API int HBADisc_GetFirstHbaV2(hba_discovery_info_V2* info);
 HBADISC_API int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info);
 
-/* Fills the next port's record and returns 1; at the end drops the snapshot, frees the lock and returns 0. */
+/* Fills the next port's record and returns 1; at the end drops the snapshot, frees the lock, leaves the record
+ * as it was and returns 0. 0 also without a walk. */
 HBADISC_API int HBADisc_GetNextHba(hba_discovery_info* info);
 HBADISC_API int HBADisc_GetNextHbaV2(hba_discovery_info_V2* info);
 HBADISC_API int HBADisc_GetNextHbaV3(hba_discovery_info_V3* info);
 
-/* Systems with their ports. `info` needs room for as many ports as the system has. Ports are not grouped by
- * system at present: the number is always 0. */
+/* Systems with their ports, from a snapshot of their own, without the enumeration lock: for one thread at a
+ * time. `info` needs 40 bytes and 236 more for each port of the system. The first call returns the number of
+ * systems, the next one 1; 0 at the end. Ports are not grouped by system at present: the number is always 0. */
 HBADISC_API int HBADisc_GetFirstSystem(system_discovery_info* info);
 HBADISC_API int HBADisc_GetNextSystem(system_discovery_info* info);
 
 /* Per-port queries. During a walk they know only the port that the walk stands on; otherwise every port of the
- * snapshot, which a query takes when there is none and which stays until the next walk ends.
- * The first four return how many records did not fit, 0 when all fitted; they return 0 also for a port that is
- * not known, and then leave *count as it was (0 when there is nothing to ask at all). */
+ * snapshot, which a query takes when there is none and which stays until the next walk ends, or discovery is
+ * terminated. None waits for the enumeration lock or an adapter.
+ *
+ * The first four fill at most *count records and set *count to the number filled. They return how many did not
+ * fit, 0 when all did: ask with *count 0 and a null array for the number. They return 0 also for a port that is
+ * not known, and then leave *count as it was; it becomes 0 when there is no picture at all, and for a virtual
+ * port that is not known. A null count gives 0, as does a null array with a *count that is not 0. */
 
-/* Targets: 568 bytes each. For an iSCSI port the first 516 bytes of each hold an _RM_ISCSI_TARGET. */
+/* Targets, 568 bytes each. For an iSCSI port the first
+ * 516 bytes of each hold an _RM_ISCSI_TARGET. Both calls do the same. */
 HBADISC_API int HBADisc_GetTargetMappings(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count);
 HBADISC_API int HBADisc_GetiSCSITargets(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count);
+
+/* The NPIV virtual ports, 20 bytes each, and the targets of one of them. */
 HBADISC_API int HBADisc_GetVPorts(HBA_NAME wwpn, discovery_vport_info* vports, unsigned int* count);
 HBADISC_API int HBADisc_GetVPortTargets(HBA_NAME wwpn, HBA_NAME vportWwpn, RM_NodeInfoEntry* targets,
                                         unsigned int* count);
 
-/* 0: copied; 1: too little room, the number needed is in `count` and nothing was copied; 2: the port is not
- * known. */
+/* Addresses of the SR-IOV virtual functions. `addresses` is 4 bytes, `count` of which says in: for how many
+ * there is room, and 8 more for each. 0: copied, `count` says how many; 1: too little room, the number needed
+ * is in `count` and nothing was copied; 2: the port is not known, or null. */
 HBADISC_API int HBADisc_GetVirtualFunctionAddrs(HBA_NAME wwpn, discovery_vf_addrs* addresses);
 
-/* Fills the names and returns 1; zeroes the record and returns 0 for a port that is not known or has no iSCSI
- * names. Reads the current picture, not the snapshot. */
+/* Fills the names, at most 255 characters each, and returns 1; zeroes the record and returns 0 for a port that
+ * is not known or no iSCSI port. Reads the current picture, not the snapshot. */
 HBADISC_API int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names);
 
-/* ---- Remote hosts -------------------------------------------------------------------------------------------
- */
+/* ---- Remote hosts ---- */
 /* Remote hosts are kept in the file hbahosts.lst of the install directory, one per line, and asked for their
  * ports in every cycle of remote discovery; CIM hosts in zylhbacimhosts.so there, which the management
- * application writes. Both are shared between processes. Adding and removing need started discovery with remote
- * hosts (see HBADisc_StartupEx). */
+ * application writes. Both are read and written under a lock that all processes share. Adding and removing need
+ * started discovery with remote hosts (see HBADisc_StartupEx); the other calls do not. */
 
-/* Queries a host and appends it to the hosts file; takes as long as the host takes to answer. `host` is an
- * address with or without a port of 1024 to 65535: "10.1.2.3", "10.1.2.3:23333", "fe80::1", "[fe80::1]:23333",
- * or a name in place of the address. At most 128 characters count. A host without a port is asked on the port
- * of the discovery settings. 0  added; "0.0.0.0" and "255.255.255.255" are accepted and do nothing -1  refused:
- * no or a bad text or port, not resolvable, no memory, or remote discovery does not run 1  there is no remote
- * discovery at all 2  the host did not answer, has no port, or reported no name; nothing was written -2  the
- * file could not be written -3  the host is in the file; the port does not count -4  it is this host */
+/* Asks a host for its ports and its name, and appends it to the hosts file; takes as long as the host takes to
+ * answer. `host` is an address, with or without a port of 1024 to 65535: "10.1.2.3", "10.1.2.3:23333",
+ * "fe80::1", "[fe80::1]:23333", or a name in place of the address. At most 128 characters count. A host without
+ * a port is asked on the port of the discovery settings.
+ *
+ *    0  added; also "0.0.0.0" and "255.255.255.255", which do nothing
+ *   -1  refused: null, a bad text or port, no such name, no memory, or remote discovery does not run
+ *    1  there is no remote discovery at all
+ *    2  the host did not answer, has no port, or reported no name; nothing was written
+ *   -2  the file could not be written
+ *   -3  the host is in the file already; the port does not count
+ *   -4  it is this host
+ */
 HBADISC_API int HBADisc_AddOOBHostA(const char* host);
 
 /* Takes every line of that host out of the file: 1 when there was one, else 0. Compares the address as text,
@@ -383,36 +446,38 @@ HBADISC_API int HBADisc_RemoveOOBHostA(const char* host);
 HBADISC_API int HBADisc_AddOOBHostW(const wchar_t* host);
 HBADISC_API int HBADisc_RemoveOOBHostW(const wchar_t* host);
 
-/* Lists the hosts of the file, in its order. 0: all fitted, 1: there are more than `count` allowed, or null.
- * Needs no started discovery. */
+/* Lists the hosts of the file, in its order. `list` is 8 bytes and 80 more for each host for which `count` says
+ * there is room; afterwards `count` is the number of hosts in the file, 0 without a file. 0: all fitted; 1:
+ * there are more, or null, or no memory. */
 HBADISC_API int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list);
 
 /* Not supported: -1, or 1 when there is no remote discovery. The management application writes the file of CIM
  * hosts. */
 HBADISC_API int HBADisc_AddCimHost(const CIMCredentials* credentials);
 
-/* Takes every line of that address (`hostAddress`) out of the file of CIM hosts: 1 when there was one, else 0.
- */
+/* Takes every line of that `hostAddress` out of the file of CIM hosts: 1 when there was one, else 0. */
 HBADISC_API int HBADisc_RemoveCimHost(const CIMCredentials* credentials);
 
 /* The number of CIM hosts in the file, 0 without a file. Returns 0, or 1 for a null pointer. */
 HBADISC_API int HBADisc_GetCimCount(unsigned int* count);
 
-/* Fills at most `count` records, in the order of the file; records beyond its last host stay as they are. 0,
- * also without a file; 1 for a null array, a count of 0, or a null record where one was needed. */
+/* Fills at most `count` records, in the order of the file. `entries` is an array of `count` pointers to the
+ * caller's records, of 324 bytes each; those beyond the last host of the file stay as they are. 0, also without
+ * a file; 1 for a null array, a count of 0, or a null record where one was needed. */
 HBADISC_API int HBADisc_GetCimEntries(unsigned int count, CIMCredentials** entries);
 
 /* Makes the provider know the CIM hosts of the file, at most 1000, and no others; without a host in the file it
  * keeps those that it has. 0, or 1 when a step failed; the others are done all the same. */
 HBADISC_API int HBADisc_UpdateCimEntries(void);
 
-/* ---- Settings -----------------------------------------------------------------------------------------------
- */
+/* ---- Settings ---- */
 /* Settings files are lines of a key, a colon and a value. A line answers for every key that begins with the
- * line's key; the first such line wins. Statuses: 0 done, 193 no output buffer, 199 key not found, 200 file
- * error. Files are created with mode 0660, and a rewritten file ends with that mode. */
+ * line's key; the first such line wins. Statuses: 0 done, 193 no value or output buffer (null, or of no size),
+ * 199 key not found or null, 200 file error or no path. Files are created with mode 0660, and a rewritten file
+ * ends with that mode. */
 
-/* Copies at most size - 1 characters of the key's value. */
+/* Copies at most size - 1 characters of the key's value and fills the rest of the buffer with NULs; "" when
+ * there is no value. */
 HBADISC_API int getKeyValue(const char* path, const char* key, char* value, int size);
 
 /* Appends a line, also when the key is present. */
@@ -473,8 +538,7 @@ HBADISC_API int getManagementHostMode(int* mode);
 /* 1 when ExclusiveHostMgmnt is exactly "true", else 0; default "false". */
 HBADISC_API int getExclusiveHostMgmnt(int* exclusive);
 
-/* MngmtHostIpAddress, in 256 bytes; "" when the line has no value, which is no error, and also after an error.
- */
+/* MngmtHostIpAddress, in 256 bytes; "" when the line has no value, which is no error, and after an error. */
 HBADISC_API int getMgmntHostIpAddress(char* address);
 
 /* The setters change a line that is there: 200 when there is none, and no file is created. A value takes the

@@ -8,15 +8,15 @@
  *   1. C linkage. Integers are in host order (x86-64, little-endian). Records have natural alignment; sizes and
  *      offsets are asserted below.
  *   2. A `status` is an int, 0 for success; the codes are the RM_STATUS_ constants. Any other value is an
- * error.
+ *      error.
  *   3. `proxy` points to an 8-byte proxy address or is null. Null and eight zero bytes both mean this host.
  *      `wwn` points to the 8 bytes of a port's world-wide name.
  *   4. A call may be made from any thread and several may run at once, also while RM_ExitLib runs: the
- * discovery library may still have a worker inside a slow call when it stops the provider. A call never throws
- * and never exits the process.
+ *      discovery library may still have a worker inside a slow call when it stops the provider. A call never
+ *      throws and never exits the process.
  *   5. A list is one block: a header with the capacity or count, then the records. In: capacity. Out: number of
  *      records. When the capacity is too small the provider writes the needed number, copies nothing and
- * returns RM_STATUS_BUFFER_TOO_SMALL (or RM_STATUS_MORE_DATA). A list names nothing twice.
+ *      returns RM_STATUS_BUFFER_TOO_SMALL (or RM_STATUS_MORE_DATA). A list names nothing twice.
  *   6. Texts in records end at their NUL or at the end of their field, whichever comes first.
  */
 #ifndef RMAPI_RMAPI_H_
@@ -270,8 +270,7 @@ RM_STATIC_ASSERT(sizeof(CIMCredentials) == 324 && offsetof(CIMCredentials, port)
                  offsetof(CIMCredentials, credential1) == 68 && offsetof(CIMCredentials, password) == 260, "CIMCredentials");
 /* clang-format on */
 
-/* ---- Library ----------------------------------------------------------------------------------------------
- */
+/* ---- Library ---- */
 
 int RM_InitLib(void);
 int RM_ExitLib(void);
@@ -285,8 +284,7 @@ int RM_GetAppInstallDirA(char* buffer, unsigned int size);
 /* Writes 1 when secure management is on, else 0. */
 int RM_GetSecureMgmtConfig(unsigned int* enabled);
 
-/* ---- Cross-process locks ----------------------------------------------------------------------------------
- */
+/* ---- Cross-process locks ---- */
 /* Shared between processes by name; free again when the holder dies. They serialise threads as well as
  * processes and work before RM_InitLib. */
 
@@ -301,8 +299,7 @@ int RM_GetGlobalLock(void* lock);
 int RM_ReleaseGlobalLock(void* lock);
 int RM_CloseGlobalLock(void* lock);
 
-/* ---- Local boards -----------------------------------------------------------------------------------------
- */
+/* ---- Local boards ---- */
 
 /* In: room, out: number of instances. RM_STATUS_BUFFER_TOO_SMALL with the needed number when there is not
  * enough. */
@@ -317,8 +314,7 @@ int RM_IsLocalHBA(const unsigned char* wwn);
 /* Non-zero: the port is one of the maker's. */
 int RM_IsVarnixPort(const unsigned char* wwpn);
 
-/* ---- Attributes -------------------------------------------------------------------------------------------
- */
+/* ---- Attributes ---- */
 /* A buffer is opaque. In: room, out: bytes used. Values are read with RM_GetAttributeValue, are not aligned,
  * and live as long as the buffer. */
 
@@ -348,8 +344,7 @@ int RM_GetBindingSupport(const unsigned char* proxy, const unsigned char* wwn, i
 int RM_iSCSI_GetInitiatorProperties(const unsigned char* proxy, const unsigned char* wwn, char* initiatorName,
                                     char* defaultName, char* alias);
 
-/* ---- Targets, virtual ports, virtual functions --------------------------------------------------------------
- */
+/* ---- Targets, virtual ports, virtual functions ---- */
 
 /* Too small: RM_STATUS_BUFFER_TOO_SMALL, RM_STATUS_MORE_DATA, or 0 with a count above the capacity. */
 int RM_GetAllNodeInfo(const unsigned char* proxy, const unsigned char* wwn, RM_NodeInfoList* list);
@@ -360,8 +355,7 @@ int RM_iSCSI_GetTargets(const unsigned char* proxy, const unsigned char* wwn, in
                         RM_ISCSI_TargetList* list);
 int RM_GetVirtualFunctionList(const unsigned char* proxy, const unsigned char* wwn, RM_VFList* list);
 
-/* ---- Remote hosts -----------------------------------------------------------------------------------------
- */
+/* ---- Remote hosts ---- */
 
 /* Numeric IPv4 or IPv6 text, or a resolvable name, into a record. */
 int RM_RemoteOOBHostAddrV2(const char* host, unsigned short port, _RM_IP_INFO* record);
@@ -386,8 +380,7 @@ int RM_OOBHandleCacheControl(int value);
 /* Address text without port or brackets, at most 64 bytes with its NUL. */
 int RM_IPtoStrA(const _RM_IP_INFO* host, char* text);
 
-/* ---- CIM hosts --------------------------------------------------------------------------------------------
- */
+/* ---- CIM hosts ---- */
 
 int RM_RemoteCimHostAddrV2(const CIMCredentials* host, unsigned short port, _RM_IP_INFO* record);
 int RM_GetCimHostEntry(const CIMCredentials* key, CIMCredentials* stored); /* 0: that hostAddress is stored */
@@ -397,8 +390,7 @@ int RM_GetCimCount(unsigned int* count);
 int RM_GetCimEntries(unsigned int count, CIMCredentials** entries);
 int IsCimHost(const unsigned char* proxy); /* non-zero: the proxy address belongs to a CIM host */
 
-/* ---- Path variables ---------------------------------------------------------------------------------------
- */
+/* ---- Path variables ---- */
 
 extern char REP_DIR_DEFAULT[256];
 extern char DRAXONITE_INSTALL_DIR[256];
