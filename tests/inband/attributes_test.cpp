@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x10000000C9000001;
+constexpr std::uint64_t kPort = 0x1000025DC9000001;
 
 class Attributes : public testing::Test {
  protected:
@@ -18,14 +18,14 @@ class Attributes : public testing::Test {
     all[513] = Attribute::Text("host-a");
     all[514] = Attribute::Text("maker");
     all[515] = Attribute::Text("SN-1");
-    all[518] = Attribute::Wwn(0x20000000C9000001);
+    all[518] = Attribute::Wwn(0x2000025DC9000001);
     all[527] = Attribute::Number(0xF100);
     all[535] = Attribute::Wwn(0x1000AABBCCDDEEFF);
     all[537] = Attribute::Text("model-a");
     all[553] = Attribute::Text("1");
     all[555] = Attribute::Number(0x1234);
     all[560] = Attribute::Number(3);
-    all[561] = Attribute::Number(0x10DF);
+    all[561] = Attribute::Number(0x0BAD);
     all[586] = Attribute::Text("sub-1");
     all[774] = Attribute::Number(0x11223301);
     all[802] = Attribute::Number(0x44556602);
@@ -62,7 +62,7 @@ TEST_F(Attributes, FillTheRecordOfAnFCPort) {
   EXPECT_EQ(Record().busNumber, 0x1234);
   EXPECT_EQ(Record().functionNumber, 3);
   EXPECT_EQ(std::memcmp(Record().portWwn, Name(kPort).wwn, 8), 0);
-  EXPECT_EQ(std::memcmp(Record().nodeWwn, Name(0x20000000C9000001).wwn, 8), 0);
+  EXPECT_EQ(std::memcmp(Record().nodeWwn, Name(0x2000025DC9000001).wwn, 8), 0);
   EXPECT_EQ(std::memcmp(Record().fabricName, Name(0x1000AABBCCDDEEFF).wwn, 8), 0);
   EXPECT_EQ(Record().specialFeatures, 0x340U);
   EXPECT_EQ(m_Entry.GetSpecialFeatures(), 0x340U);
@@ -140,7 +140,7 @@ TEST_F(Attributes, SubVendorLookUpDecidesWhetherTheSerialNumberIsRead) {
   };
   for (const Case& c :
        {Case{0x103C, 0x3391, true, true}, Case{0x103C, 0x3392, true, true}, Case{0x103C, 0x3393, false, true},
-        Case{0x103C, {}, false, false}, Case{{}, 0x3391, false, false}, Case{0x10DF, {}, false, true}}) {
+        Case{0x103C, {}, false, false}, Case{{}, 0x3391, false, false}, Case{0x0BAD, {}, false, true}}) {
     m_Port.attributes.erase(561);
     m_Port.attributes.erase(557);
     if (c.vendor) m_Port.attributes[561] = Attribute::Number(*c.vendor);
@@ -191,7 +191,7 @@ TEST_F(Attributes, PortTypesGiveFeatures) {
     EXPECT_EQ(m_Entry.GetSpecialFeatures(), c.features) << c.type;
     EXPECT_EQ(Record().vpdPortNumber[0] != 0, c.isFC) << c.type;
     EXPECT_EQ(Record().fabricName[0] != 0, c.isFC) << c.type;
-    EXPECT_EQ(std::memcmp(Record().nodeWwn, Name(c.isFC ? 0x20000000C9000001 : 0x2000000000000571).wwn, 8), 0);
+    EXPECT_EQ(std::memcmp(Record().nodeWwn, Name(c.isFC ? 0x2000025DC9000001 : 0x2000000000000571).wwn, 8), 0);
     if (c.text != nullptr) {
       EXPECT_EQ(m_Log.Count(c.text), 1);
     }

@@ -14,7 +14,7 @@
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/scripted_provider.h"
 
-constexpr std::uint64_t kPort = 0x10000000C9000000;    // + board number
+constexpr std::uint64_t kPort = 0x1000025DC9000000;    // + board number
 constexpr std::uint64_t kTarget = 0x5000000000000000;  // + number
 
 class Enumeration : public testing::Test {

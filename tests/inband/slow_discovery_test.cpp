@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x10000000C9000000;
+constexpr std::uint64_t kPort = 0x1000025DC9000000;
 constexpr char kDone0[] = "SLOW DISCOVERY PROCESS CYCLE DONE (0)\n\n";
 constexpr char kDone1[] = "SLOW DISCOVERY PROCESS CYCLE DONE (1)\n\n";
 constexpr char kCutShort[] = "Slow discovery cycle stopping pre-maturely!";

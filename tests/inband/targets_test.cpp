@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x10000000C9000001;
+constexpr std::uint64_t kPort = 0x1000025DC9000001;
 constexpr std::uint64_t kTarget = 0x5000000000000000;
 
 CHbaEntry LocalPort(std::uint64_t wwpn, std::uint32_t features = 0) {

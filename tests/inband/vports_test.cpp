@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x10000000C9000001;
+constexpr std::uint64_t kPort = 0x1000025DC9000001;
 constexpr std::uint64_t kVPort = 0x2100000000000000;
 constexpr std::uint64_t kTarget = 0x5000000000000000;
 constexpr char kVPort0[] = "NPIVDISC: VPORT 0 - 21:00:00:00:00:00:00:00";

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x10000000C9000000;
+constexpr std::uint64_t kPort = 0x1000025DC9000000;
 constexpr std::uint64_t kTarget = 0x5000000000000000;
 
 class Worker : public testing::Test {

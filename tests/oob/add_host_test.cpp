@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x10000000C9000000;
+constexpr std::uint64_t kPort = 0x1000025DC9000000;
 
 std::string Padded(std::string host) {
   host.resize(48, ' ');

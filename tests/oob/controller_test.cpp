@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::uint64_t kPort = 0x10000000C9000000;
+constexpr std::uint64_t kPort = 0x1000025DC9000000;
 constexpr char kStart[] = "OOB DISCOVERY CYCLE - Starting discovery cycle";
 constexpr char kStopped[] = "Forced stop of OOB discovery cycle";
 constexpr char kHostCall[] = "RM_GetAllNodeAddr";

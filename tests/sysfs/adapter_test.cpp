@@ -21,7 +21,7 @@ using provider::Wwn;
 
 namespace {
 
-constexpr std::uint64_t kHbaName = 0x20000090fa000007;
+constexpr std::uint64_t kHbaName = 0x2000025dfa000007;
 
 // An adapter that is an FC port in hardware: no network device, its SCSI host right under the PCI function.
 class Hba : public Tree {
@@ -30,17 +30,17 @@ class Hba : public Tree {
     constexpr char kPci[] = "devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/";
     const std::string fcHost = kPci + std::string("host7/fc_host/host7/");
     Link("class/fc_host/host7", "../../" + fcHost.substr(0, fcHost.size() - 1));
-    Write(fcHost + "port_name", "0x20000090fa000007\n");
-    Write(fcHost + "node_name", "0x10000090fa000007\n");
+    Write(fcHost + "port_name", "0x2000025dfa000007\n");
+    Write(fcHost + "node_name", "0x1000025dfa000007\n");
     Write(fcHost + "fabric_name", "0xffffffffffffffff\n");
     Write(fcHost + "port_state", "Online\n");
     Write(fcHost + "symbolic_name", "HBA FV1.2 DV3.4\n");
     Link(fcHost + "device", "../../../host7");
     Write(kPci + std::string("host7/scsi_host/host7/proc_name"), "hbadrv\n");
     Write(kPci + std::string("host7/scsi_host/host7/active_mode"), "Initiator\n");
-    Write(kPci + std::string("vendor"), "0x10df\n");
-    Write(kPci + std::string("device"), "0xe300\n");
-    Write(kPci + std::string("subsystem_vendor"), "0x10df\n");
+    Write(kPci + std::string("vendor"), "0x0bad\n");
+    Write(kPci + std::string("device"), "0x1e30\n");
+    Write(kPci + std::string("subsystem_vendor"), "0x0bad\n");
     Write(kPci + std::string("subsystem_device"), "0xe331\n");
     Link(kPci + std::string("driver"), "../../../../bus/pci/drivers/hbadrv");
   }
@@ -171,9 +171,9 @@ TEST(Adapter, FcPortInHardware) {
   EXPECT_EQ(board.linkStatus, 1u);
   EXPECT_EQ(provider::WwnFromBytes(board.info.fabricName), Wwn{});
   EXPECT_EQ(board.info.specialFeatures, 0u);
-  EXPECT_EQ(board.info.modelId, 0xE300u);
-  EXPECT_EQ(Text(board.info.manufacturer), "PCI vendor 10df");
-  EXPECT_EQ(Text(board.info.model), "hbadrv 10df:e300");
+  EXPECT_EQ(board.info.modelId, 0x1E30u);
+  EXPECT_EQ(Text(board.info.manufacturer), "PCI vendor 0bad");
+  EXPECT_EQ(Text(board.info.model), "hbadrv 0bad:1e30");
   EXPECT_EQ(Text(board.info.serialNumber), "");
   EXPECT_EQ(Text(board.info.vpdPortNumber), "1");
   EXPECT_EQ(board.info.physicalPort, 0u);

@@ -58,7 +58,7 @@ class CommandsTest : public testing::Test {
   std::unique_ptr<TextOutput> m_Output;
 };
 
-constexpr char kFirst[] = "10000090fa000001";
+constexpr char kFirst[] = "1000025dfa000001";
 
 fake::Port PortWithTargets() {
   fake::Port port = fake::MakePort(1);
@@ -80,11 +80,11 @@ TEST_F(CommandsTest, ListsPorts) {
   EXPECT_EQ(Run(Command::List, Format::JsonLines), 0);
   ASSERT_EQ(Lines().size(), 2U);
   EXPECT_EQ(Lines()[1]["format_version"], 1);
-  EXPECT_EQ(Lines()[1]["wwpn"], "0x10000090fa000002");
+  EXPECT_EQ(Lines()[1]["wwpn"], "0x1000025dfa000002");
 
   fake::SetScript({found});
   EXPECT_EQ(Run(Command::List, Format::Table), 0);
-  EXPECT_NE(m_Output->Text().find("10:00:00:90:fa:00:00:02"), std::string::npos);
+  EXPECT_NE(m_Output->Text().find("10:00:02:5d:fa:00:00:02"), std::string::npos);
 }
 
 TEST_F(CommandsTest, NothingFoundIsNoFailure) {
@@ -106,12 +106,12 @@ TEST_F(CommandsTest, WaitsForTheEndOfTheFirstCycle) {
 TEST_F(CommandsTest, ShowsOnePortAndItsTargets) {
   fake::SetScript({{.ports = {PortWithTargets(), fake::MakePort(2)}}});
   EXPECT_EQ(Run(Command::Show, Format::JsonDocument, kFirst), 0);
-  EXPECT_EQ(Document()["port"]["wwpn"], "0x10000090fa000001");
+  EXPECT_EQ(Document()["port"]["wwpn"], "0x1000025dfa000001");
   EXPECT_EQ(Document()["port"]["targets"].size(), 1U);
 
   fake::SetScript({{.ports = {PortWithTargets(), fake::MakePort(2)}}});
   EXPECT_EQ(Run(Command::Targets, Format::JsonDocument, kFirst), 0);
-  EXPECT_EQ(Document()["port"], "0x10000090fa000001");
+  EXPECT_EQ(Document()["port"], "0x1000025dfa000001");
   EXPECT_EQ(Document()["targets"][0]["wwpn"], "0x5000000000000001");
   EXPECT_EQ(Document()["vports"][0]["targets"][0]["wwpn"], "0x5000000000000002");
 
@@ -144,7 +144,7 @@ TEST_F(CommandsTest, RefreshesOnePort) {
   found.refreshReason = 0;
   fake::SetScript({found});
   EXPECT_EQ(Run(Command::Refresh, Format::JsonDocument, kFirst), 3) << "it does not answer";
-  EXPECT_EQ(Document()["port"]["wwpn"], "0x10000090fa000001");
+  EXPECT_EQ(Document()["port"]["wwpn"], "0x1000025dfa000001");
   EXPECT_TRUE(Document()["changed"].is_null());
 }
 
@@ -220,7 +220,7 @@ TEST_F(CommandsTest, UnknownPort) {
   EXPECT_EQ(Run(Command::Show, Format::JsonDocument, "3000000000000001"), 4);
   EXPECT_TRUE(Document()["port"].is_null());
   EXPECT_EQ(Document()["error"],
-            "there is no port 30:00:00:00:00:00:00:01; it is a virtual port of 10:00:00:90:fa:00:00:01");
+            "there is no port 30:00:00:00:00:00:00:01; it is a virtual port of 10:00:02:5d:fa:00:00:01");
 
   fake::SetScript({{.ports = {fake::MakePort(2)}}});
   EXPECT_EQ(Run(Command::Targets, Format::JsonDocument, kFirst), 4);

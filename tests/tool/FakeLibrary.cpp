@@ -146,8 +146,8 @@ Port MakePort(unsigned char number, unsigned int features) {
   Port port;
   hba_discovery_info& info = port.record.base.base;
   info.isLocal = 1;
-  const std::uint8_t wwpn[8] = {0x10, 0, 0, 0x90, 0xfa, 0, 0, number};
-  const std::uint8_t wwnn[8] = {0x20, 0, 0, 0x90, 0xfa, 0, 0, number};
+  const std::uint8_t wwpn[8] = {0x10, 0, 2, 0x5d, 0xfa, 0, 0, number};
+  const std::uint8_t wwnn[8] = {0x20, 0, 2, 0x5d, 0xfa, 0, 0, number};
   std::memcpy(info.port.portWwn, wwpn, sizeof wwpn);
   std::memcpy(info.port.nodeWwn, wwnn, sizeof wwnn);
   SetText(info.port.hostName, "lab1");

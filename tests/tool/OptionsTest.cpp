@@ -21,7 +21,7 @@ Options Good(const std::vector<const char*>& words) {
   return std::get<Options>(parsed);
 }
 
-constexpr char kName[] = "10:00:00:90:fa:00:00:01";
+constexpr char kName[] = "10:00:02:5d:fa:00:00:01";
 
 TEST(OptionsTest, Defaults) {
   const Options options = Good({"list"});

@@ -14,7 +14,7 @@ constexpr char kHostile[] = "a\x1b[31m\xff\n\xc2\x9b\xe2\x80\xaez\"\\";
 
 Port MakePort(std::uint8_t number) {
   Port port;
-  port.wwpn.bytes = {0x10, 0, 0, 0x90, 0xfa, 0, 0, number};
+  port.wwpn.bytes = {0x10, 0, 2, 0x5d, 0xfa, 0, 0, number};
   port.local = true;
   port.link = Link::Up;
   port.model = "VX3200";
@@ -96,10 +96,10 @@ TEST(TableWriterTest, AlignsColumns) {
       "WWPN                     WHERE  KIND  LINK   MODEL                     SYSTEM  TARGETS  VPORTS  VFS");
   EXPECT_EQ(
       lines[1],
-      "10:00:00:90:fa:00:00:01  local  FC    up     VX3200                    lab1          0       0    0");
+      "10:00:02:5d:fa:00:00:01  local  FC    up     VX3200                    lab1          0       0    0");
   EXPECT_EQ(
       lines[2],
-      "10:00:00:90:fa:00:00:02  local  FC    /down  A much longer model name  -          1234       0    0");
+      "10:00:02:5d:fa:00:00:02  local  FC    /down  A much longer model name  -          1234       0    0");
 }
 
 TEST(TableWriterTest, ShowsTheWayOnlyWithRemotePorts) {
@@ -142,7 +142,7 @@ TEST(TableWriterTest, SheetHasEverything) {
   port.specialFeatures = 0x12;
   const std::string sheet = PortSheet(port, false);
   for (const char* part :
-       {"Port 10:00:00:90:fa:00:00:01\n", "  Serial number      -\n", "  Kind               FC\n",
+       {"Port 10:00:02:5d:fa:00:00:01\n", "  Serial number      -\n", "  Kind               FC\n",
         "  Special features   0x12\n", "\nTargets\n",
         "  00:00:00:00:00:00:00:51  -     -:-:-        0x4001000000000000  -       0x000a01  no\n",
         "\nVirtual port 30:00:00:00:00:00:00:00, node -, 1 target\n",
@@ -164,7 +164,7 @@ TEST(JsonWriterTest, UnknownIsNullAndNamesAreTexts) {
   port.wwnn = Wwn{{0x20}};
   port.model = "";
   const Json json = ToJson(port);
-  EXPECT_EQ(json["wwpn"], "0x10000090fa000001");
+  EXPECT_EQ(json["wwpn"], "0x1000025dfa000001");
   EXPECT_EQ(json["wwnn"], "0x2000000000000000");
   EXPECT_EQ(json["kind"], "FC");
   EXPECT_EQ(json["link"], "up");

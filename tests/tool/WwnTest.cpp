@@ -6,12 +6,12 @@ namespace hbadisc {
 namespace {
 
 TEST(WwnTest, AcceptsTheUsualForms) {
-  for (const char* text : {"10000090fa00c0de", "10000090FA00C0DE", "0x10000090fa00c0de", "0X10000090Fa00c0DE",
-                           "10:00:00:90:fa:00:c0:de", "10-00-00-90-FA-00-C0-DE"}) {
+  for (const char* text : {"1000025dfa00c0de", "1000025DFA00C0DE", "0x1000025dfa00c0de", "0X1000025dFa00c0DE",
+                           "10:00:02:5d:fa:00:c0:de", "10-00-02-5D-FA-00-C0-DE"}) {
     const auto wwn = ParseWwn(text);
     ASSERT_TRUE(wwn) << text;
-    EXPECT_EQ(HexText(*wwn), "0x10000090fa00c0de") << text;
-    EXPECT_EQ(ColonText(*wwn), "10:00:00:90:fa:00:c0:de") << text;
+    EXPECT_EQ(HexText(*wwn), "0x1000025dfa00c0de") << text;
+    EXPECT_EQ(ColonText(*wwn), "10:00:02:5d:fa:00:c0:de") << text;
   }
 }
 
@@ -21,30 +21,30 @@ TEST(WwnTest, KeepsExtremes) {
 }
 
 TEST(WwnTest, RefusesEverythingElse) {
-  const std::string withNul = std::string("10000090fa00c0d") + '\0';
+  const std::string withNul = std::string("1000025dfa00c0d") + '\0';
   const std::string rows[] = {"",
                               "0x",
-                              "10000090fa00c0d",
-                              "10000090fa00c0de0",
-                              "0x10000090fa00c0d",
-                              "0x10000090fa00c0de0",
-                              "0x0x90fa00c0de00",
-                              "10000090fa00c0dg",
-                              " 10000090fa00c0de",
-                              "10000090fa00c0de ",
-                              "+10000090fa00c0d",
-                              "-10000090fa00c0d",
-                              "10:00:00:90:fa:00:c0",
-                              "10:00:00:90:fa:00:c0:d",
-                              "10:00:00:90:fa:00:c0:de:",
-                              "10:00:00:90:fa:00:c0-de",
-                              "10.00.00.90.fa.00.c0.de",
-                              "10 00 00 90 fa 00 c0 de",
-                              "1:000:00:90:fa:00:c0:de",
-                              "1::00:00:90:fa:00:c0:de",
-                              "0x10:00:00:90:fa:00:c0:",
-                              "0x10:00:00:90:fa:00:c0:de",
-                              "10:00:00:90:fa:00:c0:+e",
+                              "1000025dfa00c0d",
+                              "1000025dfa00c0de0",
+                              "0x1000025dfa00c0d",
+                              "0x1000025dfa00c0de0",
+                              "0x0x5dfa00c0de00",
+                              "1000025dfa00c0dg",
+                              " 1000025dfa00c0de",
+                              "1000025dfa00c0de ",
+                              "+1000025dfa00c0d",
+                              "-1000025dfa00c0d",
+                              "10:00:02:5d:fa:00:c0",
+                              "10:00:02:5d:fa:00:c0:d",
+                              "10:00:02:5d:fa:00:c0:de:",
+                              "10:00:02:5d:fa:00:c0-de",
+                              "10.00.02.5d.fa.00.c0.de",
+                              "10 00 02 5d fa 00 c0 de",
+                              "1:000:02:5d:fa:00:c0:de",
+                              "1::00:02:5d:fa:00:c0:de",
+                              "0x10:00:02:5d:fa:00:c0:",
+                              "0x10:00:02:5d:fa:00:c0:de",
+                              "10:00:02:5d:fa:00:c0:+e",
                               withNul};
   for (const std::string& text : rows) EXPECT_FALSE(ParseWwn(text)) << text;
 }

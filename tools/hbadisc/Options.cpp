@@ -21,9 +21,9 @@ constexpr char kFooter[] = R"(Options may stand before or after the command.
 
 Examples:
   hbadisc list                            all ports, one line each
-  hbadisc show 10:00:00:90:fa:00:00:01    everything about one port
-  hbadisc targets 0x10000090fa000001 -j   its targets, as JSON
-  hbadisc refresh 10:00:00:90:fa:00:00:01 the port, read once more
+  hbadisc show 10:00:02:5d:fa:00:00:01    everything about one port
+  hbadisc targets 0x1000025dfa000001 -j   its targets, as JSON
+  hbadisc refresh 10:00:02:5d:fa:00:00:01 the port, read once more
   hbadisc watch --interval 10             what changes, until Ctrl-C
   hbadisc hosts add 10.1.2.3              ask that host, too, from now on
   hbadisc list --fabric lab.json          ports described in a fabric file
@@ -32,7 +32,7 @@ Exit codes: 0 all well, 1 failed, 2 wrong usage, 3 only a part could be shown (t
 time limit ran out first), 4 no such port.
 
 The JSON is one object with "format_version" 1; world-wide names are texts like
-"0x10000090fa000001", unknown values are null. NO_COLOR in the environment turns
+"0x1000025dfa000001", unknown values are null. NO_COLOR in the environment turns
 colours off.)";
 
 constexpr char kListFooter[] =
@@ -48,7 +48,7 @@ Examples:
 'hbadisc --help' shows the options that every command has.)";
 
 constexpr char kShowFooter[] = R"(Example:
-  hbadisc show 10:00:00:90:fa:00:00:01
+  hbadisc show 10:00:02:5d:fa:00:00:01
 
 'hbadisc --help' shows the options that every command has.)";
 
@@ -58,7 +58,7 @@ device, FC address and readiness, iSCSI targets with their sessions and connecti
 The targets of NPIV virtual ports follow, port by port.
 
 Example:
-  hbadisc targets 10:00:00:90:fa:00:00:01 -o jsonl | jq .target.wwpn
+  hbadisc targets 10:00:02:5d:fa:00:00:01 -o jsonl | jq .target.wwpn
 
 'hbadisc --help' shows the options that every command has.)";
 
@@ -68,8 +68,8 @@ attributes, targets and vports with commas between; all three when it is not giv
 What cannot be read any more is shown as empty.
 
 Examples:
-  hbadisc refresh 10:00:00:90:fa:00:00:01
-  hbadisc refresh 10:00:00:90:fa:00:00:01 --what targets,vports -j | jq .changed
+  hbadisc refresh 10:00:02:5d:fa:00:00:01
+  hbadisc refresh 10:00:02:5d:fa:00:00:01 --what targets,vports -j | jq .changed
 
 'hbadisc --help' shows the options that every command has.)";
 

@@ -23,10 +23,10 @@ struct Wwn {
 // case, and nothing else.
 std::optional<Wwn> ParseWwn(std::string_view text);
 
-// "0x10000090fa000001", the form of JSON.
+// "0x1000025dfa000001", the form of JSON.
 std::string HexText(const Wwn& wwn);
 
-// "10:00:00:90:fa:00:00:01", the form of tables.
+// "10:00:02:5d:fa:00:00:01", the form of tables.
 std::string ColonText(const Wwn& wwn);
 
 // The name in 8 bytes of a record; none when they are all zero, which says "unknown".
