@@ -17,7 +17,10 @@ class Descriptor {
   ~Descriptor() {
     if (m_Fd >= 0) close(m_Fd);
   }
-  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(m_Fd, other.m_Fd);
+    return *this;
+  }
 
   bool IsOpen() const { return m_Fd >= 0; }
   int Get() const { return m_Fd; }

@@ -86,16 +86,58 @@ bool LockExclusively(const Descriptor& file) {
   return result == 0;
 }
 
-// Opens the temporary file for this writer alone. Its name belongs to whoever holds the lock on the file that
-// bears it: a writer of another process may have moved the file into place while this one waited, and only a
-// file that still bears the name may be emptied. Each turn lost means that another writer has finished.
-Descriptor OpenTemporary(const std::string& path) {
-  for (;;) {
-    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kMode));
-    if (!file.IsOpen() || !LockExclusively(file)) return Descriptor();
-    if (IsNamed(file, path)) return file;
+// The file beside a settings file that takes its place; gone with the object when it has not.
+//
+// Its name belongs to whoever holds the lock on the file that bears it: a writer of another process may have
+// moved the file into place while this one waited, and only a file that still bears the name may be written.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(std::string path) : m_Path(std::move(path)), m_File(Open(m_Path)) {}
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() {
+    if (m_File.IsOpen()) unlink(m_Path.c_str());
   }
-}
+
+  bool IsOpen() const { return m_File.IsOpen(); }
+
+  // On disk before it takes the name, and the name is taken before the lock goes.
+  bool MoveTo(const char* path, std::string_view text) {
+    if (!WriteAll(m_File, text) || fsync(m_File.Get()) != 0 || rename(m_Path.c_str(), path) != 0) return false;
+    m_File = Descriptor();
+    return true;
+  }
+
+ private:
+  static constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW;
+
+  // Always a new file: one that a crashed writer left may have another owner and mode.
+  static Descriptor Open(const std::string& path) {
+    for (;;) {
+      Descriptor file(open(path.c_str(), kFlags | O_CREAT | O_EXCL, kMode));
+      if (!file.IsOpen()) {
+        if (errno == EEXIST && AwaitRemoval(path)) continue;
+        return Descriptor();
+      }
+      if (!LockExclusively(file)) {
+        unlink(path.c_str());
+        return Descriptor();
+      }
+      if (IsNamed(file, path)) return file;
+    }
+  }
+
+  // Waits for the writer who has the file, and removes it if he has left it behind. False when it stays.
+  static bool AwaitRemoval(const std::string& path) {
+    const Descriptor other(open(path.c_str(), kFlags));
+    if (!other.IsOpen()) return errno == ENOENT;
+    if (!LockExclusively(other)) return false;
+    return !IsNamed(other, path) || unlink(path.c_str()) == 0;
+  }
+
+  const std::string m_Path;
+  Descriptor m_File;
+};
 
 // The file's text with every answering piece replaced by the new line, or with that line at its end; nothing
 // when the file cannot be read.
@@ -119,8 +161,11 @@ std::optional<std::string> TextWith(const char* path, const char* key, const cha
 }
 
 int Append(const char* path, const char* key, const char* value) {
+  constexpr int kFlags = O_APPEND | O_CREAT | O_CLOEXEC;
   const CZylLockGuard guard(gs_WriteLock);
-  const Descriptor file(open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kMode));
+  Descriptor file(open(path, O_RDWR | kFlags, kMode));
+  // Who may not read the file may still write it; only an unfinished last line then goes unseen.
+  if (!file.IsOpen() && errno == EACCES) file = Descriptor(open(path, O_WRONLY | kFlags, kMode));
   if (!file.IsOpen()) return kSettingsFileError;
   const std::string separator = EndsInsideLine(file) ? "\n" : "";
   return WriteAll(file, separator + Line(key, value)) ? kSettingsDone : kSettingsFileError;
@@ -129,18 +174,11 @@ int Append(const char* path, const char* key, const char* value) {
 int Replace(const char* path, const char* key, const char* value) {
   const CZylLockGuard guard(gs_WriteLock);
   if (!CreateIfMissing(path)) return kSettingsFileError;
-  const std::string temporaryPath = std::string(path) + ".%";
-  const Descriptor temporary = OpenTemporary(temporaryPath);
+  TemporaryFile temporary(std::string(path) + ".%");
   if (!temporary.IsOpen()) return kSettingsFileError;
   // Read only now, with the temporary file locked: what another writer has just put in place is kept.
   const std::optional<std::string> text = TextWith(path, key, value);
-  // On disk before it takes the name, and the name is taken before the lock goes.
-  if (text && ftruncate(temporary.Get(), 0) == 0 && WriteAll(temporary, *text) && fsync(temporary.Get()) == 0 &&
-      rename(temporaryPath.c_str(), path) == 0) {
-    return kSettingsDone;
-  }
-  unlink(temporaryPath.c_str());
-  return kSettingsFileError;
+  return text && temporary.MoveTo(path, *text) ? kSettingsDone : kSettingsFileError;
 }
 
 using Writer = int (*)(const char* path, const char* key, const char* value);

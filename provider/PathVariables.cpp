@@ -9,7 +9,7 @@
 #define LOG_FILE LOG_DIR "/rm.log"
 #define DUMP_DIR VAR_DIR "/Dump"
 
-char REP_DIR_DEFAULT[256] = VAR_DIR "/repository/";
+char REP_DIR_DEFAULT[256] = VAR_DIR "/repository";
 char DRAXONITE_INSTALL_DIR[256] = INSTALL_DIR;
 char VAR_OPT_PATH[256] = VAR_DIR;
 char DRAXONITE_JRE_DIR[256] = INSTALL_DIR "jre";

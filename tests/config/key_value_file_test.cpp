@@ -137,8 +137,11 @@ TEST_F(KeyValueFile, CreatedAndReplacedFilesHaveModeUnderTheUmask) {
 TEST_F(KeyValueFile, WhatACrashLeftInTheTemporaryFileIsGone) {
   Write("A:1\n");
   std::ofstream(m_TemporaryPath) << "Left:over\nand longer than the new text\n";
+  chmod(m_TemporaryPath.c_str(), 0666);
   EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 0);
   EXPECT_EQ(Read(), "A:2\n");
+  EXPECT_EQ(std::filesystem::status(m_Path).permissions() & std::filesystem::perms::others_all,
+            std::filesystem::perms::none);
 }
 
 TEST_F(KeyValueFile, FailedWritesLeaveTheOldFile) {
