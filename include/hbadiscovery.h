@@ -8,9 +8,9 @@
  *   Optionally HBADisc_RegisterCallBack; then HBADisc_Startup or HBADisc_StartupEx; then any other calls; last
  *   HBADisc_Terminate. Start and stop may be repeated. There is one discovery controller in a process. It is
  *   constructed when the library is loaded, which already reads the discovery settings file, under a lock that
- *   all processes share, and opens the log. The library is never unmapped, and none of its calls may be made in
- *   a child after fork(). Before the start and after the stop there are no ports; hosts files and settings can
- *   be read all the same.
+ *   all processes share and that loading waits for without limit, and opens the log. The library is never
+ * unmapped, and none of its calls may be made in a child after fork(). Before the start and after the stop
+ * there are no ports; hosts files and settings can be read all the same.
  *
  * Results
  *   An int is 1 for yes or done, 0 for no or nothing; of the calls for hosts files and settings, which say so,
@@ -21,7 +21,7 @@
  *   Every record, array and text belongs to the caller, is at least as large as the call says, and is not used
  *   by the library once the call has returned; nothing is to be freed. The registered context is kept, but only
  *   handed back. An array's count is in: room for so many records, out: records written. Output records are
- *   written as a whole, reserved and unused bytes as zeros.
+ *   written as a whole, reserved and unused bytes as zeros or as the adapter's provider gave them.
  *
  * Values
  *   Integers are in host byte order. Names (WWPN, WWNN) are 8 bytes, the most significant first; all zeros is
@@ -29,13 +29,16 @@
  *   to a call end at their NUL.
  *
  * Units and ranges
- *   Intervals are whole seconds, up to 4294967 (49 days). 0 means no periodic cycles, only those that are asked
- *   for; 1 to 4 are too short to be meant: a start takes 90 in their place, a change ignores them. There is no
- *   other default: the caller says the interval, except that HBADisc_Startup takes 90 for remote hosts.
+ *   Intervals are whole seconds, up to 2147483 (24 days); a longer one, up to 4294967, gives no periodic
+ * cycles. 0 means no periodic cycles, only those that are asked for; 1 to 4 are too short to be meant: a start
+ * takes 90 in their place, a change keeps the interval that there is. There is no other default: the caller
+ * says the interval, except that HBADisc_Startup takes 90 for remote hosts.
  *
  * Threads
- *   Every call may be made from any thread, unless it says otherwise. Calls wait for one another only where
- *   that is said here.
+ *   Every call may be made from any thread, unless it says otherwise. Starting and terminating wait for one
+ *   another. HBADisc_Terminate, _PauseDiscovery, _StartDiscoveryCycle, _KillDiscoveryCycle and
+ *   _ChangeOOBDiscoveryInterval may have to wait for a callback that is running: call them with no lock held
+ *   that the callback takes.
  *
  * The enumeration lock
  *   A walk over the ports, from HBADisc_GetFirstHba until HBADisc_GetNextHba gives 0, holds the enumeration
@@ -54,12 +57,13 @@
  *   thread starts or stops discovery. The other control calls never wait in it for a cycle or a thread to
  *   end, as they do elsewhere: they leave their request and return. Nor does HBADisc_GetFirstHba wait there
  *   for a walk of a thread that is in a control call and so may be waiting for this very callback, or while
- *   discovery is being stopped: it gives 0. Adding hosts and the settings calls wait as they do elsewhere. An
- *   exception that leaves the callback is caught. No callback starts after HBADisc_Terminate has returned.
+ *   discovery is being stopped: it gives 0. The calls for hosts files and settings wait as they do elsewhere.
+ * An exception that leaves the callback is caught. No callback starts once HBADisc_Terminate has stopped
+ *   discovery and returned.
  *
  * Signals
- *   Creating a thread, which loading the library already prepares, replaces the application's handler of
- *   SIGALRM by one that does nothing. The library's threads run with all signals blocked.
+ *   Loading the library, and every thread that it makes later, replaces the application's handler of SIGALRM by
+ *   one that does nothing. The library's threads run with all signals blocked.
  */
 #ifndef HBADISCOVERY_H_
 #define HBADISCOVERY_H_
@@ -73,10 +77,7 @@ extern "C" {
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define HBADISC_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
 #else /* C99 has no assertions: an array of negative size does not compile */
-#define HBADISC_JOIN_TEXT(a, b) a##b
-#define HBADISC_JOIN(a, b) HBADISC_JOIN_TEXT(a, b)
-#define HBADISC_STATIC_ASSERT(condition, text) \
-  typedef char HBADISC_JOIN(hbadisc_assertion_, __LINE__)[(condition) ? 1 : -1]
+#define HBADISC_STATIC_ASSERT(condition, text) extern char hbadisc_assertion[(condition) ? 1 : -1]
 #endif
 
 #if defined(__GNUC__)
@@ -135,14 +136,14 @@ typedef struct _RM_ISCSI_TARGET {
   uint8_t flags[4];
 } _RM_ISCSI_TARGET;
 
-/* A CIM host and how to log in there. Texts are NUL-terminated. */
+/* A CIM host and how to log in there. Texts but the password are NUL-terminated. */
 typedef struct CIMCredentials {
   char hostAddress[64];
   uint32_t port;
   char credential1[64];
   char credential2[64];
   char credential3[64];
-  char password[64]; /* scrambled: every byte XOR 0x5C, which also unscrambles it */
+  char password[64]; /* scrambled: every character XOR 0x5C, which makes a backslash a NUL; zeros behind */
 } CIMCredentials;
 
 #endif /* RM_SHARED_RECORDS */
@@ -151,15 +152,17 @@ typedef struct CIMCredentials {
 
 /* Event mask of HBADisc_RegisterCallBack: which callbacks are wanted. */
 enum {
-  HBADISC_EVENT_EVERY_CYCLE = 0x01, /* after every cycle, changed or not */
+  HBADISC_EVENT_EVERY_CYCLE = 0x01, /* after every in-band cycle, and whenever a bit below asks for it */
   HBADISC_EVENT_FORCED = 0x02,      /* after a forced cycle; the first cycle after a start is one */
-  HBADISC_EVENT_CHANGED = 0x04,     /* after a periodic cycle that changed something */
+  HBADISC_EVENT_CHANGED = 0x04,     /* after a periodic cycle, also of remote hosts or slow ports, that changed
+                                       something */
   HBADISC_EVENT_DIRECTED = 0x08     /* after a directed refresh of one port */
 };
 
 /* Reason of a callback, a sum of these. The cycle reasons are 1 to 7: 1 stands in the reason when the event
  * mask has HBADISC_EVENT_EVERY_CYCLE. A directed refresh gives 8, 9, 12 or 13. While a forced cycle lasts,
- * intermediate callbacks come with exactly 20, whatever non-zero event mask there is. */
+ * intermediate callbacks come with exactly 20, whatever non-zero event mask there is: when something changed,
+ * and no sooner than 8 seconds after the one before. */
 enum {
   HBADISC_REASON_EVERY_CYCLE = 0x01,
   HBADISC_REASON_FORCED = 0x02,
@@ -181,9 +184,9 @@ enum {
   HBADISC_FEATURE_ROCE = 0x400
 };
 
-/* Link status: 1 up, 2 down or unknown, in the low byte (physical) and, where there is one, the next
- * (function). This value marks an adapter above its operating temperature; a port in that state is never
- * dropped. */
+/* Link status: 0 not read, 1 up, 2 down or unknown, in the low byte (physical) and, where there is one, the
+ * next (function). This value marks an adapter above its operating temperature; a local port in that state is
+ * never dropped. */
 #define HBADISC_LINK_OVER_TEMPERATURE 0xEE000000u
 
 /* Bits of hba_port_info::modelId that are no part of the number: the port is in target mode; the attributes of
@@ -210,18 +213,18 @@ typedef struct hba_port_info {
 typedef struct hba_discovery_info {
   uint32_t isLocal; /* 1: the port is on this host */
   hba_port_info port;
-  uint32_t foundOnCount; /* remote port: local ports through which it was seen */
-  HBA_NAME foundOn[4];   /* their names; unused slots are zero */
+  uint32_t foundOnCount; /* local ports through which a remote one was seen: not recorded at present, 0 */
+  HBA_NAME foundOn[4];   /* their names: zeros */
   uint32_t targetCount;
   uint32_t targetBindType;
-  uint8_t proxyAddress[8]; /* how a remote port is reached; first byte 0: no proxy. Bytes 4-7 are its IPv4
-                              address */
+  uint8_t proxyAddress[8]; /* how a remote port is reached; first byte 0: no proxy. Of an IPv4 host bytes 2-3
+                              are the port, 4-7 the address; of an IPv6 host it is a number of no meaning */
   uint32_t proxyOnly;      /* 1: reachable only through its proxy */
   uint32_t linkStatus;
 } hba_discovery_info;
 
 /* Where a port sits on its adapter. Which form holds is told by the port: `numbers` when specialFeatures has
- * HBADISC_FEATURE_ISCSI, _NIC, _FCOE or _SUB_ADAPTER, else `vpdPortNumber`. */
+ * HBADISC_FEATURE_ISCSI, _NIC or _FCOE, or _SUB_ADAPTER with an id that is not empty, else `vpdPortNumber`. */
 typedef union hba_port_position {
   struct {
     uint16_t portNumber;
@@ -243,7 +246,8 @@ typedef struct hba_discovery_info_V2 {
 typedef struct hba_discovery_info_V3 {
   hba_discovery_info_V2 base;
   uint32_t hasProxyIpInfo; /* 1: proxyIpInfo is set */
-  _RM_IP_INFO proxyIpInfo; /* management address of the host that reported the port, else zero */
+  _RM_IP_INFO proxyIpInfo; /* management address of the host that reported the port, else zero; of a local FC
+                              or FCoE port 127.0.0.1 when management is secured, and proxyOnly is 1 then, too */
   uint32_t vfCount;        /* SR-IOV virtual functions */
 } hba_discovery_info_V3;
 
@@ -276,7 +280,8 @@ typedef struct discovery_iscsi_names {
 /* A remote host of the hosts file. Both texts are NUL-terminated. */
 typedef struct hbadisc_oob_host {
   char host[48]; /* numeric address; with a port as "10.1.2.3:23333" or "[fe80::1]:23333" */
-  char name[32]; /* the name it reported when it was added, or "*UNKNOWN HOST NAME*" */
+  char name[32]; /* first word of the line's comment: the name it reported when it was added, or
+                    "*UNKNOWN HOST NAME*" */
 } hbadisc_oob_host;
 
 /* Remote hosts; the records follow at offset 8. */
@@ -285,31 +290,52 @@ typedef struct hbadisc_oob_host_list {
   uint32_t padding;
 } hbadisc_oob_host_list;
 
+/* The layout of every record is part of the interface; what stands at offset 0 is left out. */
 /* clang-format off */
-HBADISC_STATIC_ASSERT(sizeof(hba_port_info) == 172, "hba_port_info");
-HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info) == 236 && offsetof(hba_discovery_info, port) == 4 &&
-                      offsetof(hba_discovery_info, foundOnCount) == 176 && offsetof(hba_discovery_info, foundOn) == 180 &&
-                      offsetof(hba_discovery_info, targetCount) == 212 && offsetof(hba_discovery_info, targetBindType) == 216 &&
-                      offsetof(hba_discovery_info, proxyAddress) == 220 && offsetof(hba_discovery_info, proxyOnly) == 228 &&
-                      offsetof(hba_discovery_info, linkStatus) == 232, "hba_discovery_info");
-HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info_V2) == 312 && offsetof(hba_discovery_info_V2, serialNumber) == 236 &&
-                      offsetof(hba_discovery_info_V2, position) == 296 && offsetof(hba_discovery_info_V2, vportCount) == 304 &&
-                      offsetof(hba_discovery_info_V2, specialFeatures) == 308, "hba_discovery_info_V2");
-HBADISC_STATIC_ASSERT(sizeof(hba_discovery_info_V3) == 340 && offsetof(hba_discovery_info_V3, hasProxyIpInfo) == 312 &&
-                      offsetof(hba_discovery_info_V3, proxyIpInfo) == 316 && offsetof(hba_discovery_info_V3, vfCount) == 336,
-                      "hba_discovery_info_V3");
-HBADISC_STATIC_ASSERT(sizeof(system_discovery_info) == 40 && offsetof(system_discovery_info, portCount) == 36,
-                      "system_discovery_info");
-HBADISC_STATIC_ASSERT(sizeof(discovery_vport_info) == 20, "discovery_vport_info");
-HBADISC_STATIC_ASSERT(sizeof(discovery_vf_addrs) == 4, "discovery_vf_addrs");
-HBADISC_STATIC_ASSERT(sizeof(discovery_iscsi_names) == 768, "discovery_iscsi_names");
-HBADISC_STATIC_ASSERT(sizeof(HBA_NAME) == 8 && sizeof(_RM_IP_INFO) == 20 && sizeof(RM_NodeInfoEntry) == 568 &&
-                      sizeof(_RM_ISCSI_TARGET) == 516, "shared records");
-HBADISC_STATIC_ASSERT(sizeof(hbadisc_oob_host) == 80 && offsetof(hbadisc_oob_host, name) == 48, "hbadisc_oob_host");
-HBADISC_STATIC_ASSERT(sizeof(hbadisc_oob_host_list) == 8, "hbadisc_oob_host_list");
-HBADISC_STATIC_ASSERT(sizeof(CIMCredentials) == 324 && offsetof(CIMCredentials, port) == 64 &&
-                      offsetof(CIMCredentials, credential1) == 68 && offsetof(CIMCredentials, password) == 260,
-                      "CIMCredentials");
+#define HBADISC_SIZE(record, size) HBADISC_STATIC_ASSERT(sizeof(record) == (size), #record)
+#define HBADISC_AT(record, field, offset) HBADISC_STATIC_ASSERT(offsetof(record, field) == (offset), #record "." #field)
+HBADISC_SIZE(HBA_NAME, 8);
+HBADISC_SIZE(_RM_IP_INFO, 20); HBADISC_AT(_RM_IP_INFO, port, 16); HBADISC_AT(_RM_IP_INFO, flags, 18);
+HBADISC_AT(_RM_IP_INFO, zero, 19);
+HBADISC_SIZE(RM_NodeInfoEntry, 568); HBADISC_AT(RM_NodeInfoEntry, osDeviceName, 4);
+HBADISC_AT(RM_NodeInfoEntry, bus, 260); HBADISC_AT(RM_NodeInfoEntry, target, 264);
+HBADISC_AT(RM_NodeInfoEntry, lun, 268); HBADISC_AT(RM_NodeInfoEntry, fcAddressId, 272);
+HBADISC_AT(RM_NodeInfoEntry, nodeWwn, 276); HBADISC_AT(RM_NodeInfoEntry, portWwn, 284);
+HBADISC_AT(RM_NodeInfoEntry, padding1, 292); HBADISC_AT(RM_NodeInfoEntry, fcpLun, 296);
+HBADISC_AT(RM_NodeInfoEntry, lunId, 304); HBADISC_AT(RM_NodeInfoEntry, nodeState, 560);
+HBADISC_AT(RM_NodeInfoEntry, padding2, 564);
+HBADISC_SIZE(_RM_ISCSI_TARGET, 516); HBADISC_AT(_RM_ISCSI_TARGET, secondName, 256);
+HBADISC_AT(_RM_ISCSI_TARGET, flags, 512);
+HBADISC_SIZE(CIMCredentials, 324); HBADISC_AT(CIMCredentials, port, 64);
+HBADISC_AT(CIMCredentials, credential1, 68); HBADISC_AT(CIMCredentials, credential2, 132);
+HBADISC_AT(CIMCredentials, credential3, 196); HBADISC_AT(CIMCredentials, password, 260);
+HBADISC_SIZE(hba_port_info, 172); HBADISC_AT(hba_port_info, nodeWwn, 8);
+HBADISC_AT(hba_port_info, fabricName, 16); HBADISC_AT(hba_port_info, modelId, 24);
+HBADISC_AT(hba_port_info, hostName, 28); HBADISC_AT(hba_port_info, manufacturer, 60);
+HBADISC_AT(hba_port_info, model, 92);
+HBADISC_SIZE(hba_discovery_info, 236); HBADISC_AT(hba_discovery_info, port, 4);
+HBADISC_AT(hba_discovery_info, foundOnCount, 176); HBADISC_AT(hba_discovery_info, foundOn, 180);
+HBADISC_AT(hba_discovery_info, targetCount, 212); HBADISC_AT(hba_discovery_info, targetBindType, 216);
+HBADISC_AT(hba_discovery_info, proxyAddress, 220); HBADISC_AT(hba_discovery_info, proxyOnly, 228);
+HBADISC_AT(hba_discovery_info, linkStatus, 232);
+HBADISC_SIZE(hba_port_position, 8); HBADISC_AT(hba_port_position, numbers.functionNumber, 2);
+HBADISC_AT(hba_port_position, numbers.busNumber, 4); HBADISC_AT(hba_port_position, numbers.subAdapter, 6);
+HBADISC_SIZE(hba_discovery_info_V2, 312); HBADISC_AT(hba_discovery_info_V2, serialNumber, 236);
+HBADISC_AT(hba_discovery_info_V2, position, 296); HBADISC_AT(hba_discovery_info_V2, vportCount, 304);
+HBADISC_AT(hba_discovery_info_V2, specialFeatures, 308);
+HBADISC_SIZE(hba_discovery_info_V3, 340); HBADISC_AT(hba_discovery_info_V3, hasProxyIpInfo, 312);
+HBADISC_AT(hba_discovery_info_V3, proxyIpInfo, 316); HBADISC_AT(hba_discovery_info_V3, vfCount, 336);
+HBADISC_SIZE(system_discovery_info, 40); HBADISC_AT(system_discovery_info, systemName, 4);
+HBADISC_AT(system_discovery_info, portCount, 36);
+HBADISC_SIZE(discovery_vport_info, 20); HBADISC_AT(discovery_vport_info, nodeWwn, 8);
+HBADISC_AT(discovery_vport_info, targetCount, 16);
+HBADISC_SIZE(discovery_vf_addrs, 4);
+HBADISC_SIZE(discovery_iscsi_names, 768); HBADISC_AT(discovery_iscsi_names, defaultName, 256);
+HBADISC_AT(discovery_iscsi_names, alias, 512);
+HBADISC_SIZE(hbadisc_oob_host, 80); HBADISC_AT(hbadisc_oob_host, name, 48);
+HBADISC_SIZE(hbadisc_oob_host_list, 8); HBADISC_AT(hbadisc_oob_host_list, padding, 4);
+#undef HBADISC_AT
+#undef HBADISC_SIZE
 /* clang-format on */
 
 /* ---- Life cycle and control ---- */
@@ -318,8 +344,9 @@ HBADISC_STATIC_ASSERT(sizeof(CIMCredentials) == 324 && offsetof(CIMCredentials, 
 typedef void (*HBADisc_CallBack)(unsigned int reason, void* context);
 
 /* Starts discovery: threads, and the first cycle, which is a forced one, at once. `interval` is the time
- * between in-band cycles. While discovery is started, a further call does not restart it. A failure is not
- * reported: without memory or threads no cycle comes, and no callback. */
+ * between in-band cycles. While discovery is started, a further call does not restart it; it only makes room
+ * for one more directed refresh. A failure is not reported: without memory or threads no cycle comes, and no
+ * callback. */
 HBADISC_API void HBADisc_Startup(unsigned int interval);
 
 /* As HBADisc_Startup, with the interval of remote hosts: 0 for forced cycles only, HBADISC_NO_OOB_DISCOVERY for
@@ -327,45 +354,52 @@ HBADISC_API void HBADisc_Startup(unsigned int interval);
  * tries ports again that did not answer in a cycle. */
 HBADISC_API void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly);
 
-/* Stops discovery and frees what it found. Waits up to 10 seconds for a running cycle, then for the provider
- * call that the discovery thread itself or a directed refresh is in, never for a worker's; and for a callback
- * that is running. Does nothing but free the snapshots when discovery is not started or is paused. */
+/* Stops discovery and frees what it found. Waits up to 5 seconds for a running cycle of remote hosts and up to
+ * 10 more for one here, then for the provider call that the discovery thread itself or a directed refresh is
+ * in, never for a worker's; and for a callback that is running. Takes some seconds at any time. Does nothing
+ * but free the snapshots when discovery is not started or is paused: end a pause first. */
 HBADISC_API void HBADisc_Terminate(void);
 
 /* Replaces callback, event mask (HBADISC_EVENT_ bits, 0: none) and context, at any time. A null callback ends
  * them. Does not wait for a callback that is running, which may still use the context it was given. */
 HBADISC_API void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned int eventMask, void* context);
 
-/* Kills a running cycle, waits, without limit, until it has stopped, and runs no more periodic ones.
- * HBADisc_StartDiscoveryCycle ends the pause. What was found stays. */
+/* Kills a running cycle, waits, without limit, until it has stopped, and runs no more periodic ones and no slow
+ * discovery. A forced cycle that was asked for before still runs, without a callback. What was found stays.
+ * HBADisc_StartDiscoveryCycle ends the pause, that of slow discovery HBADisc_ChangeDiscoveryInterval. */
 HBADISC_API void HBADisc_PauseDiscovery(void);
 
 /* Starts a full cycle, here and for remote hosts, after killing a periodic one that runs and waiting until that
- * has stopped. Does not wait for the cycle's end, which the callback reports with HBADISC_REASON_FORCED.
- * 1: started; 0: a forced cycle is running already. */
+ * has stopped. While a directed refresh is pending it waits, without limit, for that instead: for the cycle
+ * that runs, the refresh and its callback. Does not wait for the cycle's end, which the callback reports with
+ * HBADISC_REASON_FORCED. 1: started; 0: a forced cycle is running or has been asked for. While discovery is not
+ * started nothing starts, whatever the result. */
 HBADISC_API int HBADisc_StartDiscoveryCycle(void);
 
 /* Has one known port read again, without a cycle. `what` is a sum of HBADISC_REFRESH_ bits; 0 means all three.
- * What is asked for and cannot be read becomes empty. Does not wait for it.
- * 1: accepted, the callback with HBADISC_REASON_DIRECTED follows, after a running cycle has ended; 0: the port
- * is not known, discovery is not started, or an earlier request is still being worked on. No cycle starts while
- * a port is read again. */
+ * Targets and virtual ports that cannot be read become none, attributes empty, but for model id, link status
+ * and special features. Does not wait for it. 1: accepted, the callback with HBADISC_REASON_DIRECTED follows,
+ * when its mask asks for that, after a running cycle has ended; 0: the port is not known, discovery is not
+ * started, or an earlier request is still being worked on. No cycle starts while a port is read again. */
 HBADISC_API int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what);
 
 /* 1 while an in-band cycle runs; 0 inside the callback that ends it. Never waits. */
 HBADISC_API int HBADisc_InDiscoveryCycle(void);
 
-/* Ends a running cycle, here and of remote hosts, without merging its results or calling back; waits, without
- * limit, until it has stopped. */
+/* Ends a running cycle, here and of remote hosts, and drops what it has not merged yet; waits, without limit,
+ * until it has stopped. A callback may still be running or come: that of a cycle which has just ended, or of a
+ * forced one that only waited for remote hosts. */
 HBADISC_API void HBADisc_KillDiscoveryCycle(void);
 
-/* Changes the interval of in-band cycles: 0 means only when asked; 1 to 4 are ignored. Another than 0 starts a
- * cycle when none runs, unless discovery is paused. */
+/* Changes the interval of in-band cycles: 0 means only when asked; 1 to 4 are ignored. Any other value starts a
+ * cycle when none runs, unless discovery is paused. Slow discovery follows: 0 pauses it, any other interval
+ * lets it go on, every 2.5 intervals, but no more often than DISCO_SLOW_INTERVAL says, or every 60 seconds. */
 HBADISC_API void HBADisc_ChangeDiscoveryInterval(unsigned int interval);
 
-/* Changes the interval of remote hosts. 1 to 4 leave it as it was. Another than 0 starts a cycle when none
- * runs, unless discovery is paused. 0 pauses, after killing a cycle that runs and waiting until it has stopped;
- * then only a forced cycle goes on with remote hosts. Nothing when remote hosts are not discovered. */
+/* Changes the interval of remote hosts. 1 to 4 leave it as it was. Any value but 0 starts a cycle when none
+ * runs, unless discovery of remote hosts is paused. 0 pauses it, after killing a cycle that runs and waiting
+ * until it has stopped; the interval stays, and only HBADisc_StartDiscoveryCycle ends that pause. Nothing when
+ * remote hosts are not discovered. */
 HBADISC_API void HBADisc_ChangeOOBDiscoveryInterval(unsigned int interval);
 
 /* ---- Reading the ports ---- */
@@ -378,28 +412,31 @@ HBADISC_API int HBADisc_GetFirstHbaV2(hba_discovery_info_V2* info);
 HBADISC_API int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info);
 
 /* Fills the next port's record and returns 1; at the end drops the snapshot, frees the lock, leaves the record
- * as it was and returns 0. 0 also without a walk. */
+ * as it was and returns 0. Without a walk it returns 0 and drops the snapshot of the queries. On another thread
+ * than the walker's it goes on with that walk, and whoever reaches the end frees the lock. */
 HBADISC_API int HBADisc_GetNextHba(hba_discovery_info* info);
 HBADISC_API int HBADisc_GetNextHbaV2(hba_discovery_info_V2* info);
 HBADISC_API int HBADisc_GetNextHbaV3(hba_discovery_info_V3* info);
 
 /* Systems with their ports, from a snapshot of their own, without the enumeration lock: for one thread at a
  * time. `info` needs 40 bytes and 236 more for each port of the system. The first call returns the number of
- * systems, the next one 1; 0 at the end. Ports are not grouped by system at present: the number is always 0. */
+ * systems, the next ones 1, and 0 at the end. Ports are not grouped by system at present: the number is always
+ * 0. */
 HBADISC_API int HBADisc_GetFirstSystem(system_discovery_info* info);
 HBADISC_API int HBADisc_GetNextSystem(system_discovery_info* info);
 
 /* Per-port queries. During a walk they know only the port that the walk stands on; otherwise every port of the
- * snapshot, which a query takes when there is none and which stays until the next walk ends, or discovery is
- * terminated. None waits for the enumeration lock or an adapter.
+ * snapshot, which a query takes when there is none and which stays, outdated or not, until a walk begins or
+ * ends, HBADisc_GetNextHba is called, or discovery is terminated. None waits for the enumeration lock or an
+ * adapter.
  *
  * The first four fill at most *count records and set *count to the number filled. They return how many did not
  * fit, 0 when all did: ask with *count 0 and a null array for the number. They return 0 also for a port that is
  * not known, and then leave *count as it was; it becomes 0 when there is no picture at all, and for a virtual
  * port that is not known. A null count gives 0, as does a null array with a *count that is not 0. */
 
-/* Targets, 568 bytes each. For an iSCSI port the first
- * 516 bytes of each hold an _RM_ISCSI_TARGET. Both calls do the same. */
+/* Targets, 568 bytes each; of a virtual port without bind type and LUN id. For an iSCSI port the first 516
+ * bytes of each hold an _RM_ISCSI_TARGET. Both calls do the same. */
 HBADISC_API int HBADisc_GetTargetMappings(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count);
 HBADISC_API int HBADisc_GetiSCSITargets(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count);
 
@@ -408,9 +445,9 @@ HBADISC_API int HBADisc_GetVPorts(HBA_NAME wwpn, discovery_vport_info* vports, u
 HBADISC_API int HBADisc_GetVPortTargets(HBA_NAME wwpn, HBA_NAME vportWwpn, RM_NodeInfoEntry* targets,
                                         unsigned int* count);
 
-/* Addresses of the SR-IOV virtual functions. `addresses` is 4 bytes, `count` of which says in: for how many
- * there is room, and 8 more for each. 0: copied, `count` says how many; 1: too little room, the number needed
- * is in `count` and nothing was copied; 2: the port is not known, or null. */
+/* Addresses of the SR-IOV virtual functions. `addresses` is 4 bytes and 8 more for each address; `count` says
+ * for how many there is room. 0: copied, `count` says how many; 1: too little room, the number needed is in
+ * `count` and nothing was copied; 2: the port is not known, or null. */
 HBADISC_API int HBADisc_GetVirtualFunctionAddrs(HBA_NAME wwpn, discovery_vf_addrs* addresses);
 
 /* Fills the names, at most 255 characters each, and returns 1; zeroes the record and returns 0 for a port that
@@ -420,20 +457,23 @@ HBADISC_API int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* name
 /* ---- Remote hosts ---- */
 /* Remote hosts are kept in the file hbahosts.lst of the install directory, one per line, and asked for their
  * ports in every cycle of remote discovery; CIM hosts in zylhbacimhosts.so there, which the management
- * application writes. Both are read and written under a lock that all processes share. Adding and removing need
- * started discovery with remote hosts (see HBADisc_StartupEx); the other calls do not. */
+ * application writes. Changes, and the reading of the hosts by a cycle, are made under a lock that all
+ * processes share; the calls that list or count take none and may miss a line that is being written. Adding and
+ * removing need started discovery with remote hosts (see HBADisc_StartupEx); the other calls do not. */
 
 /* Asks a host for its ports and its name, and appends it to the hosts file; takes as long as the host takes to
  * answer. `host` is an address, with or without a port of 1024 to 65535: "10.1.2.3", "10.1.2.3:23333",
- * "fe80::1", "[fe80::1]:23333", or a name in place of the address. At most 128 characters count. A host without
- * a port is asked on the port of the discovery settings.
+ * "fe80::1", "[fe80::1]:23333", or a name in place of the address. At most 128 characters count. What is
+ * written is the numeric address, and the port when one was given; without one, or with 1024 or 65535, the host
+ * is asked on the port of the discovery settings.
  *
  *    0  added; also "0.0.0.0" and "255.255.255.255", which do nothing
- *   -1  refused: null, a bad text or port, no such name, no memory, or remote discovery does not run
+ *   -1  refused: null, a bad text or port, no such name, no memory, or remote discovery does not run, as when
+ *       the port of the discovery settings is below 1024
  *    1  there is no remote discovery at all
  *    2  the host did not answer, has no port, or reported no name; nothing was written
  *   -2  the file could not be written
- *   -3  the host is in the file already; the port does not count
+ *   -3  the host is in the file already, with whatever port; not noticed for an IPv6 address with a port
  *   -4  it is this host
  */
 HBADISC_API int HBADisc_AddOOBHostA(const char* host);
@@ -472,12 +512,13 @@ HBADISC_API int HBADisc_UpdateCimEntries(void);
 
 /* ---- Settings ---- */
 /* Settings files are lines of a key, a colon and a value. A line answers for every key that begins with the
- * line's key; the first such line wins. Statuses: 0 done, 193 no value or output buffer (null, or of no size),
- * 199 key not found or null, 200 file error or no path. Files are created with mode 0660, and a rewritten file
- * ends with that mode. */
+ * line's key; the first such line wins. A line counts up to its 254th character; what is behind is a line of
+ * its own. Statuses: 0 done, 193 no value or output buffer (null, or of no size), 199 key not found or null,
+ * 200 file error or no path. Files are created with mode 0660, less the umask, and a rewritten file ends with
+ * that mode. A rewrite waits for another one of the same file. */
 
 /* Copies at most size - 1 characters of the key's value and fills the rest of the buffer with NULs; "" when
- * there is no value. */
+ * there is no value, no such key, or a null path or key. */
 HBADISC_API int getKeyValue(const char* path, const char* key, char* value, int size);
 
 /* Appends a line, also when the key is present. */
@@ -487,13 +528,17 @@ HBADISC_API int setKeyValue(const char* path, const char* key, const char* value
 HBADISC_API int replaceKeyValue(const char* path, const char* key, const char* value);
 
 /* Take and give back the lock of the discovery settings file, which is shared between processes; 0 or -1. The
- * lock nests on one thread. Waits without limit for another holder. */
+ * lock nests on one thread. Waits without limit for another holder. Given back on a thread that does not hold
+ * it, it is taken from its holder. Failures of the lock, also inside other calls, are told on standard output.
+ */
 HBADISC_API int LockFile(void);
 HBADISC_API int UnlockFile(void);
 
 /* The discovery settings file, /etc/varnix/quorbench/varnixDiscConfig, under its lock. A missing or empty
  * integer key leaves *out as it was; a missing text gives "". Integers may be decimal, 0x hexadecimal or 0
- * octal. The result is 0 unless the lock could not be taken or given back. */
+ * octal; another text is 0. A value takes the place of another; where the key had none, a line is appended,
+ * behind the empty one that readers go on seeing. The result is 0 unless the lock could not be taken or given
+ * back, also when the file could not be written. */
 HBADISC_API int getDiscConfigIntValue(int* out, const char* key);
 HBADISC_API int getDiscConfigStrValue(char* out, unsigned int size, const char* key);
 HBADISC_API int setDiscConfigIntValue(int value, const char* key);
@@ -503,8 +548,9 @@ HBADISC_API int setDiscConfigStrValue(const char* value, const char* key);
 HBADISC_API int zyl_usleep(unsigned int microseconds);
 
 /* The management settings file, /etc/varnix/quorbench/varnixRMConfig: where the management suite is installed,
- * and which host manages this one. These calls take no lock; the file is replaced in one step by whoever
- * rewrites it. 0, or 200 with a message in the provider's log; a null pointer is 200 without one.
+ * and which host manages this one. These calls take no lock that is shared between processes; the file is
+ * replaced in one step by whoever rewrites it. 0, or 200 with a message in the provider's log; a null pointer
+ * is 200 without one.
  *
  * The getters create a missing file, empty. A setting without a line is an error. A line with nothing behind
  * the colon gives the default, and the getter appends a line with it; readers go on seeing the empty line, so
@@ -566,7 +612,8 @@ HBADISC_API int IsReadOnlyFS(void);
 
 /* Splits a path into three texts that give it again: `directory` to the last "/" and with it, `extension` from
  * the last "." behind that and with it, also when the name begins with it, and `name` between. What is missing
- * is "". Each buffer needs room for the whole path and must not overlap it; null ones are skipped. */
+ * is "", all three for a null path. Each buffer needs room for the whole path and its NUL and must not overlap
+ * it; null ones are skipped. */
 HBADISC_API void splitpath(const char* path, char* directory, char* name, char* extension);
 
 #ifdef __cplusplus
