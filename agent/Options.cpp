@@ -9,7 +9,7 @@ using provider::NetAddress;
 
 namespace {
 
-constexpr char kVersion[] = "hbadisc-agent (Draxonite Discovery) 14.0.326.24";
+constexpr char kVersion[] = "hbadisc-agent (Draxonite Discovery) " HBADISC_VERSION;
 constexpr char kAbout[] =
     "Answers remote discovery's questions about this machine's adapter ports, over HTTP, read-only.";
 

@@ -12,7 +12,7 @@ namespace hbadisc {
 
 namespace {
 
-constexpr char kVersion[] = "hbadisc (Draxonite Discovery) 14.0.326.24";
+constexpr char kVersion[] = "hbadisc (Draxonite Discovery) " HBADISC_VERSION;
 
 constexpr char kDescription[] =
     "Finds the Fibre Channel, FCoE, iSCSI, NIC and RoCE ports of this host and of remote hosts.\n";

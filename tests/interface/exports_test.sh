@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# exports_test.sh LIBRARY INCLUDE_FOLDER CC CXX - the header and the library agree: what it declares is exported, what is
+# exported it declares, and a program in C99, C11 or C++17 compiles it without a warning and links every call.
+set -euo pipefail
+library=$1 include=$2 cc=$3 cxx=$4
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+# Declarations, whatever their line breaks: HBADISC_API leaves its mark in the preprocessed text.
+"$cc" -std=c99 -E -P "$include/hbadiscovery.h" | tr '\n' ' ' | tr ';' '\n' |
+  sed -n 's/.*visibility("default")[^(]*[ *]\([A-Za-z_][A-Za-z_0-9]*\) *(.*/\1/p' | sort >"$scratch/declared"
+nm -D --defined-only "$library" | awk '$2 ~ /[A-Z]/ && $2 != "A" { print $3 }' | sort >"$scratch/symbols"
+sed 's/@.*//' "$scratch/symbols" >"$scratch/exported"
+
+if ! diff -u --label declared "$scratch/declared" --label exported "$scratch/exported"; then
+  echo "the header and the exported symbols differ" >&2
+  exit 1
+fi
+if grep -v '@@HBADISCOVERY_14$' "$scratch/symbols"; then
+  echo "not in the version node HBADISCOVERY_14" >&2
+  exit 1
+fi
+readelf -d "$library" | grep -q 'SONAME.*\[libhbadiscovery\.so\.14\]' || { echo "wrong soname" >&2; exit 1; }
+
+{
+  cat <<'END'
+#include <hbadiscovery.h>
+#include <stdio.h>
+typedef void (*Call)(void);
+static Call const kCalls[] = {
+END
+  sed 's/.*/(Call)&,/' "$scratch/declared"
+  # One is called, too: linking alone would not show that the library can be loaded.
+  cat <<'END'
+};
+int main(void) {
+  printf("%u %d\n", (unsigned)(sizeof kCalls / sizeof *kCalls), HBADisc_InDiscoveryCycle());
+  return 0;
+}
+END
+} >"$scratch/all.c"
+cp "$scratch/all.c" "$scratch/all.cpp"
+
+# The library's own folder, for what it links to.
+libs=("$library" "-Wl,-rpath,$(dirname "$library")")
+warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -Wno-cast-function-type)
+count=$(wc -l <"$scratch/declared")
+for standard in c99 c11 c++17; do
+  case $standard in
+    c++*) "$cxx" -std="$standard" "${warnings[@]}" -I"$include" "$scratch/all.cpp" "${libs[@]}" -o "$scratch/all" ;;
+    *) "$cc" -std="$standard" "${warnings[@]}" -I"$include" "$scratch/all.c" "${libs[@]}" -o "$scratch/all" ;;
+  esac
+  answer=$("$scratch/all")
+  [[ $answer == "$count 0" ]] || { echo "$standard: expected \"$count 0\", got \"$answer\"" >&2; exit 1; }
+done
+echo "$count calls"
