@@ -1,5 +1,4 @@
-// The lock around the settings file, with a semaphore that does what the test says. The accessors are called
-// only where they must not write the machine's settings file.
+// The lock around the settings file, with a semaphore that does what the test says.
 #include "config/DiscConfig.h"
 
 #include <gtest/gtest.h>
@@ -154,14 +153,17 @@ TEST_F(DiscConfig, ALockThatFailsIsToldAndTouchesNothing) {
 
 TEST_F(DiscConfig, AnUnlockThatFailsIsTold) {
   gs_Semaphore.failRelease = true;
+  const auto expected = [](const std::string& function) {
+    return "\n: Error: UnLockFile: sem release failed\n\n  ERROR: " + function + ":  UnlockFile failed\n";
+  };
   int number = 7;
   char text[8] = "old";
-  EXPECT_EQ(
-      OutputOf([&] { EXPECT_GT(getDiscConfigIntValue(&number, "NO_SUCH_KEY"), 0); }),
-      "\n: Error: UnLockFile: sem release failed\n\n  ERROR: getDiscConfigIntValue:  UnlockFile failed\n");
-  EXPECT_EQ(
-      OutputOf([&] { EXPECT_GT(getDiscConfigStrValue(text, sizeof text, "NO_SUCH_KEY"), 0); }),
-      "\n: Error: UnLockFile: sem release failed\n\n  ERROR: getDiscConfigStrValue:  UnlockFile failed\n");
+  EXPECT_EQ(OutputOf([&] { EXPECT_GT(getDiscConfigIntValue(&number, "NO_SUCH_KEY"), 0); }),
+            expected("getDiscConfigIntValue"));
+  EXPECT_EQ(OutputOf([&] { EXPECT_GT(getDiscConfigStrValue(text, sizeof text, "NO_SUCH_KEY"), 0); }),
+            expected("getDiscConfigStrValue"));
+  EXPECT_EQ(OutputOf([] { EXPECT_GT(setDiscConfigIntValue(1, "A"), 0); }), expected("setDiscConfigIntValue"));
+  EXPECT_EQ(OutputOf([] { EXPECT_GT(setDiscConfigStrValue("1", "A"), 0); }), expected("setDiscConfigStrValue"));
   gs_Semaphore.failRelease = false;
 }
 

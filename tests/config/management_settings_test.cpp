@@ -53,8 +53,8 @@ void Write(const string& text, const fs::path& path = kPath) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
-string Read() {
-  std::ifstream file(kPath, std::ios::binary);
+string Read(const fs::path& path = kPath) {
+  std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -336,11 +336,15 @@ TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
   EXPECT_EQ(getTcpPortNumber(&port), 178);
   EXPECT_EQ(port, 23333);
   EXPECT_EQ(Logged(), "\ngetTcpPortNumber: error on OPEN of " + kDiscPath.string() + " file.\n");
+  const string word = "TcpSocketPortNumber";
   const struct {
-    const char* settings;
+    string settings;
     int status, port;
   } rows[] = {
       {"DISCO_LOG_MODE:1\n", 199, 23333},
+      // A line is read in pieces of 255 characters, and the word counts where it is whole.
+      {string(255 - word.size(), 'x') + word + ":2000\n", 0, 23333},
+      {string(256 - word.size(), 'x') + word + ":2000\n", 199, 23333},
       {"TcpSocketPortNumber:0x5000\n", 0, 20480},
       {"TcpSocketPortNumber:02000", 0, 1024},
       {"::# TcpSocketPortNumber:: 2000 or so:3000\n", 0, 2000},
@@ -357,6 +361,37 @@ TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
     EXPECT_EQ(getTcpPortNumber(&port), row.status) << row.settings;
     EXPECT_EQ(port, row.port) << row.settings;
     EXPECT_EQ(Logged() == "Port number must be greater than 1023 and less than 65536.\n", row.status == 107);
+  }
+}
+
+TEST_F(ManagementSettings, DiscoverySettingsAreReadAndWritten) {
+  const struct {
+    const char* value;
+    int number;
+  } numbers[] = {{"16", 16}, {"0x10", 16}, {"010", 8}, {"-3", -3}, {"abc", 0}, {"", 7}};
+  for (const auto& row : numbers) {
+    Write(string("Number:") + row.value + "\n", kDiscPath);
+    int number = 7;
+    EXPECT_EQ(getDiscConfigIntValue(&number, "Number"), 0) << row.value;
+    EXPECT_EQ(number, row.number) << row.value;
+  }
+
+  const struct {
+    const char* what;
+    const char* before;
+    const char* after;
+  } rows[] = {
+      {"in its place", "A:1\nKey:old\nB:2\n", "A:1\nKey:5\nB:2\n"},
+      {"a new key", "A:1\n", "A:1\nKey:5\n"},
+      {"without a value: behind it, unseen", "Key:\nA:1\n", "Key:\nA:1\nKey:5\n"},
+  };
+  for (const auto& row : rows) {
+    Write(row.before, kDiscPath);
+    EXPECT_EQ(setDiscConfigIntValue(5, "Key"), 0) << row.what;
+    EXPECT_EQ(Read(kDiscPath), row.after) << row.what;
+    Write(row.before, kDiscPath);
+    EXPECT_EQ(setDiscConfigStrValue("5", "Key"), 0) << row.what;
+    EXPECT_EQ(Read(kDiscPath), row.after) << row.what;
   }
 }
 
