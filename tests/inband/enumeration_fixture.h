@@ -4,21 +4,18 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
 
-#include "discovery/HbaDiscoveryListKey.h"
 #include "inband/LocalHbaInfo.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/scripted_provider.h"
 
-constexpr std::uint64_t kPort = 0x1000025DC9000000;    // + board number
-constexpr std::uint64_t kTarget = 0x5000000000000000;  // + number
-
 class Enumeration : public testing::Test {
  protected:
+  using List = std::vector<std::uint64_t>;
+
   Enumeration() {
     // The names known behind local ports outlive a cycle, and so a test.
     CDiscoWWPNListGuard guard(CPortInfo::m_AllDiscoPorts);
@@ -44,31 +41,14 @@ class Enumeration : public testing::Test {
     m_Current->MergeLists(m_New.get(), 1, 1);
   }
 
-  // A copy of the listed port, or a port of name 0.
-  static CHbaEntry Listed(const std::shared_ptr<CHbaList>& list, std::uint64_t wwpn) {
-    CHbaListGuard guard(*list);
-    const CHbaEntry* entry = list->FindEntry(Name(wwpn).wwn);
-    return entry == nullptr ? CHbaEntry() : *entry;
-  }
-  static void Change(const std::shared_ptr<CHbaList>& list, std::uint64_t wwpn,
-                     const std::function<void(CHbaEntry&)>& change) {
-    CHbaListGuard guard(*list);
-    CHbaEntry* entry = list->FindEntry(Name(wwpn).wwn);
+  void ChangeListed(std::uint64_t wwpn, const std::function<void(CHbaEntry&)>& change) {
+    CHbaListGuard guard(*m_Current);
+    CHbaEntry* entry = m_Current->FindEntry(Name(wwpn).wwn);
     ASSERT_NE(entry, nullptr);
     change(*entry);
   }
-  std::vector<std::uint64_t> ToVisit() const { return Names(m_Ports.GetDiscoPortsList()); }
-  static std::vector<std::uint64_t> Names(const std::shared_ptr<CHbaList>& list) {
-    std::vector<std::uint64_t> names;
-    if (list == nullptr) return names;
-    CHbaListGuard guard(*list);
-    for (const CHbaEntry* entry = list->GetFirstEntry(); entry != nullptr; entry = list->GetNextEntry()) {
-      names.push_back(WwpnKey(entry->GetHbaInfo()->portWwn));
-    }
-    return names;
-  }
-
-  using List = std::vector<std::uint64_t>;
+  CHbaEntry ListedPort(std::uint64_t wwpn) { return Listed(*m_Current, wwpn); }
+  List ToVisit() const { return Names(*m_Ports.GetDiscoPortsList()); }
 
   RecordedLog m_Log;
   ScriptedProvider m_Provider;

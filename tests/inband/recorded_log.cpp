@@ -2,35 +2,9 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <utility>
 
 #include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscoveryListKey.h"
-
-RecordedLog* RecordedLog::s_Current = nullptr;
-
-void RecordedLog::Add(Line line) {
-  const std::lock_guard guard(m_Lock);
-  m_Lines.push_back(std::move(line));
-}
-
-std::vector<RecordedLog::Line> RecordedLog::Lines() const {
-  const std::lock_guard guard(m_Lock);
-  return m_Lines;
-}
-
-int RecordedLog::Count(const std::string& text) const {
-  int count = 0;
-  for (const Line& line : Lines()) count += line.text == text ? 1 : 0;
-  return count;
-}
-
-RecordedLog::Line RecordedLog::Find(const std::string& beginning) const {
-  for (Line& line : Lines()) {
-    if (line.text.starts_with(beginning)) return line;
-  }
-  return {0, 0, ""};
-}
 
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {
   char text[1024];

@@ -1,10 +1,14 @@
 // Stands in for the discovery log and keeps its lines.
+//
+// Thread safety: any thread, while one exists.
 #ifndef TESTS_INBAND_RECORDED_LOG_H_
 #define TESTS_INBAND_RECORDED_LOG_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 class RecordedLog {
@@ -13,6 +17,8 @@ class RecordedLog {
     unsigned int mask;
     std::uint64_t wwn;  // 0 when the line has no prefix
     std::string text;
+
+    bool operator==(const Line&) const = default;
   };
 
   RecordedLog() { s_Current = this; }
@@ -20,15 +26,35 @@ class RecordedLog {
   RecordedLog(const RecordedLog&) = delete;
   RecordedLog& operator=(const RecordedLog&) = delete;
 
-  void Add(Line line);
-  std::vector<Line> Lines() const;
+  void Add(Line line) {
+    const std::lock_guard guard(m_Lock);
+    m_Lines.push_back(std::move(line));
+  }
+  std::vector<Line> Lines() const {
+    const std::lock_guard guard(m_Lock);
+    return m_Lines;
+  }
+  // The lines since the last call.
+  std::vector<Line> Take() {
+    const std::lock_guard guard(m_Lock);
+    return std::exchange(m_Lines, {});
+  }
 
   // Lines of exactly this text.
-  int Count(const std::string& text) const;
+  int Count(const std::string& text) const {
+    const std::vector<Line> lines = Lines();
+    return static_cast<int>(
+        std::count_if(lines.begin(), lines.end(), [&](const Line& line) { return line.text == text; }));
+  }
   // The first line that begins so; a line of mask 0 when there is none.
-  Line Find(const std::string& beginning) const;
+  Line Find(const std::string& beginning) const {
+    for (Line& line : Lines()) {
+      if (line.text.starts_with(beginning)) return line;
+    }
+    return {0, 0, ""};
+  }
 
-  static RecordedLog* s_Current;
+  static inline RecordedLog* s_Current = nullptr;
 
  private:
   mutable std::mutex m_Lock;

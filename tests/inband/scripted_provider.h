@@ -12,17 +12,11 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rmapi/rmapi.h"
-
-HBA_NAME Name(std::uint64_t wwn);
-
-// Builders of records; a node exists and is ready unless told otherwise.
-RM_NodeInfoEntry Node(std::uint64_t wwpn, std::uint32_t state = RM_NODE_EXISTS | RM_NODE_READY);
-_RM_ISCSI_TARGET ISCSITarget(const std::string& name, std::uint8_t flags = 0);
-RM_VPortTargetEntry VPortTarget(std::uint64_t wwpn);
-HBA_info_v4 Info(std::uint64_t wwpn, std::uint32_t features = 0);
+#include "tests/inband/samples.h"
 
 struct Attribute {
   std::uint32_t type = RM_ATTRIBUTE_U32;
@@ -33,6 +27,7 @@ struct Attribute {
   static Attribute Number(std::uint32_t number);
   static Attribute Wwn(std::uint64_t wwn);
 };
+using Attributes = std::map<unsigned int, Attribute>;
 
 struct ScriptedVPort {
   std::uint64_t wwpn = 0;
@@ -41,7 +36,7 @@ struct ScriptedVPort {
 };
 
 struct ScriptedPort {
-  std::map<unsigned int, Attribute> attributes;
+  Attributes attributes;
   std::vector<RM_NodeInfoEntry> nodes;
   std::vector<ScriptedVPort> vports;
   std::vector<_RM_ISCSI_TARGET> iscsiTargets;
@@ -75,38 +70,47 @@ class ScriptedProvider {
   std::map<std::uint64_t, ScriptedPort> ports;
   std::set<std::uint64_t> varnixPorts;
   bool isCimHost = false;
-  bool overfullIsSuccess = false;        // too little room for nodes answers 0
   std::optional<unsigned int> usedSize;  // of an attribute buffer, when not the truth
-  std::string adapterType = "model by number";
 
-  ScriptedBoard& AddBoard(const HBA_info_v4& info);
+  ScriptedBoard& AddBoard(const HBA_info_v4& info) {
+    return boards.emplace_back(ScriptedBoard{100 + static_cast<unsigned int>(boards.size()), 1, info});
+  }
 
   // ---- Faults, by the name of the call ----
-  void Script(const std::string& call, std::vector<Step> steps);
+  void Script(const std::string& call, const std::vector<Step>& steps);  // and counts its calls anew
   // Runs at the start of each such call, on the calling thread.
-  void OnCall(const std::string& call, std::function<void()> action);
+  void OnCall(const std::string& call, std::function<void()> action) {
+    const std::lock_guard guard(m_Lock);
+    m_Calls[call].action = std::move(action);
+  }
 
   // ---- What was asked ----
-  int Calls(const std::string& call) const;
-  std::vector<std::uint32_t> Rooms(const std::string& call) const;
-  std::set<unsigned int> LookedUp() const;  // attribute numbers
+  int Calls(const std::string& call) { return static_cast<int>(Rooms(call).size()); }
+  std::vector<std::uint32_t> Rooms(const std::string& call) {
+    const std::lock_guard guard(m_Lock);
+    return m_Calls[call].rooms;
+  }
   std::atomic<std::uint64_t> lastProxy{0};
   std::atomic<int> lastRefresh{-1};
   std::atomic<unsigned int> lastModelId{0};
 
   // ---- For the doubles ----
-  std::optional<Step> Enter(const std::string& call, std::optional<std::uint32_t> room = {});
+  std::optional<Step> Enter(const std::string& call, std::uint32_t room = 0);
+  int Status(const std::string& call) { return Enter(call).value_or(Step{}).status; }
   const ScriptedPort& PortOf(const unsigned char* wwn) const;
-  void NoteLookUp(unsigned int id);
-  static ScriptedProvider* s_Current;
+  static inline ScriptedProvider* s_Current = nullptr;
 
  private:
-  mutable std::mutex m_Lock;
-  std::map<std::string, std::deque<Step>> m_Steps;
-  std::map<std::string, std::function<void()>> m_Actions;
-  std::map<std::string, int> m_Calls;
-  std::map<std::string, std::vector<std::uint32_t>> m_Rooms;
-  std::set<unsigned int> m_LookedUp;
+  struct Call {
+    std::deque<Step> steps;
+    std::function<void()> action;
+    std::vector<std::uint32_t> rooms;  // one for each call
+  };
+  std::mutex m_Lock;
+  std::map<std::string, Call> m_Calls;
 };
+
+// A buffer of attributes holds the place of this map alone.
+void FillAttributes(const Attributes& attributes, void* buffer);
 
 #endif  // TESTS_INBAND_SCRIPTED_PROVIDER_H_

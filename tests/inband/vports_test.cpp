@@ -9,27 +9,33 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x1000025DC9000001;
 constexpr std::uint64_t kVPort = 0x2100000000000000;
-constexpr std::uint64_t kTarget = 0x5000000000000000;
-constexpr char kVPort0[] = "NPIVDISC: VPORT 0 - 21:00:00:00:00:00:00:00";
-constexpr char kVPort1[] = "NPIVDISC: VPORT 1 - 21:00:00:00:00:00:00:01";
+const std::string kVPort0 = "NPIVDISC: VPORT 0 - 21:00:00:00:00:00:00:00";
+const std::string kVPort1 = "NPIVDISC: VPORT 1 - 21:00:00:00:00:00:00:01";
+
+RM_VPortTargetEntry VPortTarget(std::uint64_t wwpn) {
+  RM_VPortTargetEntry target{};
+  std::memset(target.unused, 0xAA, sizeof(target.unused));
+  std::memcpy(target.osDeviceName, "/dev/sdv", 9);
+  target.bus = 1;
+  target.target = 2;
+  target.lun = 3;
+  target.fcAddressId = 4;
+  std::memcpy(target.nodeWwn, Name(wwpn + 0x100).wwn, 8);
+  std::memcpy(target.portWwn, Name(wwpn).wwn, 8);
+  target.fcpLun = 5;
+  return target;
+}
 
 class VPorts : public testing::Test {
  protected:
   VPorts() {
-    SetKind(0);
     for (std::uint64_t i = 0; i < 3; ++i) {
       m_Port.vports.push_back({kVPort + i, kVPort + 0x100 + i, {}});
       for (std::uint64_t t = 0; t <= i; ++t) m_Port.vports.back().targets.push_back(VPortTarget(kTarget + t));
     }
   }
 
-  void SetKind(std::uint32_t features) {
-    const HBA_info_v4 info = Info(kPort, features);
-    m_Entry = CHbaEntry(&info, nullptr, 1, nullptr, 0, nullptr);
-    m_Entry.SetSpecialFeatures(features);
-  }
   int Read(int verbose = 1) { return AddVPortInfo(&m_Entry, nullptr, verbose); }
   std::vector<unsigned int> TargetCounts() const {
     std::vector<unsigned int> counts;
@@ -41,7 +47,7 @@ class VPorts : public testing::Test {
   RecordedLog m_Log;
   ScriptedProvider m_Provider;
   ScriptedPort& m_Port = m_Provider.ports[kPort];
-  CHbaEntry m_Entry;
+  CHbaEntry m_Entry = MakePort(Info(kPort));
 };
 
 TEST_F(VPorts, AreReadWithTheirTargets) {
@@ -50,7 +56,7 @@ TEST_F(VPorts, AreReadWithTheirTargets) {
   EXPECT_EQ(m_Provider.Rooms("RM_VPList"), (std::vector<std::uint32_t>{1, 3}));
   EXPECT_EQ(m_Provider.Rooms("RM_VPListTargets"), (std::vector<std::uint32_t>{1, 1, 2, 1, 3}));
   EXPECT_EQ(m_Log.Find(kVPort1).mask, 2U);
-  EXPECT_EQ(m_Log.Count(std::string(kVPort1) + ", add 2 targets"), 1);
+  EXPECT_EQ(m_Log.Count(kVPort1 + ", add 2 targets"), 1);
 
   const CVPortList list = m_Entry.GetVPortList();
   HBA_info_v2 info{};
@@ -73,12 +79,11 @@ TEST_F(VPorts, AFailedListLeavesThem) {
   const struct {
     Step step;
     int result;
-  } cases[] = {{{64}, 64}, {{303}, 303}, {{191, 5}, 191}, {{7, 0xFFFFFFFF}, 35}};
-  for (const auto& c : cases) {
-    const int before = m_Provider.Calls("RM_VPList");
-    m_Provider.Script("RM_VPList", {c.step});
-    EXPECT_EQ(Read(), c.result);
-    EXPECT_EQ(m_Provider.Calls("RM_VPList"), before + 1);
+  } rows[] = {{{64}, 64}, {{303}, 303}, {{191, 5}, 191}, {{7, 0xFFFFFFFF}, 35}};
+  for (const auto& row : rows) {
+    m_Provider.Script("RM_VPList", {row.step});
+    EXPECT_EQ(Read(), row.result);
+    EXPECT_EQ(m_Provider.Calls("RM_VPList"), 1);
     EXPECT_EQ(m_Entry.GetVPortCount(), 3U);
   }
   m_Port.vports.clear();
@@ -90,9 +95,9 @@ TEST_F(VPorts, WithoutReadableTargetsAreAddedAllTheSame) {
   m_Provider.Script("RM_VPListTargets", {{64}, {7, 2000000}});
   EXPECT_EQ(Read(0), 0) << "the status of the last one";
   EXPECT_EQ(TargetCounts(), (std::vector<unsigned int>{0, 0, 3}));
-  EXPECT_EQ(m_Log.Find(std::string(kVPort0) + ", Get targets failed 64").mask, 32U);
-  EXPECT_EQ(m_Log.Find(std::string(kVPort1) + ", No memory to get 2000000 targets").mask, 32U);
-  EXPECT_EQ(m_Log.Find(std::string(kVPort0)).mask, 16U);
+  EXPECT_EQ(m_Log.Find(kVPort0 + ", Get targets failed 64").mask, 32U);
+  EXPECT_EQ(m_Log.Find(kVPort1 + ", No memory to get 2000000 targets").mask, 32U);
+  EXPECT_EQ(m_Log.Find(kVPort0).mask, 16U);
 
   m_Provider.Script("RM_VPListTargets", {{0, 1}, {0, 1}, {9}});
   EXPECT_EQ(Read(), 9);
@@ -106,14 +111,16 @@ TEST_F(VPorts, CountsAboveTheRoomAreCut) {
   EXPECT_EQ(TargetCounts(), std::vector<unsigned int>{1}) << "one record of zeros each";
 }
 
-TEST_F(VPorts, AStoppedWorkerAsksNothing) {
+TEST_F(VPorts, AreNotAskedForByAStoppedWorkerNorOfAnISCSIPort) {
   CZylTpThread disabled;
   EXPECT_EQ(AddVPortInfo(&m_Entry, &disabled, 1), 0);
+  m_Entry = MakePort(Info(kPort, RM_FEATURE_ISCSI));
+  EXPECT_EQ(Read(), 0);
   EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
 }
 
 TEST_F(VPorts, FunctionsOfANICAreCollected) {
-  SetKind(RM_FEATURE_NIC);
+  m_Entry = MakePort(Info(kPort, RM_FEATURE_NIC));
   for (std::uint64_t i = 1; i <= 70; ++i) m_Port.functions.push_back(Name(i));
   m_Entry.AddVF(Name(500));
   EXPECT_EQ(Read(0), 0);
@@ -125,18 +132,11 @@ TEST_F(VPorts, FunctionsOfANICAreCollected) {
   EXPECT_EQ(m_Log.Find("VFs count:71").mask, 2U);
   EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
 
-  m_Provider.Script("RM_GetVirtualFunctionList", {{7, 0xFFFFFFFF}});
+  m_Provider.Script("RM_GetVirtualFunctionList", {{7, 0xFFFFFFFF}, {64}});
   Read();
   EXPECT_EQ(m_Log.Count("VFs count:71"), 1);
-  m_Provider.Script("RM_GetVirtualFunctionList", {{64}});
   Read();
   EXPECT_EQ(m_Log.Count("VFs count:71"), 2);
-}
-
-TEST_F(VPorts, AnISCSIPortHasNone) {
-  SetKind(RM_FEATURE_ISCSI);
-  EXPECT_EQ(Read(), 0);
-  EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
 }
 
 }  // namespace

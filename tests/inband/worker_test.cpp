@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <memory>
-#include <string>
 #include <tuple>
 #include <vector>
 
-#include "discovery/HbaDiscoveryListKey.h"
 #include "inband/PortDiscovery.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/scripted_provider.h"
@@ -15,33 +12,30 @@
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x1000025DC9000000;
-constexpr std::uint64_t kTarget = 0x5000000000000000;
+constexpr std::uint64_t kVPort = 0x2100000000000000;
+constexpr char kAttributeCall[] = "RM_GetDiscoveryAttributes";
 
 class Worker : public testing::Test {
  protected:
   ~Worker() override { m_Worker.Terminate(); }
 
   // A port to visit; whoever reads its attributes finds a host and a link.
-  void AddPort(std::uint64_t number, bool valid, std::uint32_t modelFlags = 0) {
+  CHbaEntry AddPort(std::uint64_t number, bool valid, std::uint32_t modelFlags = 0) {
     HBA_info_v4 info = Info(kPort + number);
     info.modelId = modelFlags;
-    CHbaEntry port(&info, nullptr, 1, nullptr, 0, nullptr);
+    CHbaEntry port = MakePort(info);
     if (valid) port.SetHbaInfoValid();
     m_Provider.ports[kPort + number].attributes = {
         {513, Attribute::Text("host-a")}, {553, Attribute::Text("1")}, {774, Attribute::Number(1)}};
     Add(*m_Visit, port);
+    CHbaListGuard guard(*m_Visit);
+    m_Visit->SelectFirstEntry();
+    return port;
   }
-  static void Add(CHbaList& list, const CHbaEntry& port) {
-    CHbaListGuard guard(list);
-    list.AddEntry(&port);
-    list.SelectFirstEntry();
-    list.SetModified(0);
-  }
-  static CHbaEntry Listed(CHbaList& list, std::uint64_t wwpn) {
-    CHbaListGuard guard(list);
-    const CHbaEntry* entry = list.FindEntry(Name(wwpn).wwn);
-    return entry == nullptr ? CHbaEntry() : *entry;
+  // The port is listed already.
+  void AddToDestination(const CHbaEntry& port) {
+    Add(*m_Destination, port);
+    m_Destination->SetModified(0);
   }
 
   // The signal is given before the thread exists, so that no test waits for a slice to end.
@@ -56,13 +50,16 @@ class Worker : public testing::Test {
         },
         this, 0, 0);
   }
-  void Visit() {
+  // Lets the worker visit the ports, and returns what is listed of the first one then.
+  CHbaEntry Visit() {
     Start();
-    ASSERT_TRUE(WaitUntil([&] { return m_Worker.IsIdle() != 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return m_Worker.IsIdle() != 0; }));
+    return Listed(*m_Destination, kPort);
   }
 
   RecordedLog m_Log;
   ScriptedProvider m_Provider;
+  ScriptedPort& m_Port = m_Provider.ports[kPort];
   std::shared_ptr<CHbaList> m_Visit = std::make_shared<CHbaList>();
   std::shared_ptr<CHbaList> m_Destination = std::make_shared<CHbaList>();
   std::shared_ptr<CHbaList> m_Slow = std::make_shared<CHbaList>();
@@ -72,12 +69,10 @@ class Worker : public testing::Test {
 
 TEST_F(Worker, FilesAPortWithAllThatWasRead) {
   AddPort(0, false);
-  ScriptedPort& port = m_Provider.ports[kPort];
-  port.nodes = {Node(kTarget), Node(kTarget + 1)};
-  port.vports = {{0x2100000000000000, 0, {}}};
-  m_Provider.Script("RM_GetDiscoveryAttributes", {{64}, {253}});
-  Visit();
-  CHbaEntry filed = Listed(*m_Destination, kPort);
+  m_Port.nodes = {Node(kTarget), Node(kTarget + 1)};
+  m_Port.vports = {{kVPort, 0, {}}};
+  m_Provider.Script(kAttributeCall, {{64}, {253}});
+  CHbaEntry filed = Visit();
   EXPECT_NE(filed.IsHbaInfoValid(), 0);
   EXPECT_STREQ(filed.GetHbaInfo()->hostName, "host-a");
   EXPECT_EQ(filed.GetTargetCount(), 2U);
@@ -95,34 +90,16 @@ TEST_F(Worker, FilesAPortWithAllThatWasRead) {
   EXPECT_EQ(m_Log.Find(started).mask, 2U);
 }
 
-TEST_F(Worker, ReadsNoAttributesOfAValidPort) {
-  AddPort(0, true);
-  Visit();
-  EXPECT_EQ(m_Provider.Calls("RM_GetDiscoveryAttributes"), 0);
-  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetMapRetries(), 3U) << "as many targets as before";
-  EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
-}
-
 TEST_F(Worker, PutsPortsThatFailOnTheSlowList) {
   for (std::uint64_t i = 0; i < 4; ++i) AddPort(i, false);
   m_Provider.ports[kPort + 3].attributes[556] = Attribute::Number(1);
-  m_Provider.Script("RM_GetDiscoveryAttributes", {{64},
-                                                  {64},
-                                                  {64},
-                                                  {64},
-                                                  {64},   // port 0: tried to the end
-                                                  {5},    // port 1: once
-                                                  {231},  // port 2: once, though read
-                                                  {2},
-                                                  {2},
-                                                  {2},
-                                                  {2},
-                                                  {2}});  // port 3: iSCSI without names
+  // Port 0 is tried to the end, port 1 once, port 2 once though it was read; port 3 is iSCSI without names.
+  m_Provider.Script(kAttributeCall, {{64}, {64}, {64}, {64}, {64}, {5}, {231}, {2}, {2}, {2}, {2}, {2}});
   m_Provider.Script("RM_iSCSI_GetInitiatorProperties", std::vector<Step>(5, {9}));
   const Stopwatch watch;
   Visit();
   EXPECT_GE(watch.Elapsed().count(), 1000) << "a pause after each of ten tries";
-  EXPECT_EQ(m_Provider.Calls("RM_GetDiscoveryAttributes"), 12);
+  EXPECT_EQ(m_Provider.Calls(kAttributeCall), 12);
   EXPECT_EQ(m_Slow->GetCount(), 4U);
   EXPECT_EQ(m_Destination->GetCount(), 0U);
   EXPECT_EQ(m_Log.Find("RM_GetHBAAttributes() error 64, ").mask, 1U);
@@ -133,41 +110,25 @@ TEST_F(Worker, PutsPortsThatFailOnTheSlowList) {
   EXPECT_EQ(Listed(*m_Slow, kPort + 2).GetLinkStatus(), 0xEE000000U);
 }
 
-TEST_F(Worker, DropsPortsThatFailWhenThereIsNoSlowList) {
-  AddPort(0, false);
-  AddPort(1, true);
-  m_Slow = nullptr;
-  m_Provider.Script("RM_GetDiscoveryAttributes", {{5}});
-  Visit();
-  EXPECT_EQ(m_Destination->GetCount(), 1U);
-  EXPECT_EQ(m_Log.Count("put on slow discovery list"), 0);
-}
-
 TEST_F(Worker, ReadsNothingBelowATargetModePort) {
   AddPort(0, true, RM_MODEL_TARGET_MODE);
-  AddPort(1, true, RM_MODEL_TARGET_MODE);
-  Add(*m_Destination, Listed(*m_Visit, kPort + 1));
-  m_Provider.ports[kPort].nodes = m_Provider.ports[kPort + 1].nodes = {Node(kTarget)};
+  AddToDestination(AddPort(1, true, RM_MODEL_TARGET_MODE));
   Visit();
   EXPECT_EQ(m_Destination->GetCount(), 2U);
-  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetCount(), 0U);
   EXPECT_EQ(m_Provider.Calls("RM_GetAllNodeInfo"), 0);
   EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
 }
 
 TEST_F(Worker, PutsExactlyWhatWasReadIntoAListedPort) {
-  AddPort(0, false);
-  CHbaEntry listed = Listed(*m_Visit, kPort);
+  CHbaEntry listed = AddPort(0, false);
   listed.SetDiscoveryMark(8);
   listed.SetLinkStatus(7);
   listed.SetOldTargetCount(5);
-  Add(*m_Destination, listed);
-  ScriptedPort& port = m_Provider.ports[kPort];
-  port.nodes = {Node(kTarget)};
-  port.vports = {{0x2100000000000000, 0, {VPortTarget(kTarget)}}};
-  port.bindType = 4;
-  Visit();
-  CHbaEntry now = Listed(*m_Destination, kPort);
+  AddToDestination(listed);
+  m_Port.nodes = {Node(kTarget)};
+  m_Port.vports = {{kVPort, 0, {RM_VPortTargetEntry{}}}};
+  m_Port.bindType = 4;
+  CHbaEntry now = Visit();
   EXPECT_EQ(now.GetTargetCount(), 1U);
   EXPECT_EQ(now.GetVPortCount(), 1U);
   EXPECT_EQ(now.GetTargetBindType(), 4U);
@@ -182,39 +143,34 @@ TEST_F(Worker, PutsExactlyWhatWasReadIntoAListedPort) {
 }
 
 TEST_F(Worker, OtherTargetsInTheSameNumberAreNoChange) {
-  AddPort(0, true);
-  CHbaEntry listed = Listed(*m_Visit, kPort);
+  CHbaEntry listed = AddPort(0, true);
   listed.SetOldTargetCount(1);
-  Add(*m_Destination, listed);
-  m_Provider.ports[kPort].nodes = {Node(kTarget + 9)};
-  m_Provider.ports[kPort].vports = {{0x2100000000000000, 0, {}}};
-  Visit();
-  EXPECT_EQ(Listed(*m_Destination, kPort).GetVPortCount(), 1U);
-  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetMapRetries(), 3U);
+  AddToDestination(listed);
+  m_Port.nodes = {Node(kTarget + 9)};
+  m_Port.vports = {{kVPort, 0, {}}};
+  CHbaEntry now = Visit();
+  EXPECT_EQ(now.GetVPortCount(), 1U);
+  EXPECT_EQ(now.GetTargetMapRetries(), 3U);
   EXPECT_EQ(m_Destination->IsModified(), 0);
+  EXPECT_EQ(m_Provider.Calls(kAttributeCall), 0) << "the port to visit is valid";
+  EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
 }
 
 TEST_F(Worker, ListedFunctionsOfANICAreKeptAndNewOnesAdded) {
-  AddPort(0, true);
-  CHbaEntry listed = Listed(*m_Visit, kPort);
+  CHbaEntry listed = AddPort(0, true);
   listed.SetSpecialFeatures(RM_FEATURE_NIC);
   listed.AddVF(Name(1));
-  Add(*m_Destination, listed);
-  m_Provider.ports[kPort].functions = {Name(2)};
-  Visit();
-  EXPECT_EQ(Listed(*m_Destination, kPort).GetVFCount(), 2U);
-  EXPECT_EQ(Listed(*m_Destination, kPort).GetTargetBindType(), 0U);
+  AddToDestination(listed);
+  m_Port.functions = {Name(2)};
+  const CHbaEntry now = Visit();
+  EXPECT_EQ(now.GetVFCount(), 2U);
+  EXPECT_EQ(now.GetTargetBindType(), 0U);
 }
 
 TEST_F(Worker, DropsTheResultWhenThePortIsGone) {
-  AddPort(0, true);
-  Add(*m_Destination, Listed(*m_Visit, kPort));
-  m_Provider.ports[kPort].nodes = {Node(kTarget)};
-  m_Provider.OnCall("RM_VPList", [&] {
-    CHbaListGuard guard(*m_Destination);
-    const CHbaEntry port(Name(kPort).wwn);
-    m_Destination->RemoveEntry(&port);
-  });
+  AddToDestination(AddPort(0, true));
+  m_Port.nodes = {Node(kTarget)};
+  m_Provider.OnCall("RM_VPList", [&] { Remove(*m_Destination, kPort); });
   Visit();
   EXPECT_EQ(m_Destination->GetCount(), 0U);
   EXPECT_EQ(m_Destination->IsModified(), 0);
@@ -226,18 +182,15 @@ class LateWorker : public Worker, public testing::WithParamInterface<std::tuple<
 
 TEST_P(LateWorker, FilesNothing) {
   const auto [call, isListed] = GetParam();
-  AddPort(0, isListed);
+  const CHbaEntry port = AddPort(0, isListed);
   AddPort(1, true);
-  m_Provider.ports[kPort].nodes = {Node(kTarget)};
-  if (isListed) Add(*m_Destination, Listed(*m_Visit, kPort));
-  std::atomic<bool> inside{false};
-  std::atomic<bool> released{false};
-  m_Provider.OnCall(call, [&] {
-    inside = true;
-    WaitUntil([&] { return released.load(); });
-  });
+  m_Port.nodes = {Node(kTarget)};
+  if (isListed) AddToDestination(port);
+  Gate gate;
+  gate.Close();
+  m_Provider.OnCall(call, [&] { gate.Pass(); });
   Start();
-  ASSERT_TRUE(WaitUntil([&] { return inside.load(); }));
+  ASSERT_TRUE(gate.WaitForCalls(1));
 
   const std::weak_ptr<CHbaList> visit = m_Visit;
   const std::shared_ptr<CHbaList> destination = m_Destination;
@@ -248,7 +201,7 @@ TEST_P(LateWorker, FilesNothing) {
   m_Destination = std::make_shared<CHbaList>();
   m_Params->Set(m_Visit, m_Destination, nullptr);
   EXPECT_FALSE(visit.expired());
-  released = true;
+  gate.Open();
   m_Worker.Terminate();
   EXPECT_TRUE(visit.expired());
   EXPECT_EQ(destination->GetCount(), isListed ? 1U : 0U);
@@ -259,8 +212,7 @@ TEST_P(LateWorker, FilesNothing) {
   EXPECT_EQ(m_Destination->GetCount(), 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(InAttributes, LateWorker,
-                         testing::Values(std::make_tuple("RM_GetDiscoveryAttributes", false)));
+INSTANTIATE_TEST_SUITE_P(InAttributes, LateWorker, testing::Values(std::make_tuple(kAttributeCall, false)));
 INSTANTIATE_TEST_SUITE_P(InGatherers, LateWorker,
                          testing::Combine(testing::Values("RM_GetAllNodeInfo", "RM_VPList"), testing::Bool()));
 
@@ -269,9 +221,7 @@ TEST_F(Worker, EndsAtOnceWithoutParameters) {
   PortDiscoveryThreadProc(&m_Worker, nullptr);
   EXPECT_NE(m_Worker.IsIdle(), 0);
   EXPECT_EQ(m_Log.Lines().size(), 2U);
-  EXPECT_EQ(
-      m_Log.Find("PortDiscovery Thread ").text.substr(m_Log.Find("PortDiscovery Thread ").text.size() - 8),
-      "exitting");
+  EXPECT_TRUE(m_Log.Find("PortDiscovery Thread ").text.ends_with(" exitting"));
 }
 
 // A pool as a cycle uses it: each port is visited once, and the next cycle's lists are taken on the next

@@ -7,49 +7,37 @@
 
 #include "discovery/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
-#include "tests/oob/owner.h"
+#include "tests/inband/owner.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/thread/wait_until.h"
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x1000025DC9000000;
-
-std::string Padded(std::string host) {
+// The host's line with the name that hosts have, or another one.
+std::string Line(std::string host, const std::string& name = "# server7") {
   host.resize(48, ' ');
-  return host;
-}
-
-TEST(HostsWithoutStart, AreRefused) {
-  RemoteProvider provider;
-  provider.Write("hbahosts.lst", "10.0.0.1\n");
-  provider.cacheFlags = 1;
-  COOBHbaDiscover discoverer(nullptr);
-  EXPECT_EQ(discoverer.AddOOBHost("0.0.0.0"), -1);
-  EXPECT_EQ(discoverer.AddOOBHost("36913691"), -1);
-  EXPECT_EQ(discoverer.RemoveOOBHost("10.0.0.1"), 0);
-  EXPECT_EQ(provider.HostsFile(), "10.0.0.1\n");
-  EXPECT_EQ(provider.cacheFlags, 1);
+  return host + name + "\n";
 }
 
 class Hosts : public testing::Test {
  protected:
   Hosts() {
-    m_Provider.AddHost("10.0.0.1", {kPort});
+    m_Provider.SetPorts("10.0.0.1", {kPort});
     m_Discoverer.Startup(0);
     // The only cycle; it would take part in what the tests script.
     EXPECT_TRUE(WaitUntil([this] { return m_Discoverer.getOOBThreadState() == (kOobRunning | kOobEnabled); }));
   }
   int Add(const std::string& host) { return m_Discoverer.AddOOBHost(host.c_str()); }
   int Remove(const std::string& host) { return m_Discoverer.RemoveOOBHost(host.c_str()); }
-  void Script(const char* call, std::vector<Step> steps) { m_Provider.scripted.Script(call, std::move(steps)); }
+  void Script(const char* call, const std::vector<Step>& steps) { m_Provider.scripted.Script(call, steps); }
+  void SetName(const std::string& name) { m_Provider.serverAttributes[257] = Attribute::Text(name); }
 
   RemoteProvider m_Provider;
   Owner m_Owner;
   COOBHbaDiscover m_Discoverer{&m_Owner, "/nonexistent"};
 };
 
-TEST_F(Hosts, BadTextsAreRefused) {
+TEST_F(Hosts, BadTextsAndAllWithoutStartAreRefused) {
   EXPECT_EQ(m_Discoverer.AddOOBHost(nullptr), -1);
   EXPECT_EQ(Add("0.0.0.0"), 0);
   EXPECT_EQ(Add("255.255.255.255"), 0);
@@ -57,33 +45,39 @@ TEST_F(Hosts, BadTextsAreRefused) {
                           "[::1]:", "[::1]:2000 ", "[::1", "[]:2000", "server7", " 0.0.0.0.0"}) {
     EXPECT_EQ(Add(bad), -1) << bad;
   }
+  EXPECT_FALSE(m_Provider.Exists("hbahosts.lst"));
+
+  m_Provider.Write("hbahosts.lst", "10.0.0.1\n");
   m_Provider.cacheFlags = 3;
+  COOBHbaDiscover stopped(nullptr);
+  for (const char* host : {"0.0.0.0", "36913691"}) EXPECT_EQ(stopped.AddOOBHost(host), -1);
+  EXPECT_EQ(stopped.RemoveOOBHost("10.0.0.1"), 0);
+  EXPECT_EQ(m_Provider.HostsFile(), "10.0.0.1\n");
+  EXPECT_EQ(m_Provider.cacheFlags, 3);
   EXPECT_EQ(Add("36913691"), 0);
   EXPECT_EQ(m_Provider.cacheFlags, 0);
   EXPECT_EQ(m_Provider.log.Find("OOB: AddOOBHost - turning off cache").mask, kLogOobAdd);
-  EXPECT_FALSE(m_Provider.Exists("hbahosts.lst"));
 }
 
 TEST_F(Hosts, AreAddedAndRemoved) {
-  m_Provider.AddHost("fe80::1", {kPort});
+  m_Provider.SetPorts("fe80::1", {kPort});
   EXPECT_EQ(Add(" \t10.0.0.1:0x400"), 0);
   EXPECT_EQ(Add("10.0.0.1"), -3);
   EXPECT_EQ(Add("[fe80::1]:65535"), 0);
   EXPECT_EQ(Add("fe80:0::1"), -3);      // compared in the provider's own text
   EXPECT_EQ(Add("[fe80::1]:2000"), 0);  // never found again
-  const std::string name = "# server7\n";
-  const std::string all =
-      Padded("10.0.0.1:1024") + name + Padded("[fe80::1]:65535") + name + Padded("[fe80::1]:2000") + name;
+  const std::string all = Line("10.0.0.1:1024") + Line("[fe80::1]:65535") + Line("[fe80::1]:2000");
   EXPECT_EQ(m_Provider.HostsFile(), all);
   EXPECT_EQ(m_Discoverer.CheckDuplicateOOBHostEntry("10.0.0.1"), 1);
 
   // Removed by text alone.
-  for (const char* none : {"", " 10.0.0.1", "10.0.0.2", "fe80:0::1", "[fe80::1"})
+  for (const char* none : {"", " 10.0.0.1", "10.0.0.2", "fe80:0::1", "[fe80::1"}) {
     EXPECT_EQ(Remove(none), 0) << none;
+  }
   EXPECT_EQ(m_Discoverer.RemoveOOBHost(nullptr), 0);
   EXPECT_EQ(m_Provider.HostsFile(), all);
   EXPECT_EQ(Remove("[fe80::1]:1"), 1);
-  EXPECT_EQ(m_Provider.HostsFile(), Padded("10.0.0.1:1024") + name);
+  EXPECT_EQ(m_Provider.HostsFile(), Line("10.0.0.1:1024"));
   EXPECT_EQ(m_Provider.Registered(), (std::set<std::string>{"10.0.0.1"}));
   Script("RM_RemoteOOBHostAddrV2", {{RM_STATUS_FAILED}});
   EXPECT_EQ(Remove("10.0.0.1:99"), 1);  // the line goes, whether or not it resolves
@@ -103,28 +97,27 @@ TEST_F(Hosts, ThatDoNotAnswerAsTheyShould) {
   m_Provider.localPorts = {kPort};
   EXPECT_EQ(Add("10.0.0.1"), -4);
   m_Provider.localPorts = {};
-  m_Provider.serverName = "";
-  EXPECT_EQ(Add("10.0.0.1"), 2);
-  m_Provider.serverName = "\nname";
-  EXPECT_EQ(Add("10.0.0.1"), 2);
+  for (const char* name : {"", "\nname"}) {
+    SetName(name);
+    EXPECT_EQ(Add("10.0.0.1"), 2);
+  }
   EXPECT_EQ(m_Provider.HostsFile(), "");
 }
 
 TEST_F(Hosts, BringTheirNameIntoTheLine) {
-  m_Provider.AddHost("10.0.0.1", {kPort, kPort + 1});
+  m_Provider.SetPorts("10.0.0.1", {kPort, kPort + 1});
   Script("RM_GetServerAttributes", {{RM_STATUS_FAILED}});
-  m_Provider.serverName = "bad\n10.6.6.6";
+  SetName("bad\n10.6.6.6");
   EXPECT_EQ(Add("10.0.0.1"), 0);
-  EXPECT_EQ(m_Provider.HostsFile(), Padded("10.0.0.1") + "# bad\n");
+  EXPECT_EQ(m_Provider.HostsFile(), Line("10.0.0.1", "# bad"));
   EXPECT_EQ(Remove("10.0.0.1"), 1);
-  m_Provider.serverName = std::string(973, 'n');  // with the host and three more it no longer fits
+  SetName(std::string(973, 'n'));  // with the host and three more it no longer fits
   EXPECT_EQ(Add("10.0.0.1"), 0);
-  EXPECT_EQ(m_Provider.HostsFile(), Padded("10.0.0.1") + "\n");
+  EXPECT_EQ(m_Provider.HostsFile(), Line("10.0.0.1", ""));
 
   std::filesystem::remove(m_Provider.folder / "hbahosts.lst");
   std::filesystem::create_directory(m_Provider.folder / "hbahosts.lst");
   EXPECT_EQ(Add("10.0.0.1"), -2);
-  EXPECT_EQ(m_Provider.heldLocks, 0);
 }
 
 TEST_F(Hosts, OfCimAreOnlyRemoved) {
@@ -147,8 +140,7 @@ TEST_F(Hosts, OfCimAreOnlyRemoved) {
   m_Discoverer.ProcessCimHostsFile();
   EXPECT_EQ(m_Provider.cimTable["10.0.0.2"].port, 5988U);
   for (const char* word : {"Adding", "Duplicate", "Updating"}) {
-    EXPECT_EQ(m_Provider.log.Count(std::string("OOB: ") + word + " Cim host 10.0.0.2 in RMAPI/CIMAPI List"), 1)
-        << word;
+    EXPECT_EQ(m_Provider.log.Count(std::string("OOB: ") + word + " Cim host 10.0.0.2 in RMAPI/CIMAPI List"), 1);
   }
 }
 

@@ -1,18 +1,16 @@
 // The controller: when cycles run, what they change, and how they are stopped.
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <algorithm>
 #include <functional>
 #include <future>
-#include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "discovery/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
-#include "tests/oob/owner.h"
+#include "tests/inband/owner.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/thread/wait_until.h"
 
@@ -20,7 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::uint64_t kPort = 0x1000025DC9000000;
 constexpr char kStart[] = "OOB DISCOVERY CYCLE - Starting discovery cycle";
 constexpr char kStopped[] = "Forced stop of OOB discovery cycle";
 constexpr char kHostCall[] = "RM_GetAllNodeAddr";
@@ -30,79 +27,51 @@ std::string Done(int ports) {
   return "OOB DISCOVERY CYCLE DONE (" + std::to_string(ports) + ")\n";
 }
 
-// Holds the calls that reach it until it is opened.
-class Gate {
- public:
-  ~Gate() { Open(); }
-  void Pass() {
-    m_Reached = true;
-    m_Opened.wait();
-  }
-  bool Reached() const { return m_Reached; }
-  void Open() {
-    if (!m_IsOpen.exchange(true)) m_Promise.set_value();
-  }
-
- private:
-  std::atomic<bool> m_Reached{false};
-  std::atomic<bool> m_IsOpen{false};
-  std::promise<void> m_Promise;
-  std::shared_future<void> m_Opened = m_Promise.get_future().share();
-};
-
-// Waits at its end until the threads that were made meanwhile have gone; a pool's terminator may take longer.
-class NoWorkerSurvives {
- public:
-  ~NoWorkerSurvives() {
-    EXPECT_TRUE(WaitUntil([this] { return Count() <= m_Before + 1; }));
-  }
-
- private:
-  static std::ptrdiff_t Count() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                         std::filesystem::directory_iterator());
-  }
-  const std::ptrdiff_t m_Before = Count();
-};
-
 class OobController : public testing::Test {
  protected:
   OobController() {
-    m_Provider.AddHost("10.0.0.1", {kPort});
+    m_Provider.SetPorts("10.0.0.1", {kPort});
     m_Provider.Write("hbahosts.lst", "# hosts\n10.0.0.1\n10.0.0.1:2000\nserver7\n");
+  }
+  ~OobController() override {
+    m_Gate.Open();
+    m_Discoverer.reset();
+    // No worker survives; a pool's terminator may take longer.
+    EXPECT_TRUE(WaitUntil([this] { return ThreadCount() <= m_ThreadsBefore + 1; }));
   }
   void Make() {
     m_Discoverer = std::make_shared<COOBHbaDiscover>(&m_Owner, (m_Provider.folder / "settings").c_str());
   }
-  void Start(unsigned int interval = 0) {
+  void Start() {
     Make();
-    m_Discoverer->Startup(interval);
+    m_Discoverer->Startup(0);
   }
   bool HasState(std::uint32_t bits) const { return (m_Discoverer->GetDiscoveryState() & bits) != 0; }
-  bool WaitForIdle() const {
-    return WaitUntil([this] { return !HasState(kOobInCycle | kOobForced); });
-  }
   bool WaitForCycles(int cycles) const {
-    return WaitUntil([this, cycles] { return m_Provider.log.Count(kStart) >= cycles; }) && WaitForIdle();
+    return WaitUntil([this, cycles] {
+      return m_Provider.log.Count(kStart) >= cycles && !HasState(kOobInCycle | kOobForced);
+    });
   }
-  // Holds the next calls of that name; waits until one is there.
+  bool RunForcedCycle(int number) const {
+    return m_Discoverer->StartDiscoveryCycle() == 1 && WaitForCycles(number);
+  }
+  // A cycle that runs because its time has come, and finds these ports.
+  bool RunPeriodicCycle(int number, const std::vector<std::uint64_t>& ports) {
+    m_Provider.SetPorts("10.0.0.1", ports);
+    m_Discoverer->ChangeDiscoveryInterval(60);
+    return WaitForCycles(number);
+  }
+  // Holds the coming calls of that name.
   void Hold(const char* call) {
-    m_Provider.scripted.OnCall(call, [this] { m_Gate->Pass(); });
+    m_Gate.Close();
+    m_Provider.scripted.OnCall(call, [this] { m_Gate.Pass(); });
   }
-  bool WaitForHeldCall() const {
-    return WaitUntil([this] { return m_Gate->Reached(); });
-  }
-  void AddPort(std::uint64_t wwpn, int isLocal, const unsigned char* proxy, int proxyOnly) {
-    HBA_info_v4 info = Info(wwpn);
-    const CHbaEntry port(&info, nullptr, isLocal, proxy, proxyOnly, nullptr);
-    const CHbaListGuard guard(*m_Owner.current);
-    m_Owner.current->AddEntry(&port);
-  }
+  unsigned int ListedCount() const { return m_Owner.current->GetCount(); }
 
+  const std::ptrdiff_t m_ThreadsBefore = ThreadCount();
   RemoteProvider m_Provider;
   Owner m_Owner;
-  NoWorkerSurvives m_NoWorkerSurvives;
-  std::shared_ptr<Gate> m_Gate = std::make_shared<Gate>();
+  Gate m_Gate;
   std::shared_ptr<COOBHbaDiscover> m_Discoverer;
 };
 
@@ -134,10 +103,8 @@ TEST_F(OobController, ThePortComesFromTheSettings) {
 
 TEST_F(OobController, CyclesForcedAndPeriodic) {
   Start();
-  EXPECT_TRUE(HasState(kOobRunning));
-  EXPECT_TRUE(HasState(kOobForced));
   ASSERT_TRUE(WaitForCycles(1));
-  EXPECT_EQ(m_Owner.current->GetCount(), 1U);
+  EXPECT_EQ(ListedCount(), 1U);
   EXPECT_EQ(m_Discoverer->DiscoveryListChanged(), 1);
   EXPECT_EQ(m_Owner.callbacks, 0);  // the forced cycle of local discovery reports it
   EXPECT_EQ(m_Provider.log.Find(Done(1)).mask, kLogOob | kLogOobCycle | kLogCycleBounds);
@@ -147,26 +114,19 @@ TEST_F(OobController, CyclesForcedAndPeriodic) {
 
   m_Discoverer->ChangeDiscoveryInterval(3);  // too short: the old one, which was "only when asked", stays
   EXPECT_EQ(m_Provider.log.Count("New OOB discovery interval = 0 seconds"), 1);
-  m_Provider.SetPorts("10.0.0.1", {});
-  m_Discoverer->ChangeDiscoveryInterval(60);
-  ASSERT_TRUE(WaitForCycles(2));
-  EXPECT_EQ(m_Owner.current->GetCount(), 0U);
+  ASSERT_TRUE(RunPeriodicCycle(2, {}));
+  EXPECT_EQ(ListedCount(), 0U);
   EXPECT_EQ(m_Owner.callbacks, 1);
-
   m_Provider.SetPorts("10.0.0.1", {kPort});
-  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(WaitForCycles(3));
-  EXPECT_EQ(m_Owner.current->GetCount(), 1U);
+  ASSERT_TRUE(RunForcedCycle(3));
+  EXPECT_EQ(ListedCount(), 1U);
   EXPECT_EQ(m_Owner.callbacks, 1);
 
   m_Discoverer->ChangeDiscoveryInterval(0);
-  EXPECT_FALSE(HasState(kOobEnabled));
   m_Discoverer->ChangeDiscoveryInterval(70);  // no resume
   EXPECT_FALSE(HasState(kOobEnabled));
   m_Discoverer->Terminate();
-  EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
   EXPECT_EQ(m_Provider.log.Count(kStart), 3);
-  EXPECT_EQ(m_Provider.log.Count("OOB main discovery thread terminated"), 1);
   m_Discoverer->Startup(2);
   EXPECT_EQ(m_Provider.log.Count("OOB discovery startup (interval = 90 seconds)"), 1);
   EXPECT_TRUE(HasState(kOobRunning));
@@ -175,35 +135,35 @@ TEST_F(OobController, CyclesForcedAndPeriodic) {
 // No host: nothing is merged, but what only remote hosts knew goes.
 TEST_F(OobController, RemovalPass) {
   const unsigned char proxy[8] = {0xFF, 0, 1, 2, 10, 0, 0, 9};
-  AddPort(1, 1, nullptr, 0);
-  AddPort(2, 1, proxy, 0);
-  AddPort(3, 0, proxy, 1);
+  CHbaEntry known = MakePort(Info(2));
+  known.SetProxyAddress(proxy);
+  CHbaEntry remote = MakePort(Info(3), 0);
+  remote.SetProxyAddress(proxy);
+  remote.SetProxyOnlyAccess(1);
+  for (const CHbaEntry& port : {MakePort(Info(1)), known, remote}) Add(*m_Owner.current, port);
   m_Provider.Write("hbahosts.lst", "");
   Start();
   ASSERT_TRUE(WaitForCycles(1));
   EXPECT_EQ(m_Provider.log.Count("OOB: Removing board for host host"), 1);
   EXPECT_EQ(m_Provider.log.Find("After merging").mask, 0U);
   EXPECT_EQ(m_Discoverer->DiscoveryListChanged(), 1);
-  {
-    const CHbaListGuard guard(*m_Owner.current);
-    EXPECT_EQ(m_Owner.current->GetCount(), 2U);
-    EXPECT_EQ(m_Owner.current->FindEntry(Name(2).wwn)->GetProxyAddress()[0], 0);
-  }
-  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(WaitForCycles(2));
+  EXPECT_EQ(Names(*m_Owner.current), (std::vector<std::uint64_t>{1, 2}));
+  EXPECT_EQ(Listed(*m_Owner.current, 2).GetProxyAddress()[0], 0);
+  ASSERT_TRUE(RunForcedCycle(2));
   EXPECT_EQ(m_Discoverer->DiscoveryListChanged(), 0);
 }
 
 TEST_F(OobController, IntermediateMergesOfAForcedCycle) {
   m_Owner.intermediateInterval = 4;  // no longer than the lead: none
-  m_Provider.AddHost("10.0.0.2", {kPort + 1});
+  m_Provider.SetPorts("10.0.0.2", {kPort + 1});
   m_Provider.Write("hbahosts.lst", "10.0.0.1\n10.0.0.2\n");
+  m_Gate.Close();
   std::atomic<int> calls{0};
   m_Provider.scripted.OnCall(kHostCall, [&] {
-    if (++calls % 2 == 0) m_Gate->Pass();
+    if (++calls % 2 == 0) m_Gate.Pass();
   });
   Start();
-  ASSERT_TRUE(WaitForHeldCall());
+  ASSERT_TRUE(m_Gate.WaitForCalls(1));
   // A wait cut short counts as a whole one.
   const auto hurry = [this](const std::function<bool()>& condition) {
     const Stopwatch limit;
@@ -212,24 +172,21 @@ TEST_F(OobController, IntermediateMergesOfAForcedCycle) {
   };
   const Stopwatch watch;
   hurry([&] { return watch.Elapsed() > 100ms; });
-  EXPECT_EQ(m_Owner.current->GetCount(), 0U);
-  m_Gate->Open();
+  EXPECT_EQ(ListedCount(), 0U);
+  m_Gate.Open();
   ASSERT_TRUE(WaitForCycles(1));
 
   m_Owner.intermediateInterval = 5;
-  m_Gate = std::make_shared<Gate>();
-  m_Provider.SetPorts("10.0.0.1", {kPort + 2});
-  m_Provider.SetPorts("10.0.0.2", {kPort + 2});
-  m_Provider.AddHost("10.0.0.1", {kPort + 2});
+  m_Gate.Close();
+  for (const char* host : {"10.0.0.1", "10.0.0.2"}) m_Provider.SetPorts(host, {kPort + 2});
   EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(WaitForHeldCall());
-  EXPECT_TRUE(
-      hurry([this] { return m_Owner.current->GetCount() == 3 && m_Discoverer->DiscoveryListChanged() == 1; }));
+  ASSERT_TRUE(m_Gate.WaitForCalls(2));
+  EXPECT_TRUE(hurry([this] { return ListedCount() == 3 && m_Discoverer->DiscoveryListChanged() == 1; }));
   EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 0);  // this one is the forced one
-  m_Gate->Open();
-  ASSERT_TRUE(WaitForIdle());
+  m_Gate.Open();
+  ASSERT_TRUE(WaitForCycles(2));
   EXPECT_EQ(m_Provider.log.Count(kStart), 2);
-  EXPECT_EQ(m_Owner.current->GetCount(), 1U);
+  EXPECT_EQ(ListedCount(), 1U);
 }
 
 // A worker inside a call delays nobody, and what it comes back with is dropped.
@@ -237,7 +194,7 @@ TEST_F(OobController, KilledWhileAHostAnswers) {
   Hold(kHostCall);
   m_Provider.scripted.Script(kHostCall, {{RM_STATUS_FAILED}});
   Start();
-  ASSERT_TRUE(WaitForHeldCall());
+  ASSERT_TRUE(m_Gate.WaitForCalls(1));
   const Stopwatch watch;
   m_Owner.inCallBack = true;  // of local discovery: the cycle's end may wait for this thread
   m_Discoverer->KillDiscoveryCycle(0);
@@ -250,29 +207,25 @@ TEST_F(OobController, KilledWhileAHostAnswers) {
   EXPECT_EQ(m_Provider.log.Count(Done(0)), 1);
 
   // The next cycle has workers of its own; the host was not noted as unreachable.
-  m_Provider.scripted.OnCall(kHostCall, [] {});
-  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(WaitForCycles(2));
-  EXPECT_EQ(m_Owner.current->GetCount(), 1U);
+  m_Provider.scripted.OnCall(kHostCall, nullptr);
+  ASSERT_TRUE(RunForcedCycle(2));
+  EXPECT_EQ(ListedCount(), 1U);
 
   // Stopped and gone while a worker is inside a call.
-  const std::shared_ptr<Gate> first = m_Gate;
-  m_Gate = std::make_shared<Gate>();
   Hold(kHostCall);
   EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(WaitForHeldCall());
+  ASSERT_TRUE(m_Gate.WaitForCalls(2));
   m_Discoverer->Terminate();
   EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
   m_Discoverer.reset();
   const auto exits = [this] {
-    int count = 0;
-    for (const auto& line : m_Provider.log.Lines()) count += line.text.ends_with(" exiting") ? 1 : 0;
-    return count;
+    const auto lines = m_Provider.log.Lines();
+    return std::count_if(lines.begin(), lines.end(),
+                         [](const auto& line) { return line.text.ends_with(" exiting"); });
   };
-  first->Open();
-  m_Gate->Open();
+  m_Gate.Open();
   EXPECT_TRUE(WaitUntil([&] { return exits() >= 2; }));
-  EXPECT_EQ(m_Owner.current->GetCount(), 1U);
+  EXPECT_EQ(ListedCount(), 1U);
 }
 
 // Stopped before there are workers: no line of its end. A limited killer gives up and takes its request back;
@@ -280,8 +233,8 @@ TEST_F(OobController, KilledWhileAHostAnswers) {
 TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {
   Hold(kResolveCall);
   Start();
-  ASSERT_TRUE(WaitForHeldCall());
-  Stopwatch watch;
+  ASSERT_TRUE(m_Gate.WaitForCalls(1));
+  const Stopwatch watch;
   m_Discoverer->KillDiscoveryCycle(1);
   EXPECT_GT(watch.Elapsed(), 5s);
   EXPECT_TRUE(HasState(kOobInCycle));
@@ -291,7 +244,7 @@ TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {
       kLogOob | kLogCycleBounds);
   auto terminate = std::async(std::launch::async, [this] { m_Discoverer->Terminate(); });
   ASSERT_TRUE(WaitUntil([this] { return HasState(kOobStopRequested); }));
-  m_Gate->Open();
+  m_Gate.Open();
   terminate.get();
   EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
   EXPECT_EQ(m_Provider.log.Count(kStopped), 1);
@@ -307,9 +260,7 @@ TEST_F(OobController, ControlledFromItsCallback) {
   };
   Start();
   ASSERT_TRUE(WaitForCycles(1));
-  m_Provider.SetPorts("10.0.0.1", {});
-  m_Discoverer->ChangeDiscoveryInterval(60);
-  ASSERT_TRUE(WaitForCycles(2));
+  ASSERT_TRUE(RunPeriodicCycle(2, {}));
   EXPECT_EQ(m_Owner.callbacks, 1);
   EXPECT_FALSE(HasState(kOobStopRequested));  // nobody waits for it any more
   EXPECT_TRUE(HasState(kOobEnabled));

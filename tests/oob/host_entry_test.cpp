@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "oob/OobIpAddressList.h"
-#include "tests/oob/remote_provider.h"
 
 namespace {
 
@@ -96,19 +94,15 @@ TEST(HostEntry, HostListReadsHostAndName) {
   EXPECT_EQ(ParseHostEntry(nullptr, nullptr), 0);
 }
 
-std::string Unscrambled(const CIMCredentials& record) {
-  std::string text;
-  for (const char c : record.password) text += c == '\0' ? '\0' : static_cast<char>(c ^ 0x5C);
-  return text.c_str();
-}
-
 // As "address|port|1|2|3|password".
 std::string Cim(std::string line) {
   CIMCredentials record;
   std::memset(&record, 0xAA, sizeof(record));
   if (ParseCimHostEntry(line.data(), &record) == 0) return "";
+  std::string password(record.password, sizeof(record.password));  // scrambled, zeros behind
+  for (char& c : password) c = static_cast<char>(c == '\0' ? '\0' : c ^ 0x5C);
   return std::string(record.hostAddress) + '|' + std::to_string(record.port) + '|' + record.credential1 + '|' +
-         record.credential2 + '|' + record.credential3 + '|' + Unscrambled(record);
+         record.credential2 + '|' + record.credential3 + '|' + password.c_str();
 }
 
 TEST(HostEntry, CimLines) {
@@ -131,44 +125,33 @@ TEST(HostEntry, CimLines) {
       {",,,,,,,,", ""},
   };
   for (const auto& [line, expected] : rows) EXPECT_EQ(Cim(line), expected) << line;
-}
 
-TEST(HostEntry, ScrambledByLength) {
-  char line[] = "10.0.0.9,1,a,b,c,x\\y";
+  char scrambledToZero[] = "10.0.0.9,1,a,b,c,x\\y";
   CIMCredentials record{};
-  ASSERT_EQ(ParseCimHostEntry(line, &record), 1);
-  EXPECT_EQ(std::memcmp(record.password, "\x24\x00\x25\x00", 4), 0);
+  ASSERT_EQ(ParseCimHostEntry(scrambledToZero, &record), 1);
+  EXPECT_EQ(std::memcmp(record.password, "\x24\x00\x25\x00", 4), 0) << "by length";
 }
 
-TEST(IpAddressList, OrdersByFamilyAndBytes) {
-  RemoteProvider provider;
+TEST(IpAddressList, OrdersByFamilyAndBytesAndKeepsTheFirstOfAnAddress) {
+  const auto record = [](std::uint8_t first, std::uint8_t fourth, std::uint8_t flags, std::uint16_t port = 1) {
+    return _RM_IP_INFO{{first, 0, 0, fourth}, port, flags, 0};
+  };
+  _RM_IP_INFO ordered[] = {record(9, 255, 0), record(10, 2, 0), record(10, 10, 0),
+                           record(1, 0, RM_IP_FLAG_IPV6), record(1, 0, RM_IP_FLAG_IPV6)};
+  ordered[4].address[15] = 1;
   COobIpAddressList list;
   const COobIpAddressListGuard guard(list);
-  const auto record = [](const char* host, unsigned short port = 0) {
-    _RM_IP_INFO address{};
-    EXPECT_EQ(RM_RemoteOOBHostAddrV2(host, port, &address), RM_STATUS_OK);
-    return address;
-  };
-  EXPECT_EQ(list.NextEntry(), nullptr);
-  for (const char* host : {"10.0.0.2", "fe80::1", "10.0.0.10", "9.255.0.0"}) {
-    const _RM_IP_INFO address = record(host, 1);
-    EXPECT_EQ(list.AddEntry(&address), 1);
-  }
-  const _RM_IP_INFO again = record("10.0.0.2", 2);
-  EXPECT_EQ(list.AddEntry(&again), 0);
-  EXPECT_EQ(list.AddEntry(nullptr), 0);
-  EXPECT_EQ(list.FindEntry(&again)->GetIpAddress()->port, 1);
-  std::vector<std::string> order;
-  for (const auto* entry = list.FirstEntry(); entry != nullptr; entry = list.NextEntry()) {
-    order.emplace_back(CIpText(*entry->GetIpAddress()).Text());
-  }
-  EXPECT_EQ(order, (std::vector<std::string>{"9.255.0.0", "10.0.0.2", "10.0.0.10", "fe80::1"}));
+  for (const int i : {1, 4, 3, 2, 0}) EXPECT_EQ(list.AddEntry(&ordered[i]), 1);
+  const _RM_IP_INFO otherPort = record(10, 2, 0, 2);
+  EXPECT_EQ(list.AddEntry(&otherPort), 0);
   list.SelectFirstEntry();
-  const _RM_IP_INFO first = record("9.255.0.0");
-  EXPECT_EQ(list.RemoveEntry(&first), 1);  // the cursor moves on
-  EXPECT_EQ(list.RemoveEntry(&first), 0);
-  EXPECT_STREQ(CIpText(*list.NextEntry()->GetIpAddress()).Text(), "10.0.0.2");
-  EXPECT_EQ(list.GetCount(), 3U);
+  for (const _RM_IP_INFO& address : ordered) {
+    EXPECT_EQ(std::memcmp(list.NextEntry()->GetIpAddress(), &address, sizeof(address)), 0);
+  }
+  EXPECT_EQ(list.NextEntry(), nullptr);
+  EXPECT_EQ(list.RemoveEntry(&otherPort), 1);
+  EXPECT_EQ(list.RemoveEntry(&otherPort), 0);
+  EXPECT_EQ(list.GetCount(), 4U);
 }
 
 }  // namespace

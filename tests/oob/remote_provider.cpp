@@ -10,11 +10,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
-
-#include "discovery/HbaDiscoveryListKey.h"
-
-RemoteProvider* RemoteProvider::s_Current = nullptr;
 
 RemoteProvider::RemoteProvider() {
   std::string name = testing::TempDir() + "oob-XXXXXX";
@@ -24,6 +19,7 @@ RemoteProvider::RemoteProvider() {
 }
 
 RemoteProvider::~RemoteProvider() {
+  EXPECT_EQ(heldLocks, 0);
   s_Current = nullptr;
   std::filesystem::remove_all(folder);
 }
@@ -37,42 +33,16 @@ void RemoteProvider::Write(const std::string& name, const std::string& text) con
   std::ofstream(folder / name, std::ios::binary) << text;
 }
 
-void RemoteProvider::AddHost(const std::string& address, const std::vector<std::uint64_t>& ports) {
-  SetPorts(address, ports);
-  for (const std::uint64_t port : ports) {
-    auto& attributes = scripted.ports[port].attributes;
-    attributes[513] = Attribute::Text("system of " + address);
-    attributes[514] = Attribute::Text("maker");
-    attributes[515] = Attribute::Text("serial");
-    attributes[527] = Attribute::Number(0x1234);
-    attributes[537] = Attribute::Text("model");
-    attributes[774] = Attribute::Number(1);
-  }
-}
-
 void RemoteProvider::SetPorts(const std::string& address, const std::vector<std::uint64_t>& ports) {
+  for (const std::uint64_t port : ports) {
+    const auto [known, isNew] = scripted.ports.try_emplace(port);
+    if (!isNew) continue;
+    known->second.attributes = {{513, Attribute::Text("system of " + address)},
+                                {537, Attribute::Text("model")},
+                                {774, Attribute::Number(1)}};
+  }
   const std::lock_guard guard(m_Lock);
   m_Hosts[address] = ports;
-}
-
-std::vector<std::uint64_t> RemoteProvider::PortsOf(const std::string& address) const {
-  const std::lock_guard guard(m_Lock);
-  const auto found = m_Hosts.find(address);
-  return found == m_Hosts.end() ? std::vector<std::uint64_t>() : found->second;
-}
-
-std::set<std::string> RemoteProvider::Registered() const {
-  const std::lock_guard guard(m_Lock);
-  return m_Registered;
-}
-
-void RemoteProvider::Register(const std::string& address, bool there) {
-  const std::lock_guard guard(m_Lock);
-  if (there) {
-    m_Registered.insert(address);
-  } else {
-    m_Registered.erase(address);
-  }
 }
 
 namespace {
@@ -82,8 +52,7 @@ RemoteProvider& Remote() {
 }
 
 int StatusOf(const char* call) {
-  const auto step = Remote().scripted.Enter(call);
-  return step ? step->status : RM_STATUS_OK;
+  return Remote().scripted.Status(call);
 }
 
 std::string TextOf(const _RM_IP_INFO& host) {
@@ -101,15 +70,9 @@ int Resolve(const char* host, unsigned short port, std::uint8_t flags, _RM_IP_IN
   return inet_pton(AF_INET6, host, record->address) == 1 ? RM_STATUS_OK : RM_STATUS_NOT_FOUND;
 }
 
-// In the layout that the scripted RM_GetAttributeValue reads.
-void Put(void* buffer, std::uint32_t id, const Attribute& attribute) {
-  const std::uint32_t head[] = {id, attribute.type, static_cast<std::uint32_t>(attribute.bytes.size()), 0};
-  std::memcpy(static_cast<char*>(buffer) + 1, head, sizeof(head));
-  std::memcpy(static_cast<char*>(buffer) + 1 + sizeof(head), attribute.bytes.data(), attribute.bytes.size());
-}
-
-int HandleOf(void* lock) {
-  return *static_cast<int*>(lock);
+// Each handle is a file that the lock's name opens.
+int FileOf(void* lock) {
+  return static_cast<int>(reinterpret_cast<std::intptr_t>(lock));
 }
 
 }  // namespace
@@ -125,23 +88,23 @@ int RM_GetAppInstallDirA(char* buffer, unsigned int size) {
 
 void* RM_OpenGlobalLock(const char* name) {
   if (!Remote().hasLocks) return nullptr;
-  return new int(open((Remote().folder / name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  const int file = open((Remote().folder / name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  return reinterpret_cast<void*>(static_cast<std::intptr_t>(file));
 }
 
 int RM_GetGlobalLock(void* lock) {
-  if (lock == nullptr || flock(HandleOf(lock), LOCK_EX) != 0) return RM_STATUS_FAILED;
+  if (lock == nullptr || flock(FileOf(lock), LOCK_EX) != 0) return RM_STATUS_FAILED;
   ++Remote().heldLocks;
   return RM_STATUS_OK;
 }
 
 int RM_ReleaseGlobalLock(void* lock) {
   --Remote().heldLocks;
-  return flock(HandleOf(lock), LOCK_UN) == 0 ? RM_STATUS_OK : RM_STATUS_FAILED;
+  return flock(FileOf(lock), LOCK_UN) == 0 ? RM_STATUS_OK : RM_STATUS_FAILED;
 }
 
 int RM_CloseGlobalLock(void* lock) {
-  const std::unique_ptr<int> handle(static_cast<int*>(lock));
-  return close(*handle) == 0 ? RM_STATUS_OK : RM_STATUS_FAILED;
+  return close(FileOf(lock)) == 0 ? RM_STATUS_OK : RM_STATUS_FAILED;
 }
 
 int RM_IsLocalHBA(const unsigned char* wwn) {
@@ -149,18 +112,13 @@ int RM_IsLocalHBA(const unsigned char* wwn) {
 }
 
 int RM_GetPortAttributes(const unsigned char*, const unsigned char* wwn, void* buffer, unsigned int*) {
-  const int status = StatusOf("RM_GetPortAttributes");
-  const auto& attributes = Remote().scripted.PortOf(wwn).attributes;
-  if (const auto link = attributes.find(774); status == RM_STATUS_OK && link != attributes.end()) {
-    Put(buffer, 774, link->second);
-  }
-  return status;
+  FillAttributes(Remote().scripted.PortOf(wwn).attributes, buffer);
+  return StatusOf("RM_GetPortAttributes");
 }
 
 int RM_GetServerAttributes(const unsigned char*, const unsigned char*, void* buffer, unsigned int*) {
-  const int status = StatusOf("RM_GetServerAttributes");
-  if (status == RM_STATUS_OK) Put(buffer, 257, Attribute::Text(Remote().serverName));
-  return status;
+  FillAttributes(Remote().serverAttributes, buffer);
+  return StatusOf("RM_GetServerAttributes");
 }
 
 int RM_RemoteOOBHostAddrV2(const char* host, unsigned short port, _RM_IP_INFO* record) {
@@ -191,8 +149,7 @@ int RM_GetAllNodeAddr(const _RM_IP_INFO* host, RM_NodeAddrList* list) {
     list->capacity = list->count;
     return RM_STATUS_MORE_DATA;
   }
-  auto* names = reinterpret_cast<HBA_NAME*>(list + 1);
-  std::transform(ports.begin(), ports.end(), names, Name);
+  std::transform(ports.begin(), ports.end(), reinterpret_cast<HBA_NAME*>(list + 1), Name);
   return RM_STATUS_OK;
 }
 

@@ -19,12 +19,25 @@
 class RemoteProvider {
  public:
   RemoteProvider();
-  ~RemoteProvider();
+  ~RemoteProvider();  // fails when a lock is held still
   RemoteProvider(const RemoteProvider&) = delete;
   RemoteProvider& operator=(const RemoteProvider&) = delete;
 
   // A host that answers, with one readable port per name.
-  void AddHost(const std::string& address, const std::vector<std::uint64_t>& ports);
+  void SetPorts(const std::string& address, const std::vector<std::uint64_t>& ports);
+  std::vector<std::uint64_t> PortsOf(const std::string& address) {
+    const std::lock_guard guard(m_Lock);
+    return m_Hosts[address];
+  }
+  std::set<std::string> Registered() const {
+    const std::lock_guard guard(m_Lock);
+    return m_Registered;
+  }
+  void Register(const std::string& address, bool there) {
+    const std::lock_guard guard(m_Lock);
+    m_Registered.erase(address);
+    if (there) m_Registered.insert(address);
+  }
 
   std::string HostsFile() const { return Read("hbahosts.lst"); }
   std::string Read(const std::string& name) const;
@@ -36,17 +49,13 @@ class RemoteProvider {
   std::filesystem::path folder;
   bool hasFolder = true;
   bool hasLocks = true;
-  std::string serverName = "server7";
+  Attributes serverAttributes{{257, Attribute::Text("server7")}};
   std::set<std::uint64_t> localPorts;
   std::map<std::string, CIMCredentials> cimTable;
-  std::vector<std::uint64_t> PortsOf(const std::string& address) const;
-  void SetPorts(const std::string& address, const std::vector<std::uint64_t>& ports);
-  std::set<std::string> Registered() const;
-  void Register(const std::string& address, bool there);
   std::atomic<int> cacheFlags{0};
   std::atomic<int> heldLocks{0};
 
-  static RemoteProvider* s_Current;
+  static inline RemoteProvider* s_Current = nullptr;
 
  private:
   mutable std::mutex m_Lock;

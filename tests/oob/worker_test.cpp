@@ -6,19 +6,22 @@
 #include <vector>
 
 #include "discovery/DiscoveryLog.h"
-#include "discovery/HbaDiscoveryListKey.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/thread/wait_until.h"
 
 namespace {
 
-constexpr std::uint64_t kPort = 0x1000025DC9000000;
 constexpr char kHost[] = "10.0.0.1";
+constexpr char kHostCall[] = "RM_GetAllNodeAddr";
+constexpr char kAttributeCall[] = "RM_GetDiscoveryAttributes";
 
 class OobWorker : public testing::Test {
  protected:
-  OobWorker() { m_Provider.AddHost(kHost, {kPort}); }
+  OobWorker() {
+    m_Provider.SetPorts(kHost, {kPort});
+    m_Provider.scripted.ports[kPort].nodes = {Node(kTarget)};
+  }
   // A worker notices its end up to half a second late: all together, they cost that once.
   static void TearDownTestSuite() {
     for (const auto& worker : s_Workers) worker->thread.TerminateImmediate();
@@ -26,11 +29,12 @@ class OobWorker : public testing::Test {
     s_Workers.clear();
   }
 
-  // A cycle over one host, done by a worker that was woken before it began.
-  void Visit(const char* host = kHost) {
+  // A cycle over one host, done by a worker that was woken before it began. Returns a copy of the port it
+  // found, or one of name 0.
+  CHbaEntry Visit(const char* host = kHost) {
     m_Cycle = std::make_shared<OobCycle>(m_Shared);
     _RM_IP_INFO address{};
-    ASSERT_EQ(RM_RemoteOOBHostAddrV2(host, 23333, &address), RM_STATUS_OK);
+    EXPECT_EQ(RM_RemoteOOBHostAddrV2(host, 23333, &address), RM_STATUS_OK);
     {
       const COobIpAddressListGuard guard(m_Cycle->addresses);
       m_Cycle->addresses.AddEntry(&address);
@@ -41,23 +45,21 @@ class OobWorker : public testing::Test {
     m_Worker = &worker.thread;
     m_Worker->Enable();
     m_Worker->Create(Worker::Run, &worker, 0, 0);
-    ASSERT_TRUE(WaitUntil([this] { return m_Worker->IsIdle() != 0; }));
+    EXPECT_TRUE(WaitUntil([this] { return m_Worker->IsIdle() != 0; }));
+    return Listed(m_Cycle->found, kPort);
+  }
+  // The same with the answers to the coming calls.
+  CHbaEntry Visit(const char* call, const std::vector<Step>& steps) {
+    m_Provider.scripted.Script(call, steps);
+    return Visit();
   }
 
+  bool Finds(std::uint64_t wwpn) { return NumberOf(Listed(m_Cycle->found, wwpn)) == wwpn; }
   unsigned int Unreachable() {
     COobIpAddressList& list = m_Shared->unreachableHosts;
     const COobIpAddressListGuard guard(list);
     return list.GetCount();
   }
-  // A copy of the port, or one of name 0.
-  CHbaEntry Found(std::uint64_t wwpn = kPort) {
-    CHbaList& found = m_Cycle->found;
-    const CHbaListGuard guard(found);
-    const CHbaEntry* port = found.FindEntry(Name(wwpn).wwn);
-    return port == nullptr ? CHbaEntry() : *port;
-  }
-  static bool IsListed(const CHbaEntry& port) { return WwpnKey(port.GetHbaInfo()->portWwn) != 0; }
-  void Script(const char* call, std::vector<Step> steps) { m_Provider.scripted.Script(call, std::move(steps)); }
   int Calls(const char* call) { return m_Provider.scripted.Calls(call); }
 
   struct Worker {
@@ -72,183 +74,158 @@ class OobWorker : public testing::Test {
   static inline std::vector<std::unique_ptr<Worker>> s_Workers;
 
   RemoteProvider m_Provider;
+  RecordedLog& m_Log = m_Provider.log;
   std::shared_ptr<OobShared> m_Shared = std::make_shared<OobShared>();
   std::shared_ptr<OobCycle> m_Cycle;
   CZylTpThread* m_Worker = nullptr;
 };
 
 TEST_F(OobWorker, FilesAPortWithItsHost) {
-  m_Provider.scripted.ports[kPort].nodes = {Node(0x5000)};
-  Visit();
-  const CHbaEntry port = Found();
-  ASSERT_TRUE(IsListed(port));
+  const CHbaEntry port = Visit();
+  ASSERT_TRUE(Finds(kPort));
   EXPECT_EQ(port.IsLocalPort(), 0);
   EXPECT_EQ(port.ProxyOnly(), 1);
   EXPECT_EQ(port.IsHbaInfoValid(), 1);
   EXPECT_EQ(port.GetLinkStatus(), 1U);
   EXPECT_EQ(port.GetTargetCount(), 1U);
   EXPECT_EQ(port.GetProxyIpInfo()->port, 23333);
-  EXPECT_EQ(std::vector<int>(port.GetProxyAddress(), port.GetProxyAddress() + 8),
-            (std::vector<int>{0xFF, 0, 23333 & 0xFF, 23333 >> 8, 10, 0, 0, 1}));
-  EXPECT_EQ(
-      m_Provider.log
-          .Find(
-              "OOB: Got info for adapter on system 'system of 10.0.0.1 - 10.0.0.1': vpdport#=n/a, phyport#=0, "
-              "type=FC, model=model")
-          .mask,
-      kLogOob);
-  EXPECT_EQ(m_Provider.log.Count("OOB: Link Status:  Physical=1, Function=0"), 1);
-}
-
-TEST_F(OobWorker, TargetModePortsHaveNoTargets) {
-  m_Provider.scripted.ports[kPort].attributes[554] = Attribute::Number(1);
-  Visit();
-  EXPECT_TRUE(IsListed(Found()));
-  EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 0);
+  EXPECT_EQ(WwpnKey(port.GetProxyAddress()), 0xFF00255B0A000001U);  // the port as it is stored, the address
+  EXPECT_EQ(m_Log
+                .Find("OOB: Got info for adapter on system 'system of 10.0.0.1 - 10.0.0.1': vpdport#=n/a, "
+                      "phyport#=0, type=FC, model=model")
+                .mask,
+            kLogOob);
+  EXPECT_EQ(m_Log.Count("OOB: Link Status:  Physical=1, Function=0"), 1);
 }
 
 TEST_F(OobWorker, BusyHostsAreTriedFiveTimesAndTwiceWhenKnownUnreachable) {
-  const std::vector<Step> busy(7, Step{RM_STATUS_BUSY});
-  Script("RM_GetAllNodeAddr", busy);
-  Visit();
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), 5);
-  EXPECT_EQ(m_Provider.log.Count("OOB: RM_GetAllNodeAddr (host 10.0.0.1), retrying(5)"), 1);
-  EXPECT_EQ(m_Provider.log.Count("OOB: RM_GetAllNodeAddr (host 10.0.0.1), retrying(1)"), 1);
-  EXPECT_EQ(m_Provider.log.Find("OOB: RM_GetAllNodeAddr returned error 303 for 10.0.0.1").mask, kLogDetails);
+  Visit(kHostCall, std::vector<Step>(7, {RM_STATUS_BUSY}));
+  EXPECT_EQ(Calls(kHostCall), 5);
+  EXPECT_EQ(m_Log.Count("OOB: RM_GetAllNodeAddr (host 10.0.0.1), retrying(5)"), 1);
+  EXPECT_EQ(m_Log.Count("OOB: RM_GetAllNodeAddr (host 10.0.0.1), retrying(1)"), 1);
+  EXPECT_EQ(m_Log.Find("OOB: RM_GetAllNodeAddr returned error 303 for 10.0.0.1").mask, kLogDetails);
   EXPECT_EQ(Unreachable(), 1U);
   Visit();
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), 7);
+  EXPECT_EQ(Calls(kHostCall), 7);
   EXPECT_EQ(Unreachable(), 1U);
   Visit();  // answers now
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), 8);
+  EXPECT_EQ(Calls(kHostCall), 8);
   EXPECT_EQ(Unreachable(), 0U);
-  EXPECT_TRUE(IsListed(Found()));
+  EXPECT_TRUE(Finds(kPort));
 }
 
-TEST_F(OobWorker, RoomGrowsAsWanted) {
+TEST_F(OobWorker, RoomGrowsAsWantedButNeitherEndlesslyNorAbsurdly) {
   std::vector<std::uint64_t> ports(300);
   for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
   m_Provider.SetPorts(kHost, ports);
   Visit();
-  EXPECT_EQ(m_Provider.scripted.Rooms("RM_GetAllNodeAddr"), (std::vector<std::uint32_t>{256, 301}));
-  EXPECT_TRUE(IsListed(Found()));
-}
+  EXPECT_EQ(m_Provider.scripted.Rooms(kHostCall), (std::vector<std::uint32_t>{256, 301}));
+  EXPECT_TRUE(Finds(kPort + 299));
 
-TEST_F(OobWorker, NeitherEndlessNorAbsurdGrowth) {
-  std::vector<Step> steps;
-  for (std::uint32_t i = 1; i <= 20; ++i) steps.push_back({RM_STATUS_MORE_DATA, 300 * i});
-  Script("RM_GetAllNodeAddr", steps);
-  Visit();
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), 9);
-  Script("RM_GetAllNodeAddr", {{RM_STATUS_MORE_DATA, 65537}});
-  Visit();
-  Script("RM_GetAllNodeAddr", {{RM_STATUS_MORE_DATA, 256}});
-  Visit();
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), 11);
-  EXPECT_EQ(m_Provider.log.Count("OOB: RM_GetAllNodeAddr returned error 191 for 10.0.0.1"), 3);
+  std::vector<Step> endless;
+  for (std::uint32_t i = 1; i <= 20; ++i) endless.push_back({RM_STATUS_MORE_DATA, 300 * i});
+  const struct {
+    std::vector<Step> steps;
+    int calls;
+  } rows[] = {{endless, 9}, {{{RM_STATUS_MORE_DATA, 65537}}, 1}, {{{RM_STATUS_MORE_DATA, 256}}, 1}};
+  for (const auto& row : rows) {
+    Visit(kHostCall, row.steps);
+    EXPECT_EQ(Calls(kHostCall), row.calls);
+  }
+  EXPECT_EQ(m_Log.Count("OOB: RM_GetAllNodeAddr returned error 191 for 10.0.0.1"), 3);
 }
 
 TEST_F(OobWorker, LocalAndEmptyHostsAreSkipped) {
   m_Provider.localPorts = {kPort};
   Visit();
-  EXPECT_EQ(m_Provider.log.Count("OOB: Trying to discover local host (10.0.0.1) HBAs - skipped"), 1);
+  EXPECT_EQ(m_Log.Count("OOB: Trying to discover local host (10.0.0.1) HBAs - skipped"), 1);
   m_Provider.SetPorts(kHost, {});
   Visit();
-  EXPECT_EQ(Calls("RM_GetDiscoveryAttributes"), 0);
+  EXPECT_EQ(Calls(kAttributeCall), 0);
 }
 
 TEST_F(OobWorker, AttributesAreRetriedByTheirOwnSet) {
-  struct Row {
-    int status;
-    int calls;
-  };
-  for (const Row row : {Row{RM_STATUS_BUSY, 2}, Row{RM_STATUS_HOST_UNUSABLE, 2}, Row{RM_STATUS_FAILED, 2},
-                        Row{500, 2}, Row{RM_STATUS_LOCKED, 1}, Row{RM_STATUS_TRY_AGAIN, 1}, Row{-5, 1}}) {
-    const int before = Calls("RM_GetDiscoveryAttributes");
-    Script("RM_GetDiscoveryAttributes", {{row.status}});
-    Visit();
-    EXPECT_EQ(Calls("RM_GetDiscoveryAttributes") - before, row.calls) << row.status;
-    EXPECT_EQ(IsListed(Found()), row.calls == 2) << row.status;
+  const struct {
+    int status, calls;
+  } rows[] = {{RM_STATUS_BUSY, 2},
+              {RM_STATUS_HOST_UNUSABLE, 2},
+              {RM_STATUS_FAILED, 2},
+              {500, 2},
+              {RM_STATUS_LOCKED, 1},
+              {RM_STATUS_TRY_AGAIN, 1},
+              {-5, 1}};
+  for (const auto& row : rows) {
+    Visit(kAttributeCall, {{row.status}});
+    EXPECT_EQ(Calls(kAttributeCall), row.calls) << row.status;
+    EXPECT_EQ(Finds(kPort), row.calls == 2) << row.status;
   }
-  EXPECT_EQ(m_Provider.log.Find("OOB: Did not get port attributes (host 10.0.0.1), error=64").mask,
-            kLogDetails);
+  EXPECT_EQ(m_Log.Find("OOB: Did not get port attributes (host 10.0.0.1), error=64").mask, kLogDetails);
 }
 
 TEST_F(OobWorker, AnUnusableHostIsGivenUpOthersGoOn) {
-  m_Provider.AddHost(kHost, {kPort, kPort + 1});
-  Script("RM_GetDiscoveryAttributes", {{RM_STATUS_LOCKED}});
-  Visit();
-  EXPECT_TRUE(IsListed(Found(kPort + 1)));
-  Script("RM_GetDiscoveryAttributes", std::vector<Step>(5, Step{RM_STATUS_HOST_UNUSABLE}));
-  Visit();
-  EXPECT_FALSE(IsListed(Found(kPort + 1)));
-  EXPECT_EQ(m_Provider.log.Count("OOB: GetRemotePortAttr (host 10.0.0.1), retrying(1)"), 1);
+  m_Provider.SetPorts(kHost, {kPort, kPort + 1});
+  Visit(kAttributeCall, {{RM_STATUS_LOCKED}});
+  EXPECT_TRUE(Finds(kPort + 1));
+  Visit(kAttributeCall, std::vector<Step>(5, {RM_STATUS_HOST_UNUSABLE}));
+  EXPECT_FALSE(Finds(kPort + 1));
+  EXPECT_EQ(m_Log.Count("OOB: GetRemotePortAttr (host 10.0.0.1), retrying(1)"), 1);
 }
 
-TEST_F(OobWorker, AHotPortIsListedBare) {
-  m_Provider.scripted.ports[kPort].nodes = {Node(0x5000)};
-  Script("RM_GetDiscoveryAttributes", {{RM_STATUS_OVER_TEMPERATURE}});
+TEST_F(OobWorker, HotAndTargetModePortsAreListedBare) {
+  EXPECT_EQ(Visit(kAttributeCall, {{RM_STATUS_OVER_TEMPERATURE}}).GetLinkStatus(), kLinkOverTemperature);
+  m_Provider.scripted.ports[kPort].attributes[554] = Attribute::Number(1);
   Visit();
-  EXPECT_EQ(Found().GetLinkStatus(), kLinkOverTemperature);
+  EXPECT_TRUE(Finds(kPort));
   EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 0);
 }
 
 TEST_F(OobWorker, APortWhoseStatusIsTheHotLinkStatusIsReportedButNotListed) {
   const int status = static_cast<int>(kLinkOverTemperature);
-  Script("RM_GetDiscoveryAttributes", {{status}});
-  Visit();
-  EXPECT_FALSE(IsListed(Found()));
-  EXPECT_EQ(Calls("RM_GetDiscoveryAttributes"), 1);
+  Visit(kAttributeCall, {{status}});
+  EXPECT_FALSE(Finds(kPort));
+  EXPECT_EQ(Calls(kAttributeCall), 1);
   EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 1);
-  EXPECT_EQ(m_Provider.log.Count("OOB: Temperature is above optimal range!!!"), 1);
-  EXPECT_EQ(
-      m_Provider.log.Count("OOB: Did not get port attributes (host 10.0.0.1), error=" + std::to_string(status)),
-      1);
+  EXPECT_EQ(m_Log.Count("OOB: Temperature is above optimal range!!!"), 1);
+  EXPECT_EQ(m_Log.Count("OOB: Did not get port attributes (host 10.0.0.1), error=" + std::to_string(status)),
+            1);
 }
 
 // The older attribute call knows no link status.
 TEST_F(OobWorker, LinkStatusIsAskedForOnlyWhenUnknown) {
+  constexpr char kLinkCall[] = "RM_GetPortAttributes";
   Visit();
-  EXPECT_EQ(Calls("RM_GetPortAttributes"), 0);
-  Script("RM_GetDiscoveryAttributes", {{RM_STATUS_NOT_SUPPORTED}});
-  Script("RM_GetPortAttributes", {{RM_STATUS_LOCKED}, {RM_STATUS_BUSY}, {RM_STATUS_FAILED}});
-  Visit();
-  EXPECT_EQ(Found().GetLinkStatus(), 1U);
-  EXPECT_EQ(Calls("RM_GetPortAttributes"), 4);
-  Script("RM_GetDiscoveryAttributes", {{RM_STATUS_NOT_SUPPORTED}});
-  Script("RM_GetPortAttributes", {{RM_STATUS_OVER_TEMPERATURE}});
-  Visit();
-  EXPECT_EQ(Found().GetLinkStatus(), kLinkOverTemperature);  // and listed all the same
+  EXPECT_EQ(Calls(kLinkCall), 0);
+  m_Provider.scripted.Script(kAttributeCall, {{RM_STATUS_NOT_SUPPORTED}, {RM_STATUS_NOT_SUPPORTED}});
+  EXPECT_EQ(Visit(kLinkCall, {{RM_STATUS_LOCKED}, {RM_STATUS_BUSY}, {RM_STATUS_FAILED}}).GetLinkStatus(), 1U);
+  EXPECT_EQ(Calls(kLinkCall), 4);
+  EXPECT_EQ(Visit(kLinkCall, {{RM_STATUS_OVER_TEMPERATURE}}).GetLinkStatus(), kLinkOverTemperature)
+      << "and listed all the same";
   CHbaEntry local(Name(kPort).wwn);
   EXPECT_EQ(COOBHbaDiscover::GetPortLinkStatus(&local, nullptr), 0U);
 }
 
 TEST_F(OobWorker, IPv6HostsAreReachedByTheProvidersHandle) {
-  m_Provider.AddHost("fe80::1", {kPort});
-  Visit("fe80::1");
-  EXPECT_EQ(WwpnKey(Found().GetProxyAddress()), 0x5555555555555555U);
-  const int before = Calls("RM_GetAllNodeAddr");
-  Script("RM_AddOOBAddressToLookupTable", {{RM_STATUS_FAILED}});
+  m_Provider.SetPorts("fe80::1", {kPort});
+  EXPECT_EQ(WwpnKey(Visit("fe80::1").GetProxyAddress()), 0x5555555555555555U);
+  const int before = Calls(kHostCall);
+  m_Provider.scripted.Script("RM_AddOOBAddressToLookupTable", {{RM_STATUS_FAILED}, {RM_STATUS_FAILED}});
   Visit("fe80::1");  // without a handle this host would be asked
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), before);
-  Script("RM_AddOOBAddressToLookupTable", {{RM_STATUS_FAILED}});
+  EXPECT_EQ(Calls(kHostCall), before);
   Visit();
-  EXPECT_TRUE(IsListed(Found()));
+  EXPECT_TRUE(Finds(kPort));
 }
 
 TEST_F(OobWorker, AStoppedWorkerFilesNothing) {
-  m_Provider.scripted.OnCall("RM_GetDiscoveryAttributes", [this] { m_Worker->Disable(); });
+  m_Provider.scripted.OnCall(kAttributeCall, [this] { m_Worker->Disable(); });
   Visit();
-  EXPECT_FALSE(IsListed(Found()));
-  m_Provider.scripted.OnCall("RM_GetAllNodeAddr", [this] { m_Worker->Disable(); });
-  Script("RM_GetAllNodeAddr", {{RM_STATUS_FAILED}});
-  Visit();
+  EXPECT_FALSE(Finds(kPort));
+  m_Provider.scripted.OnCall(kHostCall, [this] { m_Worker->Disable(); });
+  Visit(kHostCall, {{RM_STATUS_FAILED}});
   EXPECT_EQ(Unreachable(), 0U);
-  m_Provider.scripted.OnCall("RM_GetAllNodeAddr", [] {});
-  Script("RM_GetAllNodeAddr", {{RM_STATUS_FAILED}});
-  Visit();  // the same failure of one that goes on; it is not retried
+  m_Provider.scripted.OnCall(kHostCall, nullptr);
+  Visit(kHostCall, {{RM_STATUS_FAILED}});  // the same failure of one that goes on; it is not retried
   EXPECT_EQ(Unreachable(), 1U);
-  EXPECT_EQ(Calls("RM_GetAllNodeAddr"), 3);
+  EXPECT_EQ(Calls(kHostCall), 1);
 }
 
 }  // namespace

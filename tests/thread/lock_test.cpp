@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -19,9 +20,7 @@ bool IsFree(CZylThreadLock& lock) {
 }
 
 bool IsFreeForAnother(CZylThreadLock& lock) {
-  bool free = false;
-  std::thread([&] { free = IsFree(lock); }).join();
-  return free;
+  return std::async(std::launch::async, [&] { return IsFree(lock); }).get();
 }
 
 TEST(Lock, IsHeldForTheGuardsScopeOnly) {
@@ -36,7 +35,7 @@ TEST(Lock, IsHeldForTheGuardsScopeOnly) {
 TEST(Lock, ExcludesThreads) {
   CZylThreadLock lock;
   int count = 0;
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 10000; ++round) {
@@ -45,7 +44,7 @@ TEST(Lock, ExcludesThreads) {
       }
     });
   }
-  for (auto& thread : threads) thread.join();
+  threads.clear();
   EXPECT_EQ(count, 40000);
 }
 

@@ -9,25 +9,24 @@
 class NoNewThreads {
  public:
   NoNewThreads() {
-    pthread_attr_t huge;
-    pthread_getattr_default_np(&huge);
-    pthread_attr_getstacksize(&huge, &m_StackSize);
+    pthread_getattr_default_np(&m_Attributes);
+    pthread_attr_getstacksize(&m_Attributes, &m_StackSize);
     SetStackSize(std::size_t{1} << 50);
-    pthread_attr_destroy(&huge);
   }
-  ~NoNewThreads() { SetStackSize(m_StackSize); }
+  ~NoNewThreads() {
+    SetStackSize(m_StackSize);
+    pthread_attr_destroy(&m_Attributes);
+  }
   NoNewThreads(const NoNewThreads&) = delete;
   NoNewThreads& operator=(const NoNewThreads&) = delete;
 
  private:
-  static void SetStackSize(std::size_t size) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, size);
-    pthread_setattr_default_np(&attributes);
-    pthread_attr_destroy(&attributes);
+  void SetStackSize(std::size_t size) {
+    pthread_attr_setstacksize(&m_Attributes, size);
+    pthread_setattr_default_np(&m_Attributes);
   }
 
+  pthread_attr_t m_Attributes{};
   std::size_t m_StackSize = 0;
 };
 

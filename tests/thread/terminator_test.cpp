@@ -57,8 +57,8 @@ TEST(Terminator, GrowsByTenAndUsesTheFirstFreeSlot) {
   threads.push_back(HandOver(*terminator));
   EXPECT_EQ(terminator->Capacity(), 30u);
 
-  for (int i = 0; i < 10; ++i) LetOut(threads[static_cast<std::size_t>(i)]);
-  for (int i = 0; i < 10; ++i) EXPECT_TRUE(IsDropped(*terminator, threads[static_cast<std::size_t>(i)]));
+  for (std::size_t i = 0; i < 10; ++i) LetOut(threads[i]);
+  for (std::size_t i = 0; i < 10; ++i) EXPECT_TRUE(IsDropped(*terminator, threads[i]));
   for (int i = 0; i < 19; ++i) threads.push_back(HandOver(*terminator));
   EXPECT_EQ(terminator->Capacity(), 30u) << "freed slots are used again";
 
@@ -90,6 +90,16 @@ TEST(Terminator, LetGoItLivesOnUntilItsLastThreadHasEnded) {
   EXPECT_FALSE(WaitUntil([&] { return watch.expired(); }, std::chrono::seconds(1)));
   LetOut(stuck);
   EXPECT_TRUE(WaitUntil([&] { return stuck.expired() && watch.expired(); })) << "found by the retry alone";
+}
+
+TEST(Thread, MayBeDestroyedByItsOwnRoutineAsLastOwner) {
+  auto thread = StuckThread::Start();
+  const std::weak_ptr<StuckThread> watch = thread;
+  StuckThread* const held = thread.get();
+  thread.reset();
+  ASSERT_FALSE(watch.expired());
+  held->LetOut();
+  EXPECT_TRUE(WaitUntil([&] { return watch.expired(); }));
 }
 
 }  // namespace

@@ -1,7 +1,11 @@
 #ifndef TESTS_THREAD_WAIT_UNTIL_H_
 #define TESTS_THREAD_WAIT_UNTIL_H_
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
 #include <thread>
 
 // Waits for a condition, with a limit that only a fault reaches.
@@ -24,5 +28,33 @@ class Stopwatch {
  private:
   std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
 };
+
+// Holds the calls that reach it while it is closed.
+class Gate {
+ public:
+  void Pass() {
+    ++m_Calls;
+    m_Closed.wait(true);
+  }
+  bool WaitForCalls(int calls) const {
+    return WaitUntil([&] { return m_Calls >= calls; });
+  }
+  void Close() { m_Closed = true; }
+  void Open() {
+    m_Closed = false;
+    m_Closed.notify_all();
+  }
+
+ private:
+  std::atomic<int> m_Calls{0};
+  std::atomic<bool> m_Closed{false};
+};
+
+// The threads of this process. A sanitizer has one of its own, from the first other one on.
+inline std::ptrdiff_t ThreadCount() {
+  static const bool s_FirstThread = (std::thread([] {}).join(), true);
+  static_cast<void>(s_FirstThread);
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
 
 #endif  // TESTS_THREAD_WAIT_UNTIL_H_

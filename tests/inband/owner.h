@@ -1,6 +1,6 @@
-// The controller above, as far as out-of-band discovery asks for it.
-#ifndef TESTS_OOB_OWNER_H_
-#define TESTS_OOB_OWNER_H_
+// The controller above, as far as slow and out-of-band discovery ask for it.
+#ifndef TESTS_INBAND_OWNER_H_
+#define TESTS_INBAND_OWNER_H_
 
 #include <atomic>
 #include <functional>
@@ -12,21 +12,24 @@
 class Owner final : public DiscoveryOwner {
  public:
   std::shared_ptr<CHbaList> GetCurrentList() const override { return current; }
+  // They only report changes; a callback of another kind spoils the count.
   void DoCallBack(int changed, int forced, int intermediate) override {
-    if (changed == 1 && forced == 0 && intermediate == 0) ++callbacks;
+    callbacks += changed == 1 && forced == 0 && intermediate == 0 ? 1 : 1000;
     if (onCallBack) onCallBack();
   }
   unsigned int GetMaxSlowThreads() const override { return 15; }
-  bool IsFullDiscoveryOnly() const override { return false; }
-  bool IsFirstCyclePending() const override { return false; }
+  bool IsFullDiscoveryOnly() const override { return fullOnly; }
+  bool IsFirstCyclePending() const override { return firstPending; }
   unsigned int GetIntermediateCBInterval() const override { return intermediateInterval; }
   bool IsInCallBack() const override { return inCallBack; }
 
   std::shared_ptr<CHbaList> current = std::make_shared<CHbaList>(ListRank::kCurrent);
   std::function<void()> onCallBack;
   std::atomic<int> callbacks{0};
+  std::atomic<bool> fullOnly{false};
+  std::atomic<bool> firstPending{false};
   std::atomic<bool> inCallBack{false};
   unsigned int intermediateInterval = 8;
 };
 
-#endif  // TESTS_OOB_OWNER_H_
+#endif  // TESTS_INBAND_OWNER_H_

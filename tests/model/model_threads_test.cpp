@@ -3,13 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 #include <vector>
 
 #include "discovery/HbaDiscoveryList.h"
-#include "tests/model/RecordedLog.h"
-#include "tests/model/Samples.h"
+#include "tests/inband/samples.h"
 
 namespace {
 
@@ -17,23 +17,22 @@ constexpr unsigned int kPorts = 4;
 constexpr unsigned int kRounds = 200;
 
 // All targets of a round carry its number, and there are as many as it says.
-void FillRound(CHbaEntry& port, unsigned int round) {
-  port.ClearTargets();
+CHbaEntry RoundPort(unsigned int number, unsigned int round) {
+  CHbaEntry port(Name(number).wwn);
   for (unsigned int i = 0; i <= round % 8; ++i) {
-    RM_NodeInfoEntry target = FcTarget(i);
+    RM_NodeInfoEntry target = Node(i);
     target.lun = round;
     port.AddTarget(&target);
   }
+  return port;
 }
 
 bool IsWhole(const CHbaEntry& port) {
   RM_NodeInfoEntry records[8];
   unsigned int count = 8;
-  if (port.GetTargets(records, &count) != 0 || count == 0 || count != records[0].lun % 8 + 1) return false;
-  for (unsigned int i = 0; i < count; ++i) {
-    if (records[i].lun != records[0].lun) return false;
-  }
-  return true;
+  return port.GetTargets(records, &count) == 0 && count == records[0].lun % 8 + 1 &&
+         std::all_of(records, records + count,
+                     [&](const auto& target) { return target.lun == records[0].lun; });
 }
 
 void Snapshot(CHbaList& from, CHbaList& to) EXCLUDES(from, to) {
@@ -50,18 +49,12 @@ bool AllWhole(CHbaList& list) EXCLUDES(list) {
 }
 
 void AddRound(CHbaList& list, unsigned int round) EXCLUDES(list) {
-  for (unsigned int number = 0; number < kPorts; ++number) {
-    CHbaEntry port(Name(number).wwn);
-    FillRound(port, round);
-    const CHbaListGuard guard(list);
-    list.AddEntry(&port);
-  }
+  for (unsigned int number = 0; number < kPorts; ++number) Add(list, RoundPort(number, round));
 }
 
 // One port's new targets, put into the listed entry as a worker does it.
 void RefreshPort(CHbaList& list, unsigned int number, unsigned int round) EXCLUDES(list) {
-  CHbaEntry fresh(Name(number).wwn);
-  FillRound(fresh, round);
+  const CHbaEntry fresh = RoundPort(number, round);
   const CHbaListGuard guard(list);
   list.FindEntry(Name(number).wwn)->TakeTargets(fresh);
 }
@@ -71,7 +64,7 @@ TEST(ModelThreads, SnapshotsStayWholeWhileTheListChanges) {
   AddRound(current, 0);
   std::atomic<bool> done{false};
   std::atomic<unsigned int> broken{0};
-  std::vector<std::thread> readers;
+  std::vector<std::jthread> readers;
   for (int i = 0; i < 2; ++i) {
     readers.emplace_back([&] {
       do {
@@ -80,9 +73,8 @@ TEST(ModelThreads, SnapshotsStayWholeWhileTheListChanges) {
         if (!AllWhole(snapshot)) ++broken;
         // Changing the own copy reaches nobody else.
         const CHbaListGuard guard(snapshot);
-        CHbaEntry* port = snapshot.GetFirstEntry();
-        const RM_NodeInfoEntry extra = FcTarget(99);
-        port->AddTarget(&extra);
+        const RM_NodeInfoEntry extra = Node(99);
+        snapshot.GetFirstEntry()->AddTarget(&extra);
       } while (!done);
     });
   }
@@ -94,20 +86,19 @@ TEST(ModelThreads, SnapshotsStayWholeWhileTheListChanges) {
     if (!AllWhole(current)) ++broken;
   }
   done = true;
-  for (std::thread& reader : readers) reader.join();
+  readers.clear();
   EXPECT_EQ(broken, 0U);
   EXPECT_EQ(current.GetCount(), kPorts);
-  TakeLogLines();
 }
 
 TEST(ModelThreads, WorkersFillOnePortTogether) {
   CHbaEntry port(Name(1).wwn);
-  std::vector<std::thread> workers;
+  std::vector<std::jthread> workers;
   for (unsigned int worker = 0; worker < 4; ++worker) {
     workers.emplace_back([&port, worker] {
       for (unsigned int i = 0; i < 50; ++i) {
         const unsigned int number = i * 4 + worker;
-        const RM_NodeInfoEntry target = FcTarget(number);
+        const RM_NodeInfoEntry target = Node(number);
         port.AddTarget(&target);
         port.AddVF(Name(number));
         CVPortEntry vport(Name(number).wwn);
@@ -118,7 +109,7 @@ TEST(ModelThreads, WorkersFillOnePortTogether) {
       }
     });
   }
-  for (std::thread& worker : workers) worker.join();
+  workers.clear();
   EXPECT_EQ(port.GetTargetCount(), 200U);
   EXPECT_EQ(port.GetVFCount(), 200U);
   EXPECT_EQ(port.GetVPortCount(), 200U);

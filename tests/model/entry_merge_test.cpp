@@ -1,0 +1,210 @@
+// What counts as a change of a port: equality, and the merge into a listed entry.
+
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "discovery/HbaDiscoveryListEntry.h"
+#include "tests/inband/samples.h"
+
+namespace {
+
+using Change = void (*)(CHbaEntry&);
+
+CHbaEntry PortWith(Change change) {
+  CHbaEntry port = MakePort(Info(1));
+  port.SetLinkStatus(1);
+  const RM_NodeInfoEntry target = Node(1);
+  port.AddTarget(&target);
+  CVPortEntry vport(Name(5).wwn);
+  vport.AddTarget(&target);
+  port.AddVPort(&vport);
+  change(port);
+  return port;
+}
+
+CHbaEntry Port() {
+  return PortWith([](CHbaEntry&) {});
+}
+
+void SetProxy(CHbaEntry& port, unsigned char type, unsigned char host) {
+  const unsigned char proxy[8] = {type, 0, 0, 0, 10, 0, 0, host};
+  port.SetProxyAddress(proxy);
+}
+
+void SetIpInfo(CHbaEntry& port) {
+  const _RM_IP_INFO ip{{10, 0, 0, 1}, 0, 0, 0};
+  port.SetProxyIpInfo(&ip);
+}
+
+int Merge(CHbaEntry& listed, const CHbaEntry& newer) {
+  return listed.MergeHbaEntry(&newer);
+}
+
+// What an application sees of a port; each of them makes two ports differ, and is merged once.
+constexpr Change kSeen[] = {
+    [](CHbaEntry& p) { p.SetLinkStatus(2); },
+    [](CHbaEntry& p) { p.GetHbaInfo()->padding[1] = 1; },
+    [](CHbaEntry& p) { SetProxy(p, 0xFF, 1); },
+    [](CHbaEntry& p) { p.ClearTargets(); },
+    [](CHbaEntry& p) { p.AddVF(Name(5)); },
+    [](CHbaEntry& p) { p.ClearVPorts(); },
+    [](CHbaEntry& p) {
+      const CVPortEntry withoutTargets(Name(5).wwn);
+      p.ClearVPorts();
+      p.AddVPort(&withoutTargets);
+    },
+    [](CHbaEntry& p) {
+      CVPortEntry other = p.GetVPortList().GetEntry(0);
+      other.GetHbaInfo()->vpdPortNumber[7] = 'x';
+      p.ClearVPorts();
+      p.AddVPort(&other);
+    },
+    SetIpInfo,
+};
+
+// What belongs to the listed port, and is neither compared nor merged.
+void ChangeOwnThings(CHbaEntry& port) {
+  port.SetHbaInfoValid();
+  port.SetSpecialFeatures(RM_FEATURE_NIC);
+  port.SetDiscoveryMark(4);
+  port.SetMergeMark(4);
+  port.SetOldTargetCount(4);
+  port.ResetTargetMapRetries();
+}
+
+TEST(HbaEntryEquality, SeesWhatTheApplicationSees) {
+  const CHbaEntry base = Port();
+  const auto equals = [&base](Change change) {
+    const CHbaEntry other = PortWith(change);
+    return base == &other;
+  };
+  for (const Change& change : kSeen) EXPECT_FALSE(equals(change)) << &change - kSeen;
+  EXPECT_FALSE(equals([](CHbaEntry& p) { p.SetProxyOnlyAccess(1); }));
+  EXPECT_FALSE(equals([](CHbaEntry& p) {
+    const _RM_IP_INFO zero{};
+    p.SetProxyIpInfo(&zero);
+  })) << "that there is one";
+  EXPECT_FALSE(base == nullptr);
+
+  EXPECT_TRUE(equals([](CHbaEntry&) {}));
+  EXPECT_TRUE(equals(ChangeOwnThings));
+  EXPECT_TRUE(equals([](CHbaEntry& p) {
+    p.SetTargetBindType(1);
+    p.GetISCSINames()->SetNames("a", "b", "c");
+    const unsigned char typeOnly[8] = {0xFF};
+    p.SetProxyAddress(typeOnly);
+  }));
+}
+
+TEST(HbaEntryMerge, TakesEachKindOfChangeOnce) {
+  const auto expectMerged = [](Change change) {
+    CHbaEntry listed = Port();
+    const CHbaEntry newer = PortWith(change);
+    EXPECT_EQ(Merge(listed, newer), 1);
+    EXPECT_TRUE(listed == &newer);
+    EXPECT_EQ(listed.GetTargetBindType(), newer.GetTargetBindType());
+    EXPECT_EQ(Merge(listed, newer), 0);
+  };
+  for (const Change& change : kSeen) {
+    SCOPED_TRACE(&change - kSeen);
+    expectMerged(change);
+  }
+  expectMerged([](CHbaEntry& p) { p.SetTargetBindType(1); });
+}
+
+TEST(HbaEntryMerge, LeavesWhatBelongsToTheListedPort) {
+  const auto ownThings = [](CHbaEntry port) {
+    return std::tuple(port.IsLocalPort(), port.IsHbaInfoValid(), port.GetSpecialFeatures(),
+                      port.GetDiscoveryMark(), port.GetMergeMark(), port.GetOldTargetCount(),
+                      port.GetTargetMapRetries());
+  };
+  CHbaEntry listed = Port();
+  const auto before = ownThings(listed);
+  CHbaEntry newer = MakePort(Info(1), 0);
+  newer.SetLinkStatus(1);
+  newer.TakeTargets(listed);
+  newer.TakeVPorts(listed);
+  ChangeOwnThings(newer);
+  EXPECT_EQ(Merge(listed, newer), 0);
+  EXPECT_EQ(ownThings(listed), before);
+}
+
+TEST(HbaEntryMerge, NewOverTemperatureStopsTheMerge) {
+  CHbaEntry listed = Port();
+  const CHbaEntry newer = PortWith([](CHbaEntry& p) {
+    p.SetLinkStatus(kLinkOverTemperature);
+    p.ClearTargets();
+    p.GetHbaInfo()->busNumber = 3;
+  });
+  EXPECT_EQ(Merge(listed, newer), 1);
+  EXPECT_EQ(listed.GetLinkStatus(), kLinkOverTemperature);
+  EXPECT_EQ(listed.GetTargetCount(), 1U);
+  EXPECT_EQ(listed.GetHbaInfo()->busNumber, 0);
+
+  // Still too hot in the next cycle: no longer a reason to stop, nor a change of its own.
+  EXPECT_EQ(Merge(listed, newer), 1);
+  EXPECT_EQ(listed.GetTargetCount(), 0U);
+  EXPECT_EQ(Merge(listed, newer), 0);
+}
+
+TEST(HbaEntryMerge, KnownProxyIsNeverErased) {
+  CHbaEntry listed = PortWith([](CHbaEntry& p) { SetProxy(p, 0xFF, 1); });
+  EXPECT_EQ(Merge(listed, Port()), 0);
+  EXPECT_EQ(listed.GetProxyAddress()[7], 1);
+  EXPECT_EQ(Merge(listed, PortWith([](CHbaEntry& p) { SetProxy(p, 0xFE, 1); })), 0) << "the same host";
+  EXPECT_EQ(listed.GetProxyAddress()[0], 0xFF);
+  EXPECT_EQ(Merge(listed, PortWith([](CHbaEntry& p) { SetProxy(p, 0xFE, 2); })), 1);
+  EXPECT_EQ(listed.GetProxyAddress()[0], 0xFE);
+}
+
+TEST(HbaEntryMerge, LostIpInfoKeepsItsBytes) {
+  CHbaEntry listed = PortWith(SetIpInfo);
+  const CHbaEntry newer = Port();
+  EXPECT_EQ(Merge(listed, newer), 1);
+  EXPECT_EQ(listed.GetProxyIpInfo(), nullptr);
+  EXPECT_EQ(Merge(listed, newer), 0);
+  EXPECT_FALSE(listed == &newer);  // the bytes are compared also when they are not valid
+}
+
+TEST(HbaEntryMerge, ProxyOnlyIsClearedButNeverSet) {
+  const CHbaEntry proxyOnly = PortWith([](CHbaEntry& p) { p.SetProxyOnlyAccess(1); });
+  CHbaEntry listed = proxyOnly;
+  EXPECT_EQ(Merge(listed, Port()), 1);
+  EXPECT_EQ(listed.ProxyOnly(), 0);
+  EXPECT_EQ(Merge(listed, proxyOnly), 0);
+  EXPECT_EQ(listed.ProxyOnly(), 0);
+}
+
+TEST(HbaEntryMerge, NamesNeedAnISCSIPortAndBothNewNames) {
+  CHbaEntry listed = MakePort(Info(1));
+  listed.GetISCSINames()->SetNames("i", "own", nullptr);
+  const auto merge = [&listed](const char* initiator, const char* fallback, const char* alias) {
+    CHbaEntry newer = MakePort(Info(1));  // its own features do not matter
+    newer.GetISCSINames()->SetNames(initiator, fallback, alias);
+    return Merge(listed, newer);
+  };
+  EXPECT_EQ(merge("i2", "d2", "a2"), 0) << "not an iSCSI port";
+
+  listed.SetSpecialFeatures(RM_FEATURE_ISCSI);
+  EXPECT_EQ(merge("i2", "d2", "a2"), 1);
+  EXPECT_STREQ(listed.GetISCSINames()->GetInitiatorName(), "i2");
+  EXPECT_STREQ(listed.GetISCSINames()->GetDefaultName(), "own");
+  EXPECT_STREQ(listed.GetISCSINames()->GetAlias(), "a2");
+  EXPECT_EQ(merge("i2", "d2", "a2"), 0) << "the default name alone is no change";
+  EXPECT_EQ(merge("i3", "d3", nullptr), 0);
+  EXPECT_EQ(merge(nullptr, "d3", "a3"), 0);
+  EXPECT_EQ(merge("i2", nullptr, "a3"), 1);
+  EXPECT_STREQ(listed.GetISCSINames()->GetAlias(), "a3");
+}
+
+TEST(HbaEntryMerge, TargetsBecomeOfTheListedPortsKind) {
+  CHbaEntry listed = PortWith([](CHbaEntry& p) { p.ClearTargets(); });
+  listed.SetSpecialFeatures(RM_FEATURE_ISCSI);
+  EXPECT_EQ(Merge(listed, Port()), 1);
+  EXPECT_TRUE(listed.GetTargetList().GetEntry(0).IsISCSITarget());
+  EXPECT_EQ(Merge(listed, Port()), 1);  // the kinds go on differing
+  EXPECT_EQ(listed.GetTargetCount(), 1U);
+}
+
+}  // namespace

@@ -1,0 +1,175 @@
+// One port: defaults, construction, copies, the calls that copy lists out.
+
+#include "discovery/HbaDiscoveryListEntry.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "include/hbadiscovery.h"
+#include "tests/inband/samples.h"
+
+namespace {
+
+CVPortEntry VPort(unsigned int number, unsigned int targets) {
+  CVPortEntry vport(Name(number).wwn);
+  std::memcpy(vport.GetHbaInfo()->nodeWwn, Name(number + 1).wwn, 8);
+  for (unsigned int i = 0; i < targets; ++i) {
+    const RM_NodeInfoEntry target = Node(i);
+    vport.AddTarget(&target);
+  }
+  return vport;
+}
+
+// A port of one target and these virtual ports.
+CHbaEntry PortWith(const std::vector<CVPortEntry>& vports, std::uint32_t features = 0) {
+  CHbaEntry port = MakePort(Info(1, features));
+  RM_NodeInfoEntry target = Node(1);
+  target.nodeState = 9;  // behind the 516 bytes of an iSCSI record
+  port.AddTarget(&target);
+  for (const CVPortEntry& vport : vports) port.AddVPort(&vport);
+  return port;
+}
+
+TEST(HbaEntry, IpInfoReplacesTheProxyAddressUnlessItIsIpv6) {
+  const auto proxy = [](const CHbaEntry& port) {
+    return std::vector<int>(port.GetProxyAddress(), port.GetProxyAddress() + 8);
+  };
+  const HBA_info_v4 info = Info(1);
+  const unsigned char own[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  const struct {
+    unsigned char flags;
+    std::vector<int> proxy;
+  } rows[] = {{0, {0xFF, 0, 0x34, 0x12, 10, 1, 2, 3}},
+              {RM_IP_FLAG_CIM, {0xFE, 0, 0x34, 0x12, 10, 1, 2, 3}},
+              {RM_IP_FLAG_IPV6 | RM_IP_FLAG_CIM, {1, 2, 3, 4, 5, 6, 7, 8}}};
+  CHbaEntry later(Name(1).wwn);
+  for (const auto& row : rows) {
+    const _RM_IP_INFO ip{{10, 1, 2, 3}, 0x1234, row.flags, 0};
+    const CHbaEntry port(&info, nullptr, 0, own, 1, &ip);
+    EXPECT_EQ(proxy(port), row.proxy);
+    EXPECT_EQ(port.ProxyOnly(), 1);
+    ASSERT_NE(port.GetProxyIpInfo(), nullptr);
+    EXPECT_EQ(std::memcmp(port.GetProxyIpInfo(), &ip, sizeof(ip)), 0);
+    later.SetProxyIpInfo(&ip);
+    EXPECT_NE(later.GetProxyIpInfo(), nullptr);
+    EXPECT_EQ(proxy(later), std::vector<int>(8, 0)) << "set later it leaves the proxy address";
+  }
+}
+
+TEST(HbaEntry, CopyTakesEverythingAndIsIndependent) {
+  CHbaEntry port = PortWith({VPort(2, 1)});
+  port.SetHbaInfoValid();
+  port.SetDiscoveryMark(5);
+  port.SetMergeMark(6);
+  port.SetOldTargetCount(7);
+  port.SetLinkStatus(1);
+  port.GetTargetMapRetries();
+  port.GetISCSINames()->SetNames("i", "d", "a");
+  port.AddVF(Name(3));
+
+  CHbaEntry copy;
+  EXPECT_EQ(copy.GetLinkStatus(), 2U);
+  copy = port;
+  EXPECT_TRUE(copy == &port);
+  EXPECT_EQ(copy.IsHbaInfoValid(), 1);
+  EXPECT_EQ(copy.GetDiscoveryMark(), 5U);
+  EXPECT_EQ(copy.GetMergeMark(), 6U);
+  EXPECT_EQ(copy.GetOldTargetCount(), 7U);
+  EXPECT_EQ(copy.GetTargetMapRetries(), 2U);
+
+  port.ClearTargets();
+  port.ClearVPorts();
+  port.ClearVFs();
+  port.GetISCSINames()->SetNames(nullptr, nullptr, nullptr);
+  const CHbaEntry& self = copy;
+  copy = self;
+  EXPECT_EQ(copy.GetTargetCount(), 1U);
+  EXPECT_EQ(copy.GetVPortCount(), 1U);
+  EXPECT_EQ(copy.GetVFCount(), 1U);
+  EXPECT_STREQ(copy.GetISCSINames()->GetDefaultName(), "d");
+}
+
+TEST(HbaEntry, CopyTurnsTargetsIntoTheKindOfThePort) {
+  CHbaEntry port = PortWith({}, RM_FEATURE_ISCSI);
+  const CHbaEntry iscsi(port);
+  ASSERT_EQ(iscsi.GetTargetCount(), 1U);
+  const CTargetList list = iscsi.GetTargetList();
+  EXPECT_TRUE(list.GetEntry(0).IsISCSITarget());
+  EXPECT_EQ(list.GetEntry(0).GetTargetEntry()->nodeState, 0U);
+
+  port.SetSpecialFeatures(0);
+  CHbaEntry fc;
+  fc = port;
+  EXPECT_FALSE(fc.GetTargetList().GetEntry(0).IsISCSITarget());
+}
+
+TEST(HbaEntry, TakenListsAreSharedUntilOneSideChanges) {
+  CHbaEntry worker = PortWith({});
+  CHbaEntry listed(Name(1).wwn);
+  listed.TakeTargets(worker);
+  EXPECT_EQ(&listed.GetTargetList().GetEntry(0), &worker.GetTargetList().GetEntry(0));
+  const RM_NodeInfoEntry target = Node(2);
+  worker.AddTarget(&target);
+  EXPECT_EQ(listed.GetTargetCount(), 1U);
+}
+
+TEST(HbaEntry, VPortsFollowTheCountContract) {
+  const CHbaEntry port = PortWith({VPort(20, 3), VPort(10, 0), VPort(20, 0)});  // the first of a name stays
+  discovery_vport_info records[2] = {};
+  unsigned int count = 0;
+  EXPECT_EQ(port.GetVPorts(nullptr, &count), 2U);
+  count = 1;
+  EXPECT_EQ(port.GetVPorts(records, &count), 1U);
+  EXPECT_EQ(count, 1U);
+  EXPECT_EQ(WwpnKey(records[1].portWwn.wwn), 0U);
+  count = 7;
+  EXPECT_EQ(port.GetVPorts(records, &count), 0U);
+  EXPECT_EQ(count, 2U);
+  EXPECT_EQ(WwpnKey(records[0].portWwn.wwn), 10U);
+  EXPECT_EQ(WwpnKey(records[1].portWwn.wwn), 20U);
+  EXPECT_EQ(WwpnKey(records[1].nodeWwn.wwn), 21U);
+  EXPECT_EQ(records[1].targetCount, 3U);
+}
+
+TEST(HbaEntry, VPortTargetsFollowTheCountContract) {
+  const CHbaEntry port = PortWith({VPort(10, 0), VPort(20, 3)});
+  RM_NodeInfoEntry records[4] = {};
+  const auto get = [&](std::uint64_t vport, RM_NodeInfoEntry* room, unsigned int& count) {
+    return port.GetVPortTargets(Name(vport), room, &count);
+  };
+  unsigned int count = 0;
+  EXPECT_EQ(get(20, nullptr, count), 3U);
+  EXPECT_EQ(count, 0U);
+  EXPECT_EQ(get(20, records, count = 2), 1U);
+  EXPECT_EQ(count, 2U);
+  EXPECT_EQ(WwpnKey(records[1].portWwn), 1U);
+  EXPECT_EQ(WwpnKey(records[2].portWwn), 0U);
+  EXPECT_EQ(get(20, records, count = 4), 0U);
+  EXPECT_EQ(count, 3U);
+  EXPECT_EQ(port.GetVPortTargets(Name(20), records, nullptr), 0U);
+  EXPECT_EQ(get(30, records, count), 0U);
+  EXPECT_EQ(count, 0U);
+}
+
+TEST(HbaEntry, VirtualFunctionsAreCopiedAllOrNone) {
+  CHbaEntry port(Name(1).wwn);
+  for (const unsigned int number : {0x100U, 0x7FU, 0x80U, 0x7FU}) port.AddVF(Name(number));
+  struct {
+    discovery_vf_addrs header;
+    HBA_NAME addresses[4];
+  } record{{2}, {Name(9), Name(9), Name(9), Name(9)}};
+  EXPECT_EQ(port.GetVirtualFunctionAddrs(&record.header), 1U);
+  EXPECT_EQ(WwpnKey(record.addresses[0].wwn), 9U);
+  for (const unsigned int room : {3U, 4U}) {
+    EXPECT_EQ(record.header.count, 3U);
+    record.header.count = room;
+    EXPECT_EQ(port.GetVirtualFunctionAddrs(&record.header), 0U);
+  }
+  EXPECT_EQ(record.header.count, 3U);
+  std::uint64_t expected[] = {0x7F, 0x80, 0x100, 9};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(WwpnKey(record.addresses[i].wwn), expected[i]);
+}
+
+}  // namespace
