@@ -20,7 +20,11 @@ if grep -v '@@HBADISCOVERY_14$' "$scratch/symbols"; then
   echo "not in the version node HBADISCOVERY_14" >&2
   exit 1
 fi
-readelf -d "$library" | grep -q 'SONAME.*\[libhbadiscovery\.so\.14\]' || { echo "wrong soname" >&2; exit 1; }
+readelf -d "$library" >"$scratch/dynamic"
+# Never unmapped, for its threads may still run; every symbol resolved at load, into memory that is then read-only.
+for entry in 'SONAME.*\[libhbadiscovery\.so\.14\]' 'FLAGS_1.* NODELETE' 'FLAGS_1.* NOW'; do
+  grep -q "$entry" "$scratch/dynamic" || { echo "not so in the dynamic section: $entry" >&2; exit 1; }
+done
 
 {
   cat <<'END'
