@@ -24,7 +24,8 @@ namespace {
 constexpr int kPatienceMilliseconds = 10'000;
 
 std::string WriteFabric(const Scratch& scratch, const Hosts& remote) {
-  return scratch.Write("fabric.json", FabricOf(remote).dump());
+  const json local = {{"name", "l"}, {"boards", json::array()}};
+  return scratch.Write("fabric.json", json{{"local", local}, {"remote", remote}}.dump());
 }
 
 agent::ServerOptions AnyPort(agent::ServerOptions options) {
@@ -53,10 +54,6 @@ json RemoteHost(const json& address, const json& more) {
   json host = {{"address", address}, {"name", "r"}, {"boards", {FcBoard()}}};
   host.update(more);
   return host;
-}
-
-json FabricOf(const Hosts& remote) {
-  return {{"local", {{"name", "l"}, {"boards", json::array()}}}, {"remote", remote}};
 }
 
 Background::Background(std::function<void(int)> body)

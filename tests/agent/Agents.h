@@ -33,8 +33,6 @@ using Hosts = std::vector<json>;
 
 // A remote host of a fabric file, with one FC port.
 json RemoteHost(const json& address, const json& more = json::object());
-// A fabric file's content.
-json FabricOf(const Hosts& remote);
 
 // A thread that is told by a descriptor when to end.
 class Background {

@@ -166,13 +166,13 @@ TEST(WireCodec, WrongValuesAreRefused) {
   };
   using Attributes = provider::Answer<provider::Attributes>;
   EXPECT_FALSE(IsRefused<Attributes>(attribute(R"({"id": 1, "type": "text", "value": {"hex": "00ff"}})")));
-  for (const std::string& text :
-       {std::string(R"({"id": 1, "type": "texts", "value": ""})"),
-        std::string(R"({"id": 1, "type": "number", "value": ""})"),
-        std::string(R"({"id": 1, "type": "text", "value": {"hex": "0"}})"),
-        std::string(R"({"id": 1, "type": "text", "value": {"hex": "0G"}})"),
-        std::string(R"({"id": 1, "type": "number", "value": 1}, {"id": 1, "type": "number", "value": 1})"),
-        R"({"id": 1, "type": "text", "value": ")" + std::string(4097, 'x') + "\"}"}) {
+  const std::string tooLong = R"({"id": 1, "type": "text", "value": ")" + std::string(4097, 'x') + "\"}";
+  for (const char* text :
+       {R"({"id": 1, "type": "texts", "value": ""})", R"({"id": 1, "type": "number", "value": ""})",
+        R"({"id": 1, "type": "text", "value": {"hex": "0"}})",
+        R"({"id": 1, "type": "text", "value": {"hex": "0G"}})",
+        R"({"id": 1, "type": "number", "value": 1}, {"id": 1, "type": "number", "value": 1})",
+        tooLong.c_str()}) {
     EXPECT_TRUE(IsRefused<Attributes>(attribute(text))) << text;
   }
 }

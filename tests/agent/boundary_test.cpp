@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 
 #include <csignal>
-#include <cstring>
 
 #include "rmapi/rmapi.h"
 #include "tests/agent/Agents.h"
@@ -27,23 +26,19 @@ class Registered {
 
   const unsigned char* Proxy() const { return m_Proxy; }
 
-  // With the given room; the records where they belong.
+  // With the given room, which is returned whole.
   struct Names {
-    int status = 0;
-    RM_NodeAddrList list{};
+    int status;
+    RM_NodeAddrList list;
     std::vector<HBA_NAME> names;
   };
   Names AskNames(std::uint32_t room = 16) const {
-    std::vector<std::uint64_t> block(1 + room);
+    static_assert(sizeof(RM_NodeAddrList) == sizeof(HBA_NAME));
+    std::vector<HBA_NAME> block(1 + room);
     auto* list = reinterpret_cast<RM_NodeAddrList*>(block.data());
-    list->capacity = room;
-    list->count = 99;
-    Names names;
-    names.status = RM_GetAllNodeAddr(&m_Record, list);
-    names.list = *list;
-    if (names.status == RM_STATUS_OK) names.names.resize(list->count);
-    if (!names.names.empty()) std::memcpy(names.names.data(), list + 1, names.names.size() * sizeof(HBA_NAME));
-    return names;
+    *list = {room, 99};
+    const int status = RM_GetAllNodeAddr(&m_Record, list);
+    return {status, *list, {block.begin() + 1, block.end()}};
   }
 
  private:
@@ -51,17 +46,11 @@ class Registered {
   unsigned char m_Proxy[8] = {};
 };
 
-const HBA_NAME kName = providertest::Name(providertest::kPort);
-
+// Or the status.
 std::string HostName(const Registered& host) {
-  std::vector<unsigned char> buffer(RM_ATTRIBUTE_ROOM);
-  auto size = static_cast<unsigned int>(buffer.size());
-  const int status = RM_GetServerAttributes(host.Proxy(), kName.wwn, buffer.data(), &size);
-  if (status != RM_STATUS_OK) return std::to_string(status);
-  unsigned int type = 0;
-  int found = 0;
-  const void* name = RM_GetAttributeValue(buffer.data(), 257, &type, &found);
-  return type == RM_ATTRIBUTE_TEXT && found == 0 ? static_cast<const char*>(name) : "";
+  const providertest::AttributesRead read(RM_GetServerAttributes, providertest::kPort, RM_ATTRIBUTE_ROOM,
+                                          host.Proxy());
+  return read.status == RM_STATUS_OK ? read.Text(257) : std::to_string(read.status);
 }
 
 TEST(Boundary, HostsByAddressAndProxy) {
@@ -77,7 +66,7 @@ TEST(Boundary, HostsByAddressAndProxy) {
   for (const Registered* host : {&first, &ipv6}) {
     const Registered::Names names = host->AskNames();
     EXPECT_EQ(names.status, RM_STATUS_OK);
-    ASSERT_EQ(names.names.size(), 2u);
+    EXPECT_EQ(names.list.count, 2u);
     EXPECT_EQ(providertest::Digits(names.names[1].wwn), providertest::kOtherPort);
     EXPECT_EQ(HostName(*host), "first");
     const Registered::Names tooSmall = host->AskNames(1);

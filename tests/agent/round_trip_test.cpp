@@ -49,26 +49,25 @@ void ExpectSame(const ListAnswer<Record>& there, const ListAnswer<Record>& here)
   EXPECT_EQ(std::memcmp(there.records.data(), here.records.data(), here.records.size() * sizeof(Record)), 0);
 }
 
+template <class... Question>
+void ExpectSameAnswers(Host& there, Host& here, const Wwn& port, Question... questions) {
+  (ExpectSame((there.*questions)(port), (here.*questions)(port)), ...);
+}
+
 // Every question about a port that there is.
 void ExpectSamePort(Host& there, Host& here, const Wwn& port) {
   EXPECT_EQ(there.HasPort(port), here.HasPort(port));
   EXPECT_EQ(there.IsMakersPort(port), here.IsMakersPort(port));
-  ExpectSame(there.DiscoveryAttributes(port), here.DiscoveryAttributes(port));
-  ExpectSame(there.HbaAttributes(port), here.HbaAttributes(port));
-  ExpectSame(there.PortAttributes(port), here.PortAttributes(port));
-  ExpectSame(there.ServerAttributes(port), here.ServerAttributes(port));
-  ExpectSame(there.DriverType(port), here.DriverType(port));
-  ExpectSame(there.BindType(port), here.BindType(port));
-  ExpectSame(there.InitiatorProperties(port), here.InitiatorProperties(port));
-  ExpectSame(there.Nodes(port), here.Nodes(port));
-  ExpectSame(there.VirtualPorts(port), here.VirtualPorts(port));
+  ExpectSameAnswers(there, here, port, &Host::DiscoveryAttributes, &Host::HbaAttributes, &Host::PortAttributes,
+                    &Host::ServerAttributes, &Host::DriverType, &Host::BindType, &Host::InitiatorProperties,
+                    &Host::Nodes, &Host::VirtualPorts, &Host::VirtualFunctions);
   for (const RM_VPortEntry& vport : here.VirtualPorts(port).records) {
     const Wwn name = provider::WwnFromBytes(vport.portWwn);
     ExpectSame(there.VirtualPortTargets(port, name), here.VirtualPortTargets(port, name));
   }
-  ExpectSame(there.IscsiTargets(port, false), here.IscsiTargets(port, false));
-  ExpectSame(there.IscsiTargets(port, true), here.IscsiTargets(port, true));
-  ExpectSame(there.VirtualFunctions(port), here.VirtualFunctions(port));
+  for (const bool refresh : {false, true}) {
+    ExpectSame(there.IscsiTargets(port, refresh), here.IscsiTargets(port, refresh));
+  }
 }
 
 void ExpectSameHost(Host& there, Host& here) {
@@ -101,21 +100,18 @@ TEST(RoundTrip, EveryQuestionOfALargeHost) {
 TEST(RoundTrip, ValuesAtTheirEnds) {
   std::string longName;
   while (longName.size() < 509) longName += "n\xC3\xA4";  // a character lies across byte 256
-  json iscsi = {
-      {"kind", "iscsi"}, {"wwpn", providertest::kOtherPort}, {"iscsi_targets", {{{"name", longName}}}}};
+  json iscsi = R"({"kind": "iscsi", "wwpn": "1000000000000002"})"_json;
+  iscsi["iscsi_targets"] = {{{"name", longName}}};
   iscsi["iscsi"] = {{"initiator_name", std::string(256, 'i')}};
   json fc = FcBoard();
   fc["serial_number"] = std::string(59, 's') + "\x7E";
   fc["sub_adapter_id"] = std::string(32, 'a');
   fc["overheated"] = true;
-  fc["targets"] = {{{"wwpn", "ffffffffffffffff"},
-                    {"fcp_lun", "0xffffffffffffffff"},
-                    {"lun_id", "\xE2\x82\xAC \"\\"},
-                    {"device", std::string(255, 'd')},
-                    {"lun", 4294967295u},
-                    {"state", 4294967295u}}};
-  fc["attributes"] = {{{"id", 4294967295u}, {"value", "\xE2\x82\xAC"}},
-                      {{"id", 7}, {"value", {{"name", "0000000000000001"}}}}};
+  fc["targets"] = R"([{"wwpn": "ffffffffffffffff", "fcp_lun": "0xffffffffffffffff", "lun": 4294967295,
+                       "state": 4294967295, "lun_id": "\u20AC \"\\"}])"_json;
+  fc["targets"][0]["device"] = std::string(255, 'd');
+  fc["attributes"] = R"([{"id": 4294967295, "value": "\u20AC"},
+                         {"id": 7, "value": {"name": "0000000000000001"}}])"_json;
   const Agent agent(Hosts{RemoteHost("127.0.1.1", {{"boards", {fc, iscsi}}, {"secure_management", true}})});
   provider::FabricHosts hosts(agent.Path());
   const auto there = agent.Remote("127.0.1.1");
@@ -159,14 +155,13 @@ TEST(Paths, RoundTripAndNothingElse) {
                                   0};
   EXPECT_EQ(provider::ParsePath(PathOf(vport)), vport);
   EXPECT_EQ(provider::ParsePath("/v1/boards/4294967295")->instance, 4294967295u);
-  const std::string port = std::string("/v1/ports/") + kPort;
-  for (const std::string& path :
-       {std::string(""), std::string("/"), std::string("/v1"), std::string("/v1/"), std::string("/v1/boards/"),
-        std::string("/v1/boards/00"), std::string("/v1/boards/-1"), std::string("/v1/boards/4294967296"),
-        std::string("/v1/boards/1/x"), std::string("v1/boards"), std::string("//v1/boards"),
-        std::string("/v1/ports/1000000000000001/nodes"), std::string("/v1/ports/0x10000000000001/nodes"),
-        std::string("/v1/ports/0x100000000000000g/nodes"), port, port + "/nodes/", port + "/node",
-        port + "/virtual_ports/x/targets", port + "/../../etc"}) {
+  for (const char* path :
+       {"", "/", "/v1", "/v1/", "/v1/boards/", "/v1/boards/00", "/v1/boards/-1", "/v1/boards/4294967296",
+        "/v1/boards/1/x", "v1/boards", "//v1/boards", "/v1/ports/1000000000000001/nodes",
+        "/v1/ports/0x10000000000001/nodes", "/v1/ports/0x100000000000000g/nodes",
+        "/v1/ports/0x1000000000000001", "/v1/ports/0x1000000000000001/nodes/",
+        "/v1/ports/0x1000000000000001/node", "/v1/ports/0x1000000000000001/virtual_ports/x/targets",
+        "/v1/ports/0x1000000000000001/../../etc"}) {
     EXPECT_EQ(provider::ParsePath(path), std::nullopt) << path;
   }
 }

@@ -142,31 +142,32 @@ BoardRead ReadBoard(unsigned int instance) {
   return read;
 }
 
-AttributesRead::AttributesRead(AttributeCall call, const std::string& port, unsigned int room)
-    : buffer(room), size(room), status(call(nullptr, Name(port).wwn, buffer.data(), &size)) {}
+AttributesRead::AttributesRead(AttributeCall call, const std::string& port, unsigned int room,
+                               const unsigned char* proxy)
+    : buffer(room), size(room), status(call(proxy, Name(port).wwn, buffer.data(), &size)) {}
 
-std::string AttributesRead::Text(unsigned int id) const {
+const void* AttributesRead::Value(unsigned int id, unsigned int ofType) const {
   unsigned int type = 0;
   int found = 0;
   const void* value = RM_GetAttributeValue(buffer.data(), id, &type, &found);
-  return value != nullptr && type == RM_ATTRIBUTE_TEXT ? static_cast<const char*>(value) : "";
+  return type == ofType ? value : nullptr;
+}
+
+std::string AttributesRead::Text(unsigned int id) const {
+  const void* value = Value(id, RM_ATTRIBUTE_TEXT);
+  return value != nullptr ? static_cast<const char*>(value) : "";
 }
 
 std::string AttributesRead::NameOf(unsigned int id) const {
-  unsigned int type = 0;
-  int found = 0;
-  const void* value = RM_GetAttributeValue(buffer.data(), id, &type, &found);
-  return value != nullptr && type == RM_ATTRIBUTE_NAME ? Digits(static_cast<const unsigned char*>(value)) : "";
+  const void* value = Value(id, RM_ATTRIBUTE_NAME);
+  return value != nullptr ? Digits(static_cast<const unsigned char*>(value)) : "";
 }
 
 long AttributesRead::Number(unsigned int id) const {
-  unsigned int type = 0;
-  int found = 0;
-  const void* value = RM_GetAttributeValue(buffer.data(), id, &type, &found);
-  if (value == nullptr || type != RM_ATTRIBUTE_U32) return -1;
+  const void* value = Value(id, RM_ATTRIBUTE_U32);
   std::uint32_t number = 0;
-  std::memcpy(&number, value, sizeof(number));
-  return number;
+  if (value != nullptr) std::memcpy(&number, value, sizeof(number));
+  return value != nullptr ? long{number} : -1;
 }
 
 int AttributesRead::StatusOf(unsigned int id) const {

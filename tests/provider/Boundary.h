@@ -93,7 +93,8 @@ BoardRead ReadBoard(unsigned int instance);
 // An attribute buffer's answer.
 using AttributeCall = int (*)(const unsigned char*, const unsigned char*, void*, unsigned int*);
 struct AttributesRead {
-  AttributesRead(AttributeCall call, const std::string& port, unsigned int room = RM_ATTRIBUTE_ROOM);
+  AttributesRead(AttributeCall call, const std::string& port, unsigned int room = RM_ATTRIBUTE_ROOM,
+                 const unsigned char* proxy = nullptr);
 
   // Empty when missing or of another type.
   std::string Text(unsigned int id) const;
@@ -105,6 +106,9 @@ struct AttributesRead {
   std::vector<unsigned char> buffer;
   unsigned int size;
   int status;
+
+ private:
+  const void* Value(unsigned int id, unsigned int ofType) const;
 };
 
 // Waits until it holds; false after ten seconds.

@@ -1,6 +1,7 @@
 // Remote hosts' addresses, the table of hosts and the table of CIM hosts.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 
 #include "tests/provider/Boundary.h"
@@ -27,17 +28,12 @@ TEST(Addresses, Texts) {
       {"::ffff:10.0.0.5", "::ffff:10.0.0.5"},
       {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
       {"localhost", "127.0.0.1"},
-      {"", "refused"},
-      {"10.0.0", "refused"},
-      {"10.0.0.256", "refused"},
-      {"0x0a.1", "refused"},
-      {"5", "refused"},
-      {"[fe80::1]", "refused"},
-      {"fe80::1%lo", "refused"},
-      {"10.0.0.5:23333", "refused"},
-      {"no such name", "refused"},
   };
   for (const auto& [host, text] : rows) EXPECT_EQ(Resolved(host), text) << host;
+  for (const char* host : {"", "10.0.0", "10.0.0.256", "0x0a.1", "5", "[fe80::1]", "fe80::1%lo",
+                           "10.0.0.5:23333", "no such name"}) {
+    EXPECT_EQ(Resolved(host), "refused") << host;
+  }
   _RM_IP_INFO record{};
   ASSERT_EQ(RM_RemoteOOBHostAddrV2("10.1.2.3", 0x1234, &record), RM_STATUS_OK);
   const unsigned char expected[20] = {10, 1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x34, 0x12, 0, 0};
@@ -46,18 +42,29 @@ TEST(Addresses, Texts) {
   EXPECT_EQ(RM_IPtoStrA(&record, nullptr), RM_STATUS_FAILED);
 }
 
+using Proxy = std::array<unsigned char, 8>;
+
+_RM_IP_INFO Address(const char* host) {
+  _RM_IP_INFO record{};
+  EXPECT_EQ(RM_RemoteOOBHostAddrV2(host, 23333, &record), RM_STATUS_OK);
+  return record;
+}
+
+Proxy Added(const _RM_IP_INFO& host) {
+  Proxy proxy{};
+  EXPECT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy.data()), RM_STATUS_OK);
+  return proxy;
+}
+
 TEST(Addresses, ProxyAddressOfIpv4IsTheAddressItself) {
-  _RM_IP_INFO host{};
-  ASSERT_EQ(RM_RemoteOOBHostAddrV2("10.1.2.3", 23333, &host), RM_STATUS_OK);
-  unsigned char proxy[8];
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
-  const unsigned char expected[8] = {0xFF, 0, 0x25, 0x5B, 10, 1, 2, 3};
-  EXPECT_EQ(std::memcmp(proxy, expected, 8), 0);
-  EXPECT_EQ(IsCimHost(proxy), 0);
+  _RM_IP_INFO host = Address("10.1.2.3");
+  Proxy proxy = Added(host);
+  EXPECT_EQ(proxy, (Proxy{0xFF, 0, 0x25, 0x5B, 10, 1, 2, 3}));
+  EXPECT_EQ(IsCimHost(proxy.data()), 0);
   host.flags = RM_IP_FLAG_CIM;
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
+  proxy = Added(host);
   EXPECT_EQ(proxy[0], 0xFE);
-  EXPECT_NE(IsCimHost(proxy), 0);
+  EXPECT_NE(IsCimHost(proxy.data()), 0);
   EXPECT_EQ(IsCimHost(nullptr), 0);
   EXPECT_EQ(RM_AddOOBAddressToLookupTable(&host, nullptr), RM_STATUS_OK);
   // By address alone, whatever the port.
@@ -67,56 +74,44 @@ TEST(Addresses, ProxyAddressOfIpv4IsTheAddressItself) {
 }
 
 TEST(Addresses, ProxyAddressOfIpv6IsAHandleThatStays) {
-  _RM_IP_INFO first{};
-  _RM_IP_INFO second{};
-  ASSERT_EQ(RM_RemoteOOBHostAddrV2("fe80::1", 23333, &first), RM_STATUS_OK);
-  ASSERT_EQ(RM_RemoteOOBHostAddrV2("fe80::2", 23333, &second), RM_STATUS_OK);
-  unsigned char before[8];
-  unsigned char other[8];
-  unsigned char after[8];
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&first, before), RM_STATUS_OK);
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&second, other), RM_STATUS_OK);
-  EXPECT_NE(std::memcmp(before, other, 8), 0);
+  _RM_IP_INFO first = Address("fe80::1");
+  const Proxy before = Added(first);
+  const Proxy other = Added(Address("fe80::2"));
+  EXPECT_NE(before, other);
   // Neither "no proxy" nor an IPv4 address.
   EXPECT_TRUE(before[0] != 0 && before[0] != 0xFF && before[0] != 0xFE);
   ASSERT_EQ(RM_RemoveOOBAddrFromLookupTable(&first), RM_STATUS_OK);
   first.port = 5;
   first.flags |= RM_IP_FLAG_CIM;
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&first, after), RM_STATUS_OK);
-  EXPECT_EQ(std::memcmp(before, after, 8), 0);
-  EXPECT_NE(IsCimHost(after), 0);
-  EXPECT_EQ(IsCimHost(other), 0);
+  EXPECT_EQ(Added(first), before);
+  EXPECT_NE(IsCimHost(before.data()), 0);
+  EXPECT_EQ(IsCimHost(other.data()), 0);
 }
 
-// Without asking anybody: no host that is not registered, and no CIM host.
+// Without asking anybody: no host that is not registered, and no CIM host. Of zeros is the local host.
 TEST(Addresses, UnknownHostsAreUnusable) {
-  _RM_IP_INFO host{};
-  ASSERT_EQ(RM_RemoteOOBHostAddrV2("127.0.0.1", 23333, &host), RM_STATUS_OK);
-  const unsigned char port[8] = {0x10};
-  const unsigned char handle[8] = {0x06, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0x7F};
-  unsigned char proxy[8];
-  const auto expectUnusable = [&] {
-    RM_NodeAddrList list{0, 99};
+  const Fabric fabric(Boards{FcBoard()});
+  _RM_IP_INFO host = Address("127.0.0.1");
+  const auto driverType = [](const Proxy& proxy) {
     unsigned int type = 0;
+    return RM_GetDriverType(proxy.data(), Name(kPort).wwn, &type);
+  };
+  const auto expectUnusable = [&](const Proxy& proxy) {
+    RM_NodeAddrList list{0, 99};
     EXPECT_EQ(RM_GetAllNodeAddr(&host, &list), RM_STATUS_HOST_UNUSABLE);
     EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(RM_GetDriverType(proxy, port, &type), RM_STATUS_HOST_UNUSABLE);
-    EXPECT_EQ(RM_GetDriverType(handle, port, &type), RM_STATUS_HOST_UNUSABLE);
+    EXPECT_EQ(driverType(proxy), RM_STATUS_HOST_UNUSABLE);
   };
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
+  const Proxy proxy = Added(host);
   ASSERT_EQ(RM_RemoveOOBAddrFromLookupTable(&host), RM_STATUS_OK);
-  expectUnusable();
+  expectUnusable(proxy);
   host.flags = RM_IP_FLAG_CIM;
-  ASSERT_EQ(RM_AddOOBAddressToLookupTable(&host, proxy), RM_STATUS_OK);
-  expectUnusable();
+  expectUnusable(Added(host));
+  EXPECT_EQ(driverType({0x06, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0x7F}), RM_STATUS_HOST_UNUSABLE);
+  EXPECT_EQ(driverType({}), RM_STATUS_OK);
+  RM_NodeInfoList nodes{0, 0};
+  EXPECT_EQ(RM_GetAllNodeInfo(proxy.data(), Name(kPort).wwn, &nodes), RM_STATUS_HOST_UNUSABLE);
   EXPECT_EQ(RM_GetAllNodeAddr(nullptr, nullptr), RM_STATUS_FAILED);
-}
-
-TEST(Addresses, CacheFlagsAreSetAndAskedFor) {
-  EXPECT_EQ(RM_OOBHandleCacheControl(1), 1);
-  EXPECT_EQ(RM_OOBHandleCacheControl(RM_OOBHandleCacheControl(-1) | 2), 3);
-  EXPECT_EQ(RM_OOBHandleCacheControl(-1), 3);
-  EXPECT_EQ(RM_OOBHandleCacheControl(0), 0);
 }
 
 CIMCredentials Cim(const std::string& address, std::uint32_t port) {

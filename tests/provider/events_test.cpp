@@ -10,14 +10,17 @@ namespace {
 constexpr char kNic[] = "1000000000000003";
 constexpr char kIscsi[] = "1000000000000004";
 
-std::vector<json> FourBoards() {
-  json fc = FcBoard();
-  fc["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 3}, {"luns", 2}}};
-  return {fc,
-          FcBoard(kOtherPort),
-          {{"kind", "nic"}, {"wwpn", kNic}},
-          {{"kind", "iscsi"}, {"wwpn", kIscsi}, {"iscsi", {{"initiator_name", "iqn"}}}}};
-}
+const json kFourBoards = R"([
+    {"kind": "fc", "wwpn": "1000000000000001", "targets": [{"wwpn": "5000000000000001", "count": 3, "luns": 2}]},
+    {"kind": "fc", "wwpn": "1000000000000002"},
+    {"kind": "nic", "wwpn": "1000000000000003"},
+    {"kind": "iscsi", "wwpn": "1000000000000004", "iscsi": {"initiator_name": "iqn"}}])"_json;
+
+// The boards with these events.
+class Scripted : public Fabric {
+ public:
+  explicit Scripted(const char* events) : Fabric(kFourBoards, {{"events", json::parse(events)}}) {}
+};
 
 std::vector<std::string> TargetNames(const std::string& port) {
   std::vector<std::string> names;
@@ -26,17 +29,14 @@ std::vector<std::string> TargetNames(const std::string& port) {
 }
 
 TEST(Events, AtTimeZeroTheyHaveHappened) {
-  const Fabric fabric(
-      FourBoards(), {{"events",
-                      {{{"after_ms", 0},
-                        {"port", kPort},
-                        {"link", "down"},
-                        {"remove_targets", {"5000000000000002", {{"wwpn", "5000000000000003"}, {"count", 1}}}},
-                        {"add_targets", {{{"wwpn", "5000000000000009"}, {"makers_port", true}}}},
-                        {"virtual_ports", {{{"wwpn", "1100000000000001"}}}}},
-                       {{"after_ms", 0}, {"port", kOtherPort}, {"overheated", true}},
-                       {{"after_ms", 0}, {"port", kNic}, {"virtual_functions", {"0100000000000001"}}},
-                       {{"after_ms", 0}, {"port", kIscsi}, {"iscsi_targets", {{{"name", "iqn.t"}}}}}}}});
+  const Scripted fabric(R"([
+      {"after_ms": 0, "port": "1000000000000001", "link": "down",
+       "remove_targets": ["5000000000000002", {"wwpn": "5000000000000003", "count": 1}],
+       "add_targets": [{"wwpn": "5000000000000009", "makers_port": true}],
+       "virtual_ports": [{"wwpn": "1100000000000001"}]},
+      {"after_ms": 0, "port": "1000000000000002", "overheated": true},
+      {"after_ms": 0, "port": "1000000000000003", "virtual_functions": ["0100000000000001"]},
+      {"after_ms": 0, "port": "1000000000000004", "iscsi_targets": [{"name": "iqn.t"}]}])");
   EXPECT_EQ(ReadBoard(0).board.linkStatus, 2u);
   EXPECT_THAT(TargetNames(kPort),
               testing::ElementsAre("5000000000000001", "5000000000000001", "5000000000000009"));
@@ -51,11 +51,9 @@ TEST(Events, AtTimeZeroTheyHaveHappened) {
 
 // Given in another order than that of their times.
 TEST(Events, HappenInTheOrderOfTheirTimes) {
-  const Fabric fabric(FourBoards(),
-                      {{"events",
-                        {{{"after_ms", 600}, {"port", kPort}, {"link", "up"}, {"targets", json::array()}},
-                         {{"after_ms", 300}, {"port", kPort}, {"link", "down"}},
-                         {{"after_ms", 1'000'000}, {"port", kPort}, {"link", 9}}}}});
+  const Scripted fabric(R"([{"after_ms": 600, "port": "1000000000000001", "link": "up", "targets": []},
+                            {"after_ms": 300, "port": "1000000000000001", "link": "down"},
+                            {"after_ms": 1000000, "port": "1000000000000001", "link": 9}])");
   EXPECT_EQ(ReadBoard(0).board.linkStatus, 1u);
   EXPECT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
   EXPECT_EQ(Nodes(kPort).count, 6u);
@@ -64,9 +62,8 @@ TEST(Events, HappenInTheOrderOfTheirTimes) {
 }
 
 TEST(Events, BoardVanishesAndComesBack) {
-  const Fabric fabric(FourBoards(), {{"events",
-                                      {{{"after_ms", 0}, {"port", kPort}, {"present", false}},
-                                       {{"after_ms", 500}, {"port", kPort}, {"present", true}}}}});
+  const Scripted fabric(R"([{"after_ms": 0, "port": "1000000000000001", "present": false},
+                            {"after_ms": 500, "port": "1000000000000001", "present": true}])");
   EXPECT_THAT(Instances().records, testing::ElementsAre(1, 2, 3));
   EXPECT_EQ(ReadBoard(0).status, RM_STATUS_NOT_FOUND);
   EXPECT_EQ(Nodes(kPort).status, RM_STATUS_NOT_FOUND);
@@ -78,7 +75,7 @@ TEST(Events, BoardVanishesAndComesBack) {
 
 // The clock starts with RM_InitLib, not when the source was chosen.
 TEST(Events, ClockStartsWithTheLibrary) {
-  Fabric fabric(FourBoards(), {{"events", {{{"after_ms", 400}, {"port", kPort}, {"link", "down"}}}}});
+  const Scripted fabric(R"([{"after_ms": 400, "port": "1000000000000001", "link": "down"}])");
   ASSERT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
   ASSERT_EQ(RM_ExitLib(), RM_STATUS_OK);
   ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);

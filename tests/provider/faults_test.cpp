@@ -45,23 +45,22 @@ TEST(Faults, StatusForTheNextCallsOfOnePort) {
 }
 
 TEST(Faults, EveryCallThatAnswersAStatus) {
-  const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "*"}, {"port", kPort}, {"status", 302}}}}});
+  json boards = TwoPorts();
+  boards[0]["virtual_ports"] = {{{"wwpn", "1100000000000001"}, {"count", 2}}};
+  const Fabric fabric(
+      boards,
+      {{"faults",
+        {{{"call", "RM_VPListTargets"}, {"virtual_port", "1100000000000002"}, {"status", 5}, {"times", 1}},
+         {{"call", "*"}, {"port", kPort}, {"skip", 1}, {"status", 302}}}}});
+  // The first call is left over by both faults, the second is that of one virtual port alone.
+  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000001").status, 0);
+  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000002").status, 5);
   EXPECT_EQ(ReadBoard(0).status, 302);
   EXPECT_EQ(ReadBoard(1).status, 0);
   EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, 302);
   EXPECT_EQ(Functions(kPort).status, 302);
   EXPECT_EQ(Instances().status, 0);  // of no port
   EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0);
-}
-
-TEST(Faults, FaultOfOneVirtualPort) {
-  json boards = TwoPorts();
-  boards[0]["virtual_ports"] = {{{"wwpn", "1100000000000001"}, {"count", 2}}};
-  const Fabric fabric(
-      boards,
-      {{"faults", {{{"call", "RM_VPListTargets"}, {"virtual_port", "1100000000000002"}, {"status", 5}}}}});
-  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000001").status, 0);
-  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000002").status, 5);
 }
 
 TEST(Faults, AnswerOfAnOverheatedPortIsComplete) {
@@ -114,19 +113,17 @@ TEST(Faults, DelaysRunInParallel) {
 TEST(Faults, DelayOfOneCallTakesThePlaceOfTheHosts) {
   const Fabric fabric(TwoPorts(), {{"delay_ms", 60'000},
                                    {"faults",
-                                    {{{"call", "RM_VPList"}, {"delay_ms", 0}},
+                                    {{{"call", "RM_VPList"}, {"delay_ms", 0}, {"hang", 0.15}},
                                      {{"call", "RM_GetDriverType"}, {"delay_ms", 100}, {"status", 9}}}}});
-  EXPECT_LT(Elapsed([] { EXPECT_EQ(VirtualPorts(kPort).status, 0); }), milliseconds(30'000));
+  // A hang of some seconds answers afterwards.
+  const milliseconds hang = Elapsed([] { EXPECT_EQ(VirtualPorts(kPort).status, 0); });
+  EXPECT_GE(hang, milliseconds(150));
+  EXPECT_LT(hang, milliseconds(30'000));
   unsigned int type = 0;
   EXPECT_GE(Elapsed([&] { EXPECT_EQ(RM_GetDriverType(nullptr, Name(kPort).wwn, &type), 9); }),
             milliseconds(100));
   // Questions that are answered from memory have no delay.
   EXPECT_LT(Elapsed([] { EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0); }), milliseconds(30'000));
-}
-
-TEST(Faults, HangOfSomeSecondsAnswersAfterwards) {
-  const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "RM_VPList"}, {"hang", 0.15}, {"times", 1}}}}});
-  EXPECT_GE(Elapsed([] { EXPECT_EQ(VirtualPorts(kPort).status, 0); }), milliseconds(150));
 }
 
 // A call that hangs stops no other; a new content of the file lets it go.

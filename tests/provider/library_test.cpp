@@ -49,20 +49,27 @@ class Configured : public testing::Test {
   std::string m_Fabric;
 };
 
-TEST_F(Configured, FabricFileFromTheConfiguration) {
-  WriteSettings("rm.conf", "no line of ours\nFabricFile: " + m_Fabric + " \nSysfsRoot:/nowhere\n");
-  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
-  EXPECT_EQ(Instances().count, 1u);
-  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
-}
-
-TEST_F(Configured, ConfigurationElsewhere) {
-  WriteSettings("varnixRMConfig",
-                "ConfFilePath:" + m_Scratch.Write("other.conf", "FabricFile:" + m_Fabric) + "\n");
-  WriteSettings("rm.conf", "FabricFile:/nowhere\n");
-  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
-  EXPECT_EQ(Instances().count, 1u);
-  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+TEST_F(Configured, SourceOfTheConfiguration) {
+  std::filesystem::create_directories(m_Scratch.Path("sys/class"));
+  const std::string elsewhere = m_Scratch.Write("other.conf", "FabricFile:" + m_Fabric);
+  const struct {
+    std::string rmConf;
+    std::string rmConfig;
+    std::uint32_t boards;
+  } rows[] = {
+      {"no line of ours\nFabricFile: " + m_Fabric + " \nSysfsRoot:/nowhere\n", "", 1},
+      {"FabricFile:/nowhere\n", "ConfFilePath:" + elsewhere + "\n", 1},
+      {"SysfsRoot:" + m_Scratch.Path("sys") + "\n", "", 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.rmConf + row.rmConfig);
+    WriteSettings("rm.conf", row.rmConf);
+    WriteSettings("varnixRMConfig", row.rmConfig);
+    ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
+    EXPECT_EQ(Instances().status, RM_STATUS_OK);
+    EXPECT_EQ(Instances().count, row.boards);
+    EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+  }
 }
 
 TEST_F(Configured, WhatTheProcessSaysComesFirst) {
@@ -85,15 +92,6 @@ TEST_F(Configured, WrongFabricFileFailsEveryQuestion) {
   EXPECT_EQ(RM_IsLocalHBA(Name(kPort).wwn), 0);
   EXPECT_THAT(ReadFile(LOG_FILE_PATH_DEFAULT),
               HasSubstr(m_Scratch.Path("bad.json") + ":2: local: expected an object"));
-  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
-}
-
-TEST_F(Configured, SysfsRootFromTheConfiguration) {
-  std::filesystem::create_directories(m_Scratch.Path("sys/class"));
-  WriteSettings("rm.conf", "SysfsRoot:" + m_Scratch.Path("sys") + "\n");
-  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
-  EXPECT_EQ(Instances().status, RM_STATUS_OK);
-  EXPECT_EQ(Instances().count, 0u);
   EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
 }
 
@@ -144,18 +142,6 @@ TEST(Library, StartsAreCounted) {
   EXPECT_EQ(number, 5u);
   EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, RM_STATUS_FAILED);
   EXPECT_EQ(RM_IsVarnixPort(Name(kPort).wwn), 0);
-}
-
-TEST(Library, RemoteHostsCannotBeReached) {
-  const Fabric fabric(Boards{FcBoard()});
-  const unsigned char zero[8] = {};
-  const unsigned char remote[8] = {0xFF, 0, 0x25, 0x5B, 10, 0, 0, 1};
-  unsigned char buffer[RM_ATTRIBUTE_ROOM];
-  unsigned int size = sizeof(buffer);
-  EXPECT_EQ(RM_GetDiscoveryAttributes(zero, Name(kPort).wwn, buffer, &size), RM_STATUS_OK);
-  EXPECT_EQ(RM_GetDiscoveryAttributes(remote, Name(kPort).wwn, buffer, &size), RM_STATUS_HOST_UNUSABLE);
-  RM_NodeInfoList list{0, 0};
-  EXPECT_EQ(RM_GetAllNodeInfo(remote, Name(kPort).wwn, &list), RM_STATUS_HOST_UNUSABLE);
 }
 
 TEST(Library, NullArgumentsAreRefused) {

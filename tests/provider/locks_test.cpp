@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -30,28 +31,21 @@ const bool gs_LoadTimeLock = [] {
          RM_releaseSemaphore(handle) != 0;
 }();
 
-TEST(Locks, WorkBeforeMain) {
-  EXPECT_TRUE(gs_LoadTimeLock);
-}
-
 // A child process that runs `body` and then waits to be killed. Ready when the constructor returns.
 class Child {
  public:
   template <class Body>
   explicit Child(Body body) {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
+    const int ready = eventfd(0, 0);
     m_Process = fork();
     if (m_Process == 0) {
-      const char done = body() ? 'y' : 'n';
-      if (write(ends[1], &done, 1) != 1) _exit(1);
+      eventfd_write(ready, body() ? 1 : 2);
       for (;;) pause();
     }
-    char done = 0;
-    EXPECT_EQ(read(ends[0], &done, 1), 1);
-    EXPECT_EQ(done, 'y');
-    close(ends[0]);
-    close(ends[1]);
+    eventfd_t done = 0;
+    EXPECT_EQ(eventfd_read(ready, &done), 0);
+    EXPECT_EQ(done, 1u);
+    close(ready);
   }
   ~Child() { Kill(); }
 
@@ -88,7 +82,8 @@ class Taker {
   std::thread m_Thread;
 };
 
-TEST(Locks, SerialiseThreads) {
+TEST(Locks, WorkBeforeMainAndSerialiseThreads) {
+  EXPECT_TRUE(gs_LoadTimeLock);
   const std::intptr_t handle = Semaphore("threads");
   int counter = 0;  // what the lock protects
   std::vector<std::thread> threads;
@@ -115,31 +110,18 @@ TEST(Locks, AnotherThreadMayGiveItBack) {
   EXPECT_NE(RM_releaseSemaphore(handle), 0);
 }
 
-TEST(Locks, KilledHolderLeavesItFree) {
-  const std::intptr_t handle = Semaphore("killed");
-  Child holder([handle] { return RM_acquireSemaphore(handle) != 0; });
-  {
-    const Taker taker(handle);
-    EXPECT_TRUE(taker.WaitsStill());
-    holder.Kill();
-    EXPECT_TRUE(taker.HasIt());
-  }
-  EXPECT_NE(RM_releaseSemaphore(handle), 0);
-}
-
-// The child of a holder shares its open files but does not hold its lock: it neither keeps it nor gives it
-// back.
-TEST(Locks, ForkedChildHoldsNothing) {
+// A killed holder leaves the lock free. Its child shares its open files but does not hold the lock: it neither
+// keeps it nor gives it back.
+TEST(Locks, KilledHolderLeavesItFreeAndItsChildHoldsNothing) {
   const std::intptr_t handle = Semaphore("forked");
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
+  const int end = eventfd(0, 0);
   {
     Child holder([&] {
       if (RM_acquireSemaphore(handle) == 0) return false;
       if (fork() == 0) {
         // Lives until the test lets it go.
-        char end = 0;
-        _exit(RM_releaseSemaphore(handle) == 0 && read(ends[0], &end, 1) == 1 ? 0 : 1);
+        eventfd_t told = 0;
+        _exit(RM_releaseSemaphore(handle) == 0 && eventfd_read(end, &told) == 0 ? 0 : 1);
       }
       return true;
     });
@@ -149,9 +131,8 @@ TEST(Locks, ForkedChildHoldsNothing) {
     EXPECT_TRUE(taker.HasIt());
   }
   EXPECT_NE(RM_releaseSemaphore(handle), 0);
-  EXPECT_EQ(write(ends[1], "x", 1), 1);
-  close(ends[0]);
-  close(ends[1]);
+  EXPECT_EQ(eventfd_write(end, 1), 0);
+  close(end);
 }
 
 // Who waits for a file that is then replaced does not end with a lock that excludes nobody.

@@ -2,6 +2,8 @@
 #ifndef TESTS_SYSFS_DESCRIBE_H_
 #define TESTS_SYSFS_DESCRIBE_H_
 
+#include <functional>
+#include <set>
 #include <string>
 
 #include "provider/Host.h"
@@ -15,8 +17,11 @@ std::string Describe(provider::Host& host);
 std::string DescribeBoard(provider::Host& host, unsigned int instance);
 std::string DescribeNodes(const provider::ListAnswer<RM_NodeInfoEntry>& answer);
 
-// Asks everything that can be asked about the port and fails the test on a status that no caller expects.
-void AskEverything(provider::Host& host, const provider::Wwn& wwn);
+// With so few files that this process may have open.
+void WithDescriptors(std::size_t most, const std::function<void()>& body);
+
+// Of everything that can be asked about the port.
+std::set<int> StatusesOf(provider::Host& host, const provider::Wwn& wwn);
 
 }  // namespace sysfs_test
 

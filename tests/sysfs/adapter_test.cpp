@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <sstream>
 
 #include "provider/WorldWideName.h"
 #include "provider/sysfs/SysfsHost.h"
@@ -22,32 +23,29 @@ using provider::Wwn;
 namespace {
 
 constexpr std::uint64_t kHbaName = 0x2000025dfa000007;
+const std::string kHbaPci = "devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/";
 
 // An adapter that is an FC port in hardware: no network device, its SCSI host right under the PCI function.
 class Hba : public Tree {
  public:
   Hba() {
-    constexpr char kPci[] = "devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/";
-    const std::string fcHost = kPci + std::string("host7/fc_host/host7/");
-    Link("class/fc_host/host7", "../../" + fcHost.substr(0, fcHost.size() - 1));
-    Write(fcHost + "port_name", "0x2000025dfa000007\n");
-    Write(fcHost + "node_name", "0x1000025dfa000007\n");
-    Write(fcHost + "fabric_name", "0xffffffffffffffff\n");
-    Write(fcHost + "port_state", "Online\n");
-    Write(fcHost + "symbolic_name", "HBA FV1.2 DV3.4\n");
-    Link(fcHost + "device", "../../../host7");
-    Write(kPci + std::string("host7/scsi_host/host7/proc_name"), "hbadrv\n");
-    Write(kPci + std::string("host7/scsi_host/host7/active_mode"), "Initiator\n");
-    Write(kPci + std::string("vendor"), "0x0bad\n");
-    Write(kPci + std::string("device"), "0x1e30\n");
-    Write(kPci + std::string("subsystem_vendor"), "0x0bad\n");
-    Write(kPci + std::string("subsystem_device"), "0xe331\n");
-    Link(kPci + std::string("driver"), "../../../../bus/pci/drivers/hbadrv");
+    Link("class/fc_host/host7", "../../" + kHbaPci + "host7/fc_host/host7");
+    SetPort("port_name", "0x2000025dfa000007\n");
+    SetPort("node_name", "0x1000025dfa000007\n");
+    SetPort("fabric_name", "0xffffffffffffffff\n");
+    SetPort("port_state", "Online\n");
+    SetPort("symbolic_name", "HBA FV1.2 DV3.4\n");
+    Link(kHbaPci + "host7/fc_host/host7/device", "../../../host7");
+    Set("host7/scsi_host/host7/proc_name", "hbadrv\n");
+    Set("host7/scsi_host/host7/active_mode", "Initiator\n");
+    Set("vendor", "0x0bad\n");
+    Set("device", "0x1e30\n");
+    Set("subsystem_vendor", "0x0bad\n");
+    Set("subsystem_device", "0xe331\n");
+    Link(kHbaPci + "driver", "../../../../bus/pci/drivers/hbadrv");
   }
 
-  void Set(const std::string& attribute, const std::string& value) {
-    Write("devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/" + attribute, value);
-  }
+  void Set(const std::string& attribute, const std::string& value) { Write(kHbaPci + attribute, value); }
   void SetPort(const std::string& attribute, const std::string& value) {
     Set("host7/fc_host/host7/" + attribute, value);
   }
@@ -64,59 +62,39 @@ std::string Text(const char (&field)[Size]) {
   return std::string(field, strnlen(field, Size));
 }
 
-// Reads attributes as their reader does, who keeps no field of an earlier record but the port name.
-class Refresh {
- public:
-  Refresh(const Wwn& wwn, const Attributes& attributes) : m_Attributes(attributes) {
-    std::memcpy(m_Board.info.portWwn, wwn.data(), wwn.size());
-    HBA_info_v4& info = m_Board.info;
-    CopyText(513, info.hostName, sizeof(info.hostName) - 1);
-    CopyText(514, info.manufacturer, sizeof(info.manufacturer) - 1);
-    info.modelId = Number(527);
-    if (info.modelId == 0xFE05 || info.modelId == 0xFED5) info.specialFeatures |= RM_FEATURE_MARDEL;
-    if (Number(561) == 0x103C && (Number(557) == 0x3391 || Number(557) == 0x3392)) {
-      info.specialFeatures |= RM_FEATURE_SORTANE;
-    }
-    CopyText(515, info.serialNumber, sizeof(info.serialNumber));
-    info.functionNumber = static_cast<std::uint16_t>(Number(560));
-    info.busNumber = static_cast<std::uint16_t>(Number(555));
-    const bool isFcoe = Number(556) == 2;
-    if (isFcoe) info.specialFeatures |= RM_FEATURE_FCOE | RM_FEATURE_CONVERGED;
-    CopyName(535, info.fabricName);
-    CopyName(518, info.nodeWwn);
-    if (isFcoe) info.physicalPort = static_cast<std::uint16_t>(Number(559));
-    CopyText(553, info.vpdPortNumber, sizeof(info.vpdPortNumber));
-    if (Number(554) != 0) info.modelId |= RM_MODEL_TARGET_MODE;
-    CopyText(537, info.model, sizeof(info.model));
-    m_Board.linkStatus = Number(774);
-    if (isFcoe) m_Board.linkStatus |= Number(802) << 8;
-  }
-
-  const Board& Result() const { return m_Board; }
-
- private:
-  template <class T>
-  T Get(unsigned int id) const {
-    const auto found = m_Attributes.find(id);
-    if (found == m_Attributes.end() || !std::holds_alternative<T>(found->second)) {
-      ADD_FAILURE() << "attribute " << id;
-      return T{};
-    }
-    return std::get<T>(found->second);
-  }
-  std::uint32_t Number(unsigned int id) const { return Get<std::uint32_t>(id); }
-  void CopyText(unsigned int id, char* field, std::size_t most) const {
-    const std::string text = Get<std::string>(id);
+// The record as the reader of attributes fills it, who keeps no field of an earlier record but the port name.
+Board FromAttributes(const Wwn& wwn, const Attributes& attributes) {
+  Board board;
+  HBA_info_v4& info = board.info;
+  const auto number = [&](unsigned int id) { return std::get<std::uint32_t>(attributes.at(id)); };
+  const auto copyText = [&](unsigned int id, char* field, std::size_t most) {
+    const std::string text = std::get<std::string>(attributes.at(id));
     std::copy_n(text.begin(), std::min(text.size(), most), field);
+  };
+  const auto copyName = [&](unsigned int id, std::uint8_t* field) {
+    std::ranges::copy(std::get<Wwn>(attributes.at(id)), field);
+  };
+  const bool isFcoe = number(556) == 2;
+  std::ranges::copy(wwn, info.portWwn);
+  copyName(518, info.nodeWwn);
+  copyName(535, info.fabricName);
+  copyText(513, info.hostName, sizeof(info.hostName) - 1);
+  copyText(514, info.manufacturer, sizeof(info.manufacturer) - 1);
+  copyText(515, info.serialNumber, sizeof(info.serialNumber));
+  copyText(537, info.model, sizeof(info.model));
+  copyText(553, info.vpdPortNumber, sizeof(info.vpdPortNumber));
+  info.modelId = number(527) | (number(554) != 0 ? RM_MODEL_TARGET_MODE : 0);
+  info.functionNumber = static_cast<std::uint16_t>(number(560));
+  info.busNumber = static_cast<std::uint16_t>(number(555));
+  if (isFcoe) info.physicalPort = static_cast<std::uint16_t>(number(559));
+  if (isFcoe) info.specialFeatures = RM_FEATURE_FCOE | RM_FEATURE_CONVERGED;
+  if (number(527) == 0xFE05 || number(527) == 0xFED5) info.specialFeatures |= RM_FEATURE_MARDEL;
+  if (number(561) == 0x103C && (number(557) == 0x3391 || number(557) == 0x3392)) {
+    info.specialFeatures |= RM_FEATURE_SORTANE;
   }
-  void CopyName(unsigned int id, std::uint8_t* field) const {
-    const Wwn name = Get<Wwn>(id);
-    std::memcpy(field, name.data(), name.size());
-  }
-
-  const Attributes& m_Attributes;
-  Board m_Board;
-};
+  board.linkStatus = number(774) | (isFcoe ? number(802) << 8 : 0);
+  return board;
+}
 
 // The whole record, padding too.
 void ExpectRefreshChangesNothing(const Tree& tree, const std::string& hostName = "tester") {
@@ -128,7 +106,7 @@ void ExpectRefreshChangesNothing(const Tree& tree, const std::string& hostName =
     const Wwn wwn = provider::WwnFromBytes(board.info.portWwn);
     const provider::Answer<Attributes> attributes = host->DiscoveryAttributes(wwn);
     ASSERT_EQ(attributes.status, RM_STATUS_OK);
-    const Board refreshed = Refresh(wwn, attributes.value).Result();
+    const Board refreshed = FromAttributes(wwn, attributes.value);
     EXPECT_EQ(std::memcmp(&refreshed.info, &board.info, sizeof(board.info)), 0) << "board " << instance;
     EXPECT_EQ(refreshed.linkStatus, board.linkStatus) << "board " << instance;
   }
@@ -136,33 +114,30 @@ void ExpectRefreshChangesNothing(const Tree& tree, const std::string& hostName =
 
 }  // namespace
 
+// "maker, model, serial number; model id; VPD port; physical port; function; bus; features", numbers in
+// hexadecimal.
+std::string Summary(const HBA_info_v4& info) {
+  std::ostringstream text;
+  text << std::hex << Text(info.manufacturer) << ", " << Text(info.model) << ", " << Text(info.serialNumber)
+       << "; " << info.modelId << "; " << Text(info.vpdPortNumber) << "; " << info.physicalPort << "; "
+       << info.functionNumber << "; " << info.busNumber << "; " << info.specialFeatures;
+  return text.str();
+}
+
 TEST(Adapter, FcoePortOfAPciAdapter) {
   const Tree tree("pci-04-npiv-active");
   const HBA_info_v4 info = ReadBoard(tree, 1).info;
   EXPECT_EQ(provider::WwnFromBytes(info.portWwn), Name(0x2000525400fc0011));
   EXPECT_EQ(provider::WwnFromBytes(info.nodeWwn), Name(0x1000525400fc0011));
-  EXPECT_EQ(info.modelId, 0x10C9u);
   EXPECT_EQ(Text(info.hostName), "tester");
-  EXPECT_EQ(Text(info.manufacturer), "PCI vendor 8086");
-  EXPECT_EQ(Text(info.model), "fcoe over eth1 (igb 8086:10c9)");
-  EXPECT_EQ(Text(info.serialNumber), "52:54:00:fc:00:11");
-  EXPECT_EQ(Text(info.vpdPortNumber), "1");
-  EXPECT_EQ(info.physicalPort, 1u);
-  EXPECT_EQ(info.functionNumber, 1u);
-  EXPECT_EQ(info.busNumber, 1u);
-  EXPECT_EQ(info.specialFeatures, std::uint32_t{RM_FEATURE_FCOE} | RM_FEATURE_CONVERGED);
+  EXPECT_EQ(Summary(info),
+            "PCI vendor 8086, fcoe over eth1 (igb 8086:10c9), 52:54:00:fc:00:11; 10c9; 1; 1; 1; 1; 12");
   EXPECT_EQ(Text(info.subAdapterId), "");
 }
 
 TEST(Adapter, FcoePortWithoutHardware) {
-  const Tree tree("veth-01-up");
-  const HBA_info_v4 info = ReadBoard(tree, 0).info;
-  EXPECT_EQ(info.modelId, 0xFFFFu);
-  EXPECT_EQ(Text(info.manufacturer), "Linux");
-  EXPECT_EQ(Text(info.model), "fcoe over veth0");
-  EXPECT_EQ(Text(info.vpdPortNumber), "");
-  EXPECT_EQ(info.functionNumber, 0xFFFFu);
-  EXPECT_EQ(info.busNumber, 0xFFFFu);
+  EXPECT_EQ(Summary(ReadBoard(Tree("veth-01-up"), 0).info),
+            "Linux, fcoe over veth0, 02:00:00:00:0a:01; ffff; ; 0; ffff; ffff; 12");
 }
 
 TEST(Adapter, FcPortInHardware) {
@@ -170,16 +145,7 @@ TEST(Adapter, FcPortInHardware) {
   const Board board = ReadBoard(tree, 7);
   EXPECT_EQ(board.linkStatus, 1u);
   EXPECT_EQ(provider::WwnFromBytes(board.info.fabricName), Wwn{});
-  EXPECT_EQ(board.info.specialFeatures, 0u);
-  EXPECT_EQ(board.info.modelId, 0x1E30u);
-  EXPECT_EQ(Text(board.info.manufacturer), "PCI vendor 0bad");
-  EXPECT_EQ(Text(board.info.model), "hbadrv 0bad:1e30");
-  EXPECT_EQ(Text(board.info.serialNumber), "");
-  EXPECT_EQ(Text(board.info.vpdPortNumber), "1");
-  EXPECT_EQ(board.info.physicalPort, 0u);
-  EXPECT_EQ(board.info.functionNumber, 1u);
-  EXPECT_EQ(board.info.busNumber, 0x3Bu);
-
+  EXPECT_EQ(Summary(board.info), "PCI vendor 0bad, hbadrv 0bad:1e30, ; 1e30; 1; 0; 1; 3b; 0");
   tree.SetPort("port_state", "Linkdown\n");
   EXPECT_EQ(ReadBoard(tree, 7).linkStatus, 2u);
 }
@@ -205,10 +171,7 @@ TEST(Adapter, WithoutIdsTheDriversWordsAreLeft) {
   tree.SetPort("symbolic_name", "\n");
   EXPECT_EQ(Text(ReadBoard(tree, 7).info.model), "hbadrv");
   tree.Set("host7/scsi_host/host7/proc_name", "(null)\n");
-  const HBA_info_v4 nameless = ReadBoard(tree, 7).info;
-  EXPECT_EQ(Text(nameless.model), "unknown");
-  EXPECT_EQ(Text(nameless.manufacturer), "unknown");
-  EXPECT_EQ(nameless.modelId, 0xFFFFu);
+  EXPECT_EQ(Summary(ReadBoard(tree, 7).info), "unknown, unknown, ; ffff; 1; 0; 1; 3b; 0");
 }
 
 // FCoE mostly runs on a VLAN device, which has no hardware in its path; the adapter is one or more layers down.
@@ -273,17 +236,13 @@ TEST(Adapter, OtherAttributeSets) {
   EXPECT_EQ(host->PortAttributes(wwn).value, link);
   EXPECT_EQ(host->ServerAttributes(wwn).value, (Attributes{{257, std::string("tester")}}));
 
-  const Hba hba;
-  EXPECT_EQ(provider::MakeSysfsHost(hba.Root())->PortAttributes(Name(kHbaName)).value,
-            (Attributes{{774, std::uint32_t{1}}}));
-}
-
-TEST(Adapter, WithoutAGivenNameTheMachineIsAsked) {
+  const Hba hbaTree;
+  const std::unique_ptr<Host> hba = provider::MakeSysfsHost(hbaTree.Root());
+  EXPECT_EQ(hba->PortAttributes(Name(kHbaName)).value, (Attributes{{774, std::uint32_t{1}}}));
+  // Without a given name the machine is asked.
   char name[256] = {};
   ASSERT_EQ(gethostname(name, sizeof(name) - 1), 0);
-  const Hba hba;
-  const Attributes server = provider::MakeSysfsHost(hba.Root())->ServerAttributes(Name(kHbaName)).value;
-  EXPECT_EQ(std::get<std::string>(server.at(257)), name);
+  EXPECT_EQ(hba->ServerAttributes(Name(kHbaName)).value, (Attributes{{257, std::string(name)}}));
 }
 
 }  // namespace sysfs_test

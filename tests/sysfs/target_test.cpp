@@ -1,6 +1,5 @@
 // Targets, LUNs and virtual ports beyond what the kernel-made trees hold.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <memory>
 
@@ -13,6 +12,8 @@ namespace sysfs_test {
 
 using provider::Host;
 using provider::ListAnswer;
+
+const provider::Wwn kPort = Name(0x2000525400fc0010);
 
 class Targets : public testing::Test {
  protected:
@@ -35,7 +36,7 @@ class Targets : public testing::Test {
   std::string Lun(const std::string& lun) const {
     return kHost0 + "rport-0:0-1/target0:0:0/0:0:0:" + lun + '/';
   }
-  ListAnswer<RM_NodeInfoEntry> Nodes() { return m_Host->Nodes(Name(0x2000525400fc0010)); }
+  ListAnswer<RM_NodeInfoEntry> Nodes() { return m_Host->Nodes(kPort); }
 
   Tree m_Tree{"pci-04-npiv-active"};
   const std::unique_ptr<Host> m_Host = provider::MakeSysfsHost(m_Tree.Root(), "tester");
@@ -108,49 +109,44 @@ TEST_F(Targets, ATargetThatCameBackIsListedOnce) {
 }
 
 TEST_F(Targets, BindTypes) {
-  const provider::Wwn wwn = Name(0x2000525400fc0010);
-  m_Tree.Write(kFcHost0 + "tgtid_bind_type", "none\n");
-  EXPECT_EQ(m_Host->BindType(wwn).value, 0x1000u);
-  m_Tree.Write(kFcHost0 + "tgtid_bind_type", "port_id (FC Address)\n");
-  EXPECT_EQ(m_Host->BindType(wwn).value, 0x1001u);
-  m_Tree.Write(kFcHost0 + "tgtid_bind_type", "wwnn (World Wide Node Name)\n");
-  EXPECT_EQ(m_Host->BindType(wwn).value, 0x1004u);
-  EXPECT_EQ(Nodes().records.at(0).bindType, 0x1004u);
+  const std::pair<const char*, std::uint32_t> rows[] = {
+      {"none\n", 0x1000}, {"port_id (FC Address)\n", 0x1001}, {"wwnn (World Wide Node Name)\n", 0x1004}};
+  for (const auto& [text, type] : rows) {
+    m_Tree.Write(kFcHost0 + "tgtid_bind_type", text);
+    EXPECT_EQ(m_Host->BindType(kPort).value, type);
+    EXPECT_EQ(Nodes().records.at(0).bindType, type);
+  }
   m_Tree.Remove(kFcHost0 + "tgtid_bind_type");
-  EXPECT_EQ(m_Host->BindType(wwn).status, RM_STATUS_NOT_SUPPORTED);
+  EXPECT_EQ(m_Host->BindType(kPort).status, RM_STATUS_NOT_SUPPORTED);
 }
 
 TEST_F(Targets, VirtualPortsAreListedOnceAndWithoutTheirHostToo) {
   AddVirtualPort("vport-0:0-3", "0x2200525400fc0010");
   AddVirtualPort("vport-0:0-4", "0x2200525400fc0010");
   AddVirtualPort("vport-1:0-5", "0x2300525400fc0010");
-  const provider::Wwn wwn = Name(0x2000525400fc0010);
-  const ListAnswer<RM_VPortEntry> ports = m_Host->VirtualPorts(wwn);
+  const ListAnswer<RM_VPortEntry> ports = m_Host->VirtualPorts(kPort);
   ASSERT_EQ(ports.records.size(), 2u);
   EXPECT_EQ(provider::WwnFromBytes(ports.records[1].portWwn), Name(0x2200525400fc0010));
   EXPECT_EQ(provider::WwnFromBytes(ports.records[1].nodeWwn), provider::Wwn{});
-  const ListAnswer<RM_VPortTargetEntry> targets = m_Host->VirtualPortTargets(wwn, Name(0x2200525400fc0010));
+  const ListAnswer<RM_VPortTargetEntry> targets = m_Host->VirtualPortTargets(kPort, Name(0x2200525400fc0010));
   EXPECT_EQ(targets.status, RM_STATUS_OK);
   EXPECT_TRUE(targets.records.empty());
 }
 
 // More of them than the process may have files open.
 TEST_F(Targets, ManyTargetsNeedFewDescriptors) {
-  constexpr rlim_t kDescriptors = 64;
   constexpr std::size_t kTargets = 150;
   for (std::size_t i = 0; i < kTargets; ++i) {
     const std::string number = std::to_string(1000 + i);
     AddRemotePort("rport-0:0-" + number, "0x500000000000" + number, "Online", "FCP Target", number);
     AddVirtualPort("vport-0:0-" + number, "0x600000000000" + number);
   }
-  rlimit before;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit few = before;
-  few.rlim_cur = kDescriptors;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  const ListAnswer<RM_NodeInfoEntry> nodes = Nodes();
-  const ListAnswer<RM_VPortEntry> ports = m_Host->VirtualPorts(Name(0x2000525400fc0010));
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  ListAnswer<RM_NodeInfoEntry> nodes;
+  ListAnswer<RM_VPortEntry> ports;
+  WithDescriptors(64, [&] {
+    nodes = Nodes();
+    ports = m_Host->VirtualPorts(kPort);
+  });
   EXPECT_EQ(nodes.status, RM_STATUS_OK);
   EXPECT_EQ(nodes.records.size(), kTargets + 1);
   EXPECT_EQ(ports.status, RM_STATUS_OK);

@@ -1,6 +1,7 @@
 #include "tests/tool/FakeLibrary.h"
 
 #include <algorithm>
+#include <array>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -36,6 +37,15 @@ State& TheState() {
   return state;
 }
 
+class Locked {
+ public:
+  State* operator->() const { return &m_State; }
+
+ private:
+  State& m_State = TheState();
+  const std::lock_guard<std::mutex> m_Lock{m_State.mutex};
+};
+
 [[noreturn]] void Breach(const char* text) {
   std::fprintf(stderr, "breach of contract: %s\n", text);
   std::abort();
@@ -58,15 +68,33 @@ void RunScript() {
   }
 }
 
-bool SameName(const std::uint8_t (&bytes)[8], HBA_NAME name) {
-  return std::memcmp(bytes, name.wwn, 8) == 0;
+bool HasName(const Port& port, HBA_NAME name) {
+  return std::memcmp(port.record.base.base.port.portWwn, name.wwn, sizeof name.wwn) == 0;
 }
 
-// The port a query may see: the one that the walk stands on.
-const Port* Visible(const State& state, HBA_NAME name) {
-  if (!state.record.walkOpen) Breach("a per-port query outside a walk");
-  const Port& port = state.snapshot[state.cursor];
-  return SameName(port.record.base.base.port.portWwn, name) ? &port : nullptr;
+// The port at the cursor, or the end of the walk.
+bool Show(const Locked& state, hba_discovery_info_V3* info) {
+  if (state->cursor < state->snapshot.size()) {
+    *info = state->snapshot[state->cursor].record;
+    return true;
+  }
+  state->record.walkOpen = false;
+  ++state->record.walksEnded;
+  state->changed.notify_all();
+  return false;
+}
+
+// A query may see the port that the walk stands on, and no other.
+template <class Answer>
+int AskPort(HBA_NAME name, int unknown, Answer answer) {
+  const Locked state;
+  if (!state->record.walkOpen) Breach("a per-port query outside a walk");
+  const Port& port = state->snapshot[state->cursor];
+  return HasName(port, name) ? answer(port) : unknown;
+}
+
+void SetName(std::uint8_t (&field)[8], const std::array<std::uint8_t, 8>& name) {
+  std::ranges::copy(name, field);
 }
 
 template <class T>
@@ -78,78 +106,34 @@ int CopyOut(const std::vector<T>& from, T* to, unsigned int* count) {
   return static_cast<int>(from.size() - copied);
 }
 
-void CloseWalk(State& state) {
-  state.record.walkOpen = false;
-  ++state.record.walksEnded;
-  state.changed.notify_all();
-}
-
-int FirstPort(hba_discovery_info_V3* info) {
-  State& state = TheState();
-  const std::lock_guard lock(state.mutex);
-  if (state.record.walkOpen) Breach("a walk begun before another was finished");
-  state.snapshot = state.ports;
-  state.cursor = 0;
-  state.record.walkOpen = true;
-  if (state.snapshot.empty()) {
-    CloseWalk(state);
-    return 0;
-  }
-  *info = state.snapshot.front().record;
-  return static_cast<int>(state.snapshot.size());
-}
-
-int NextPort(hba_discovery_info_V3* info) {
-  State& state = TheState();
-  const std::lock_guard lock(state.mutex);
-  if (!state.record.walkOpen) Breach("GetNextHba without a walk");
-  if (++state.cursor == state.snapshot.size()) {
-    CloseWalk(state);
-    return 0;
-  }
-  *info = state.snapshot[state.cursor].record;
-  return 1;
-}
-
 }  // namespace
 
 void SetScript(std::vector<Step> steps) {
-  State& state = TheState();
-  const std::lock_guard lock(state.mutex);
-  if (state.thread.joinable()) Breach("a new script while discovery runs");
-  state.steps = std::move(steps);
-  state.ports.clear();
-  state.stopping = false;
-  state.record = {};
+  const Locked state;
+  if (state->thread.joinable()) Breach("a new script while discovery runs");
+  state->steps = std::move(steps);
+  state->ports.clear();
+  state->stopping = false;
+  state->record = {};
 }
 
 void SetHosts(std::vector<hbadisc_oob_host> hosts, int addResult, int removeResult) {
-  State& state = TheState();
-  const std::lock_guard lock(state.mutex);
-  state.hosts = std::move(hosts);
-  state.addResult = addResult;
-  state.removeResult = removeResult;
+  const Locked state;
+  state->hosts = std::move(hosts);
+  state->addResult = addResult;
+  state->removeResult = removeResult;
 }
 
 Record Recorded() {
-  State& state = TheState();
-  const std::lock_guard lock(state.mutex);
-  return state.record;
-}
-
-void SetText(char* field, std::size_t size, const std::string& text) {
-  std::memset(field, 0, size);
-  std::memcpy(field, text.data(), std::min(size, text.size()));
+  return Locked()->record;
 }
 
 Port MakePort(unsigned char number, unsigned int features) {
   Port port;
   hba_discovery_info& info = port.record.base.base;
   info.isLocal = 1;
-  const std::uint8_t wwpn[8] = {0x10, 0, 2, 0x5d, 0xfa, 0, 0, number};
-  const std::uint8_t wwnn[8] = {0x20, 0, 2, 0x5d, 0xfa, 0, 0, number};
-  std::memcpy(info.port.portWwn, wwpn, sizeof wwpn);
-  std::memcpy(info.port.nodeWwn, wwnn, sizeof wwnn);
+  SetName(info.port.portWwn, {0x10, 0, 2, 0x5d, 0xfa, 0, 0, number});
+  SetName(info.port.nodeWwn, {0x20, 0, 2, 0x5d, 0xfa, 0, 0, number});
   SetText(info.port.hostName, "lab1");
   SetText(info.port.manufacturer, "Varnix");
   SetText(info.port.model, "VX3200");
@@ -161,10 +145,8 @@ Port MakePort(unsigned char number, unsigned int features) {
 
 RM_NodeInfoEntry MakeFcTarget(unsigned char number) {
   RM_NodeInfoEntry target{};
-  const std::uint8_t wwpn[8] = {0x50, 0, 0, 0, 0, 0, 0, number};
-  const std::uint8_t wwnn[8] = {0x51, 0, 0, 0, 0, 0, 0, number};
-  std::memcpy(target.portWwn, wwpn, sizeof wwpn);
-  std::memcpy(target.nodeWwn, wwnn, sizeof wwnn);
+  SetName(target.portWwn, {0x50, 0, 0, 0, 0, 0, 0, number});
+  SetName(target.nodeWwn, {0x51, 0, 0, 0, 0, 0, 0, number});
   target.target = number;
   target.fcAddressId = 0x010200;
   target.nodeState = RM_NODE_EXISTS | RM_NODE_READY;
@@ -193,135 +175,123 @@ VPort MakeVPort(unsigned char number, std::vector<RM_NodeInfoEntry> targets) {
 
 }  // namespace fake
 
+using fake::Locked;
+using fake::Port;
+
 extern "C" {
 
-void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned int eventMask, void* context) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  state.callBack = callback;
-  state.context = context;
-  state.record.eventMask = eventMask;
+void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned int, void* context) {
+  const Locked state;
+  state->callBack = callback;
+  state->context = context;
 }
 
 void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  state.record.interval = interval;
-  state.record.oobInterval = oobInterval;
-  state.record.localOnly = localOnly;
-  ++state.record.startups;
-  state.thread = std::thread(fake::RunScript);
+  const Locked state;
+  state->record.interval = interval;
+  state->record.oobInterval = oobInterval;
+  state->record.localOnly = localOnly;
+  ++state->record.startups;
+  state->thread = std::thread(fake::RunScript);
 }
 
 void HBADisc_Terminate(void) {
-  fake::State& state = fake::TheState();
   std::thread thread;
   {
-    const std::lock_guard lock(state.mutex);
-    if (state.record.walkOpen) fake::Breach("HBADisc_Terminate during a walk");
-    state.stopping = true;
-    ++state.record.terminates;
-    state.changed.notify_all();
-    thread = std::move(state.thread);
+    const Locked state;
+    if (state->record.walkOpen) fake::Breach("HBADisc_Terminate during a walk");
+    state->stopping = true;
+    ++state->record.terminates;
+    state->changed.notify_all();
+    thread = std::move(state->thread);
   }
   if (thread.joinable()) thread.join();
 }
 
 int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  state.record.refreshWhat = what;
-  const bool known = std::ranges::any_of(state.ports, [&](const fake::Port& port) {
-    return fake::SameName(port.record.base.base.port.portWwn, wwpn);
-  });
-  if (known && state.refreshReason != 0) state.callBack(state.refreshReason, state.context);
+  const Locked state;
+  state->record.refreshWhat = what;
+  const bool known =
+      std::ranges::any_of(state->ports, [&](const Port& port) { return fake::HasName(port, wwpn); });
+  if (known && state->refreshReason != 0) state->callBack(state->refreshReason, state->context);
   return known ? 1 : 0;
 }
 
 int HBADisc_AddOOBHostA(const char* host) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  state.record.hosts.push_back(std::string("add ") + host);
-  return state.addResult;
+  const Locked state;
+  state->record.hosts.push_back(std::string("add ") + host);
+  return state->addResult;
 }
 
 int HBADisc_RemoveOOBHostA(const char* host) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  state.record.hosts.push_back(std::string("remove ") + host);
-  return state.removeResult;
+  const Locked state;
+  state->record.hosts.push_back(std::string("remove ") + host);
+  return state->removeResult;
 }
 
 int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
+  const Locked state;
   const std::size_t room = list->count;
-  const std::size_t copied = std::min(room, state.hosts.size());
-  std::copy_n(state.hosts.begin(), copied, reinterpret_cast<hbadisc_oob_host*>(list + 1));
-  list->count = static_cast<std::uint32_t>(state.hosts.size());
-  return state.hosts.size() > room ? 1 : 0;
+  std::copy_n(state->hosts.begin(), std::min(room, state->hosts.size()),
+              reinterpret_cast<hbadisc_oob_host*>(list + 1));
+  list->count = static_cast<std::uint32_t>(state->hosts.size());
+  return state->hosts.size() > room ? 1 : 0;
 }
 
 int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info) {
-  return fake::FirstPort(info);
+  const Locked state;
+  if (state->record.walkOpen) fake::Breach("a walk begun before another was finished");
+  state->snapshot = state->ports;
+  state->cursor = 0;
+  state->record.walkOpen = true;
+  return fake::Show(state, info) ? static_cast<int>(state->snapshot.size()) : 0;
 }
+
 int HBADisc_GetNextHbaV3(hba_discovery_info_V3* info) {
-  return fake::NextPort(info);
+  const Locked state;
+  if (!state->record.walkOpen) fake::Breach("GetNextHba without a walk");
+  ++state->cursor;
+  return fake::Show(state, info) ? 1 : 0;
 }
 
 int HBADisc_GetTargetMappings(HBA_NAME wwpn, RM_NodeInfoEntry* targets, unsigned int* count) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  const fake::Port* port = fake::Visible(state, wwpn);
-  return port ? fake::CopyOut(port->targets, targets, count) : 0;
+  return fake::AskPort(wwpn, 0, [&](const Port& port) { return fake::CopyOut(port.targets, targets, count); });
 }
 
 int HBADisc_GetVPorts(HBA_NAME wwpn, discovery_vport_info* vports, unsigned int* count) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  const fake::Port* port = fake::Visible(state, wwpn);
-  if (!port) return 0;
-  std::vector<discovery_vport_info> records;
-  for (const fake::VPort& vport : port->vports) records.push_back(vport.record);
-  return fake::CopyOut(records, vports, count);
+  return fake::AskPort(wwpn, 0, [&](const Port& port) {
+    std::vector<discovery_vport_info> records;
+    for (const fake::VPort& vport : port.vports) records.push_back(vport.record);
+    return fake::CopyOut(records, vports, count);
+  });
 }
 
 int HBADisc_GetVPortTargets(HBA_NAME wwpn, HBA_NAME vportWwpn, RM_NodeInfoEntry* targets, unsigned int* count) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  const fake::Port* port = fake::Visible(state, wwpn);
-  if (!port) return 0;
-  for (const fake::VPort& vport : port->vports) {
-    if (fake::SameName(vport.record.portWwn.wwn, vportWwpn))
-      return fake::CopyOut(vport.targets, targets, count);
-  }
-  *count = 0;
-  return 0;
+  return fake::AskPort(wwpn, 0, [&](const Port& port) {
+    const auto vport = std::ranges::find_if(port.vports, [&](const fake::VPort& each) {
+      return std::memcmp(each.record.portWwn.wwn, vportWwpn.wwn, sizeof vportWwpn.wwn) == 0;
+    });
+    return fake::CopyOut(vport != port.vports.end() ? vport->targets : std::vector<RM_NodeInfoEntry>(), targets,
+                         count);
+  });
 }
 
 int HBADisc_GetVirtualFunctionAddrs(HBA_NAME wwpn, discovery_vf_addrs* addresses) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  const fake::Port* port = fake::Visible(state, wwpn);
-  if (!port) return 2;
-  const auto needed = static_cast<std::uint32_t>(port->virtualFunctions.size());
-  const bool fits = addresses->count >= needed;
-  if (fits && needed > 0) {
-    std::memcpy(reinterpret_cast<char*>(addresses) + sizeof addresses->count, port->virtualFunctions.data(),
-                needed * sizeof(HBA_NAME));
-  }
-  addresses->count = needed;
-  return fits ? 0 : 1;
+  return fake::AskPort(wwpn, 2, [&](const Port& port) {
+    const std::vector<HBA_NAME>& functions = port.virtualFunctions;
+    const bool fits = addresses->count >= functions.size();
+    char* const room = reinterpret_cast<char*>(addresses) + sizeof addresses->count;
+    if (fits) std::ranges::copy(functions, reinterpret_cast<HBA_NAME*>(room));
+    addresses->count = static_cast<std::uint32_t>(functions.size());
+    return fits ? 0 : 1;
+  });
 }
 
 int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
-  fake::State& state = fake::TheState();
-  const std::lock_guard lock(state.mutex);
-  std::memset(names, 0, sizeof *names);
-  const fake::Port* port = fake::Visible(state, wwpn);
-  if (!port || !port->iscsiNames) return 0;
-  *names = *port->iscsiNames;
-  return 1;
+  return fake::AskPort(wwpn, 0, [&](const Port& port) {
+    *names = port.iscsiNames.value_or(discovery_iscsi_names{});
+    return port.iscsiNames ? 1 : 0;
+  });
 }
 
 }  // extern "C"

@@ -7,7 +7,8 @@
 #ifndef TESTS_TOOL_FAKELIBRARY_H_
 #define TESTS_TOOL_FAKELIBRARY_H_
 
-#include <map>
+#include <algorithm>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,7 +45,6 @@ struct Record {
   unsigned int interval = 0;
   unsigned int oobInterval = 0;
   int localOnly = 0;
-  unsigned int eventMask = 0;
   int startups = 0;
   int terminates = 0;
   unsigned int refreshWhat = 0;
@@ -64,10 +64,10 @@ RM_NodeInfoEntry MakeIscsiTarget(const std::string& name, unsigned char flags);
 VPort MakeVPort(unsigned char number, std::vector<RM_NodeInfoEntry> targets);
 
 // Fills a text field, without a terminator when the text is as long as the field or longer.
-void SetText(char* field, std::size_t size, const std::string& text);
 template <std::size_t kSize>
 void SetText(char (&field)[kSize], const std::string& text) {
-  SetText(field, kSize, text);
+  std::memset(field, 0, kSize);
+  std::memcpy(field, text.data(), std::min(kSize, text.size()));
 }
 
 }  // namespace fake

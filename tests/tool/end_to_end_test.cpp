@@ -1,13 +1,16 @@
 // The built program on fabric files, through the library and the open provider. The cases run in a mount
 // namespace of their own, so that the settings under /etc are theirs.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
-
-#include "tests/tool/Program.h"
+#include <stdexcept>
+#include <utility>
 
 namespace tooltest {
 namespace {
@@ -19,6 +22,43 @@ const std::string kExamples = HBADISC_EXAMPLES;
 // Of this process's private /run/lock.
 const std::string kFabric = "/run/lock/fabric.json";
 const std::string kErrors = "/run/lock/errors";
+
+// A program as a shell runs it, with its output in hand. The object ends what it has started.
+class Program {
+ public:
+  explicit Program(const std::string& command) : m_Output(popen(command.c_str(), "re")) {
+    if (!m_Output) throw std::runtime_error("cannot start a shell");
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+  ~Program() {
+    if (m_Output) pclose(m_Output);
+  }
+
+  // Waits for a line, without its end; none at the end of the output.
+  std::optional<std::string> ReadLine() {
+    std::string line;
+    for (int c; (c = std::fgetc(m_Output)) != EOF;) {
+      if (c == '\n') return line;
+      line += static_cast<char>(c);
+    }
+    return line.empty() ? std::nullopt : std::optional(line);
+  }
+  // What is left of the output.
+  std::string ReadAll() {
+    std::string text;
+    while (const auto line = ReadLine()) text += *line + '\n';
+    return text;
+  }
+  // Waits for the end of the program; its exit code, or 128 and the signal that ended it.
+  int Wait() {
+    const int status = pclose(std::exchange(m_Output, nullptr));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+ private:
+  std::FILE* m_Output;
+};
 
 struct Result {
   int code = 0;

@@ -19,17 +19,6 @@ std::vector<Port> Read(const std::vector<fake::Port>& ports) {
   return ReadPorts(Details::All);
 }
 
-TEST(PortReaderTest, AsksForDiscoveryOfOneCycle) {
-  Read({});
-  const fake::Record record = fake::Recorded();
-  EXPECT_EQ(record.interval, 0U);
-  EXPECT_EQ(record.oobInterval, 0U);
-  EXPECT_EQ(record.localOnly, 0);
-  EXPECT_EQ(record.eventMask, 15U);
-  EXPECT_EQ(record.startups, 1);
-  EXPECT_EQ(record.terminates, 1);
-}
-
 TEST(PortReaderTest, FindsTheKindInTheOrderOfTheFeatures) {
   const std::pair<unsigned int, PortKind> rows[] = {
       {0, PortKind::Fc},        {0x80, PortKind::Fc},   {0x2, PortKind::Fc},        {0x6, PortKind::Iscsi},
