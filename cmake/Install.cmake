@@ -30,9 +30,11 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbadiscovery.pc DESTINATION ${CMAKE_IN
 install(FILES tools/completion/hbadisc.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME hbadisc)
 install(FILES tools/completion/_hbadisc DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
-install(FILES agent/hbadisc-agent.service DESTINATION lib/systemd/system)
+configure_file(agent/hbadisc-agent.service.in hbadisc-agent.service @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbadisc-agent.service DESTINATION lib/systemd/system)
 
-# Examples and documents lie to one another as in the source tree, so that links hold; the man pages name these folders.
+# Documents and examples lie to one another as in the source tree, for the links between them; the man pages name these
+# folders.
 set(dev_doc ${CMAKE_INSTALL_DATADIR}/doc/libhbadiscovery-dev)
 install(FILES examples/list_ports.c examples/watch_ports.cpp examples/minimal_provider.c
         DESTINATION ${dev_doc}/examples)

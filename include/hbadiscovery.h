@@ -9,8 +9,8 @@
  *   HBADisc_Terminate. Start and stop may be repeated. There is one discovery controller in a process. It is
  *   constructed when the library is loaded, which already reads the discovery settings file, under a lock that
  *   all processes share and that loading waits for without limit, and opens the log. The library is never
- * unmapped, and none of its calls may be made in a child after fork(). Before the start and after the stop
- * there are no ports; hosts files and settings can be read all the same.
+ *   unmapped, and none of its calls may be made in a child after fork(). Before the start and after the stop
+ *   there are no ports; hosts files and settings can be read all the same.
  *
  * Results
  *   An int is 1 for yes or done, 0 for no or nothing; of the calls for hosts files and settings, which say so,
@@ -30,9 +30,9 @@
  *
  * Units and ranges
  *   Intervals are whole seconds, up to 2147483 (24 days); a longer one, up to 4294967, gives no periodic
- * cycles. 0 means no periodic cycles, only those that are asked for; 1 to 4 are too short to be meant: a start
- * takes 90 in their place, a change keeps the interval that there is. There is no other default: the caller
- * says the interval, except that HBADisc_Startup takes 90 for remote hosts.
+ *   cycles. 0 means no periodic cycles, only those that are asked for; 1 to 4 are too short to be meant: a
+ *   start takes 90 in their place, a change keeps the interval that there is. There is no other default: the
+ *   caller says the interval, except that HBADisc_Startup takes 90 for remote hosts.
  *
  * Threads
  *   Every call may be made from any thread, unless it says otherwise. Starting and terminating wait for one
@@ -58,7 +58,7 @@
  *   end, as they do elsewhere: they leave their request and return. Nor does HBADisc_GetFirstHba wait there
  *   for a walk of a thread that is in a control call and so may be waiting for this very callback, or while
  *   discovery is being stopped: it gives 0. The calls for hosts files and settings wait as they do elsewhere.
- * An exception that leaves the callback is caught. No callback starts once HBADisc_Terminate has stopped
+ *   An exception that leaves the callback is caught. No callback starts once HBADisc_Terminate has stopped
  *   discovery and returned.
  *
  * Signals

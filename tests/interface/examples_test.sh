@@ -3,6 +3,7 @@
 # programs where the pages say that they are. An example that is new to this test fails it.
 set -euo pipefail
 build=$1 source=$2
+export LC_ALL=C
 
 # A network of its own: examples listen on addresses, and on the port of everybody's agent.
 if [[ ${3-} != --inside ]]; then exec unshare --net -- "$0" "$build" "$source" --inside; fi
@@ -10,7 +11,8 @@ ip link set lo up
 ip address add 10.0.0.5/32 dev lo
 
 scratch=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null || :; rm -rf "$scratch"' EXIT
+agent=
+trap 'if [[ $agent ]]; then kill "$agent"; fi; rm -rf "$scratch"' EXIT
 prefix=$scratch/usr
 cmake --install "$build" --prefix "$prefix" >/dev/null
 # The mount namespace is this test's alone.
@@ -20,8 +22,9 @@ mount -t tmpfs none /var/log
 mkdir -p /opt/varnix/quorbench
 PATH=$prefix/bin:$PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name hbadiscovery.pc)")
-LD_LIBRARY_PATH=$(pkg-config --variable=libdir "$PKG_CONFIG_PATH/hbadiscovery.pc")
-export PATH PKG_CONFIG_PATH LD_LIBRARY_PATH
+export PATH PKG_CONFIG_PATH
+# For programs that were linked as if the library was where the loader looks.
+libraries=$(pkg-config --variable=libdir hbadiscovery)
 
 fail() { printf '%s: %s\n' "$example" "$1" >&2; exit 1; }
 
@@ -35,6 +38,10 @@ awk -v out="$scratch/blocks/README" '
   /^```/ { fenced = !fenced; next } fenced { next }
   /^    / { if (!inside) ++count; inside = 1; print substr($0, 5) > (out "." count); next } { inside = 0 }' "$source/README.md"
 
+# A user who runs this test is root in a user namespace, where the agent finds nobody else to become.
+as_user=
+if (($(awk '{ print $3 }' /proc/self/uid_map) == 1)); then as_user=' --user root'; fi
+
 # Line by line, as at a prompt; what stays in the foreground or is sent away from it is awaited until it listens.
 type_in() {
   local line
@@ -44,7 +51,8 @@ type_in() {
       cat "$scratch/out" >>"$scratch/answers"
       continue
     fi
-    eval "${line%&} &" 2>"$scratch/agent"
+    eval "${line%&}$as_user &" 2>"$scratch/agent"
+    agent=$!
     for ((tries = 0; tries < 200; ++tries)); do
       if grep -q 'listening on' "$scratch/agent"; then break; fi
       sleep 0.05
@@ -63,6 +71,10 @@ run() { # BLOCK
   example=$(basename "$1")
   : >"$scratch/answers"
   rm -f /etc/varnix/quorbench/* /opt/varnix/quorbench/hbahosts.lst
+  case $example in
+    hbadisc.1.*) ;; # one after the other, where the first one leads
+    *) cd "$scratch" ;;
+  esac
   case $example in
     hbadisc.1.1) type_in "$1" ;;
     hbadisc.1.2) type_in "$1"; expect harbour-01 0x1000025d41000002 ;;
@@ -93,12 +105,12 @@ run() { # BLOCK
       expect '10.1.2.3 server7' '10.1.2.4:23334 server8' fe80::1 '[fe80::2]:23334'
       ;;
     README.1) know_commands "$1" ;;
-    README.2) type_in "$1"; ./list_ports ;;
+    README.2) type_in "$1"; list_ports ;;
     # Installing packages is their own test.
     README.3)
       sed '/^sudo apt-get install /d' "$1" >"$scratch/rest"
       type_in "$scratch/rest"
-      ./list_ports
+      LD_LIBRARY_PATH=$libraries list_ports
       ;;
     *) fail "no test knows this example: $(head -n 1 "$1")" ;;
   esac
@@ -110,8 +122,9 @@ look() { hbadisc "$@" list >"$scratch/answers" 2>&1 || { cat "$scratch/answers" 
 ask_agent() { curl -sf "$1" >/dev/null || fail "no answer from $1"; }
 
 stop_agent() {
-  kill %%
-  wait %% || fail "the agent does not end well"
+  kill "$agent"
+  wait "$agent" || fail "the agent does not end well"
+  agent=
 }
 
 # What the synopsis says of a program, with the one of the page in its place.
@@ -119,7 +132,14 @@ compile_page_line() { # BLOCK
   cp "$source/examples/list_ports.c" program.c
   grep -v '^#include' "$1" >"$scratch/compile"
   type_in "$scratch/compile"
-  ./a.out
+  mv a.out list_ports
+  LD_LIBRARY_PATH=$libraries list_ports
+}
+
+list_ports() {
+  echo "FabricFile:$source/examples/small-host.json" >/etc/varnix/quorbench/rm.conf
+  ./list_ports >"$scratch/answers"
+  expect 10:00:02:5d:41:00:00:02
 }
 
 know_commands() { # BLOCK
@@ -141,5 +161,6 @@ refuse_file() { # MESSAGE
 }
 
 cd "$scratch"
-ln -s "$source/include" "$source/examples" "$build" .
+ln -s "$source/include" "$source/examples" .
+ln -s "$build" build
 for block in "$scratch"/blocks/*; do run "$block"; done

@@ -9,7 +9,7 @@ trap 'rm -rf "$scratch"' EXIT
 # Declarations, whatever their line breaks: HBADISC_API leaves its mark in the preprocessed text.
 "$cc" -std=c99 -E -P "$include/hbadiscovery.h" | tr '\n' ' ' | tr ';' '\n' |
   sed -n 's/.*visibility("default")[^(]*[ *]\([A-Za-z_][A-Za-z_0-9]*\) *(.*/\1/p' | sort >"$scratch/declared"
-nm -D --defined-only "$library" | awk '$2 ~ /[A-Z]/ && $2 != "A" { print $3 }' | sort >"$scratch/symbols"
+nm -D --defined-only "$library" | awk '$2 != "A" { print $3 }' | sort >"$scratch/symbols"
 sed 's/@.*//' "$scratch/symbols" >"$scratch/exported"
 
 if ! diff -u --label declared "$scratch/declared" --label exported "$scratch/exported"; then

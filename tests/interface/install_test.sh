@@ -11,6 +11,7 @@ cmake --install "$build" --prefix "$scratch/installed" >/dev/null
 prefix=$scratch/moved
 mv "$scratch/installed" "$prefix"
 # This runs in a mount namespace of its own: what is hidden here stays where it is for others.
+mount -t tmpfs none "$build"
 mount -t tmpfs none "$source"
 [[ ! -e $source/include && ! -e $build/libhbadiscovery.so ]] || { echo "the source is still there" >&2; exit 1; }
 

@@ -29,7 +29,7 @@ Examples:
   hbadisc list --fabric lab.json          ports described in a fabric file
 
 Exit codes: 0 all well, 1 failed, 2 wrong usage, 3 only a part could be shown (the
-time limit ran out first), 4 no such port.
+time limit ran out first), 4 no such port or host.
 
 The JSON is one object with "format_version" 1; world-wide names are texts like
 "0x1000025dfa000001", unknown values are null. NO_COLOR in the environment turns
