@@ -27,10 +27,11 @@ std::uint64_t MonotonicSeconds() {
           .count());
 }
 
-// A wait for WaitForSignal, which reads milliseconds as a signed number.
+// A wait for WaitForSignal, which reads milliseconds as a signed number. Never none: an interval of 0 in the
+// settings would keep a processor busy, and fill the log, until the first cycle has ended.
 unsigned int WaitMilliseconds(std::uint64_t seconds) {
   constexpr std::uint64_t kMost = 0x7FFFFFFF / 1000;
-  return seconds > kMost ? kForEver : static_cast<unsigned int>(seconds * 1000);
+  return seconds > kMost ? kForEver : static_cast<unsigned int>(std::max<std::uint64_t>(seconds, 1) * 1000);
 }
 
 // The number behind the colon of the line that answers for the key. Only what stands before the colon is
