@@ -94,9 +94,15 @@ int RMOpen_SetSource(const char* kind, const char* path) {
 
 void RMOpen_LastError(char* text, unsigned int size) {
   if (text == nullptr || size == 0) return;
-  const std::size_t length = std::min<std::size_t>(std::strlen(t_LastError), size - 1);
-  std::memcpy(text, t_LastError, length);
-  text[length] = '\0';
+  text[0] = '\0';
+  provider::Guarded([&] {
+    std::string reason = t_LastError;
+    if (reason.empty()) reason = provider::Source::Get().Trouble();
+    const std::size_t length = std::min<std::size_t>(reason.size(), size - 1);
+    std::memcpy(text, reason.data(), length);
+    text[length] = '\0';
+    return int{RM_STATUS_OK};
+  });
 }
 
 int RMOpen_SetInstallDir(const char* directory) {

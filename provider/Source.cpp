@@ -71,14 +71,17 @@ void Source::Start() {
     return;
   }
   std::shared_ptr<Host> host;
+  std::string trouble;
   try {
     host = Open(m_Choice.has_value() ? *m_Choice : Configured());
   } catch (const std::runtime_error& error) {
-    LogLine(error.what());
+    trouble = error.what();
+    LogLine(trouble);
     host = MakeUnusableHost();
   }
   const MutexLock hostHeld(m_HostMutex);
   m_Host = std::move(host);
+  m_Trouble = std::move(trouble);
   ++m_Starts;
 }
 
@@ -95,6 +98,11 @@ bool Source::Stop() {
 std::shared_ptr<Host> Source::Local() {
   const MutexLock held(m_HostMutex);
   return m_Host;
+}
+
+std::string Source::Trouble() {
+  const MutexLock held(m_HostMutex);
+  return m_Trouble;
 }
 
 }  // namespace provider

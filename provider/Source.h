@@ -34,6 +34,9 @@ class Source {
   // Null when nothing has been started.
   std::shared_ptr<Host> Local();
 
+  // Why what was started cannot be used; empty when it can.
+  std::string Trouble();
+
  private:
   struct Choice {
     bool isFabric = false;
@@ -48,6 +51,7 @@ class Source {
   unsigned m_Starts GUARDED_BY(m_ChoiceMutex) = 0;
   Mutex m_HostMutex;
   std::shared_ptr<Host> m_Host GUARDED_BY(m_HostMutex);
+  std::string m_Trouble GUARDED_BY(m_HostMutex);
 };
 
 }  // namespace provider

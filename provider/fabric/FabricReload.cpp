@@ -16,14 +16,16 @@ constexpr std::time_t kSettledSeconds = 2;
 
 bool FabricReload::Identity::operator==(const Identity& other) const {
   return device == other.device && inode == other.inode && size == other.size &&
-         written.tv_sec == other.written.tv_sec && written.tv_nsec == other.written.tv_nsec;
+         written.tv_sec == other.written.tv_sec && written.tv_nsec == other.written.tv_nsec &&
+         changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
 }
 
 FabricReload::Identity FabricReload::Identify(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return {};
   const std::time_t age = std::time(nullptr) - status.st_mtim.tv_sec;
-  return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, age >= kSettledSeconds || age < 0};
+  const bool isSettled = age >= kSettledSeconds || age < 0;
+  return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim, isSettled};
 }
 
 void FabricContent::EndSleeps() const {

@@ -62,6 +62,7 @@ class FabricReload {
     ino_t inode = 0;
     off_t size = -1;
     timespec written{};
+    timespec changed{};    // also by what makes a file readable
     bool settled = false;  // the last writing is so long ago that a later one has another time
 
     bool operator==(const Identity& other) const;

@@ -20,6 +20,7 @@ struct State {
   std::vector<Step> steps;
   std::vector<Port> ports;
   unsigned int refreshReason = 0;
+  std::vector<Port> refreshed;
   std::vector<hbadisc_oob_host> hosts;
   int addResult = 0;
   int removeResult = 1;
@@ -59,6 +60,7 @@ void RunScript() {
     if (state.stopping) return;
     state.ports = step.ports;
     state.refreshReason = step.refreshReason;
+    state.refreshed = step.refreshed;
     const int walksBefore = state.record.walksEnded;
     lock.unlock();
     state.callBack(step.reason, state.context);
@@ -213,6 +215,7 @@ int HBADisc_DirectedDiscoveryUpdate(HBA_NAME wwpn, unsigned int what) {
   state->record.refreshWhat = what;
   const bool known =
       std::ranges::any_of(state->ports, [&](const Port& port) { return fake::HasName(port, wwpn); });
+  if (known && !state->refreshed.empty()) state->ports = state->refreshed;
   if (known && state->refreshReason != 0) state->callBack(state->refreshReason, state->context);
   return known ? 1 : 0;
 }

@@ -34,8 +34,9 @@ struct Port {
 struct Step {
   unsigned int reason = HBADISC_REASON_EVERY_CYCLE | HBADISC_REASON_FORCED;
   std::vector<Port> ports;
-  unsigned int refreshReason = 0;  // of the callback after a directed refresh; 0: it never comes
-  bool awaitWalk = true;           // the next step comes only after somebody has looked
+  unsigned int refreshReason = 0;    // of the callback after a directed refresh; 0: it never comes
+  std::vector<Port> refreshed = {};  // what there is to see after it; empty: the same
+  bool awaitWalk = true;             // the next step comes only after somebody has looked
 };
 
 // Starts over with a script; without steps there is no callback and no port.

@@ -113,8 +113,18 @@ TEST_F(CommandsTest, RefreshesOnePort) {
   EXPECT_EQ(Document()["port"]["targets"].size(), 1U);
   EXPECT_EQ(fake::Recorded().refreshWhat, 6U);
 
+  // The library counts its own mark as a change.
   EXPECT_EQ(refresh(HBADISC_REASON_DIRECTED | HBADISC_REASON_CHANGED, kFirst), 0);
+  EXPECT_EQ(Document()["changed"], false);
+
+  fake::Step changing{.ports = {PortWithTargets(), fake::MakePort(2)},
+                      .refreshReason = HBADISC_REASON_DIRECTED};
+  changing.refreshed = {fake::MakePort(1), fake::MakePort(2)};
+  EXPECT_EQ(RunOnPort({changing}, Command::Refresh, kFirst), 0);
   EXPECT_EQ(Document()["changed"], true);
+  EXPECT_EQ(Document()["port"]["targets"].size(), 0U);
+  EXPECT_EQ(RunOnPort({changing}, Command::Refresh, "1000025dfa000002"), 0);
+  EXPECT_EQ(Document()["changed"], false) << "of another port";
 
   EXPECT_EQ(refresh(HBADISC_REASON_DIRECTED, "3000000000000009"), 4);
   EXPECT_TRUE(Document()["port"].is_null());
@@ -187,6 +197,30 @@ TEST_F(CommandsTest, AddsAndRemovesHosts) {
     EXPECT_EQ(fake::Recorded().startups, 1) << "only a running discovery takes hosts";
     const std::string verb = row.command == Command::AddHosts ? "add" : "remove";
     EXPECT_EQ(fake::Recorded().hosts, (std::vector<std::string>{verb + " 10.1.2.3", verb + " 10.1.2.4"}));
+  }
+}
+
+TEST_F(CommandsTest, TellsHostsThatAreNotListedFromThoseThatStay) {
+  std::vector<hbadisc_oob_host> listed(2);
+  fake::SetText(listed[0].host, "10.1.2.3:23334");
+  fake::SetText(listed[1].host, "[fe80::1]:23334");
+  const struct {
+    const char* host;
+    int code;
+    const char* result;
+  } rows[] = {{"10.1.2.3", 1, "not_written"},  {"10.1.2.3:1", 1, "not_written"}, {"fe80::1", 1, "not_written"},
+              {"[fe80::1]", 1, "not_written"}, {"10.1.2.4", 4, "not_listed"},    {"fe80::", 4, "not_listed"}};
+  for (const auto& row : rows) {
+    fake::SetHosts(listed, 0, 0);
+    m_Options.hosts = {row.host};
+    EXPECT_EQ(Run({}, Command::RemoveHosts), row.code) << row.host;
+    EXPECT_EQ(Document()["hosts"][0]["result"], row.result) << row.host;
+  }
+  // The library would take these and never find them again.
+  for (const char* host : {"10.1.2.5:1024", "10.1.2.5:65535", "[fe80::2]:1024"}) {
+    m_Options.hosts = {host};
+    EXPECT_EQ(Run({}, Command::AddHosts), 1) << host;
+    EXPECT_EQ(fake::Recorded().hosts.size(), 0U) << host;
   }
 }
 

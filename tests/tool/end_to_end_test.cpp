@@ -181,6 +181,21 @@ TEST(EndToEndTest, AnEmptyHostAndABadFileGiveValidJson) {
   EXPECT_TRUE(Json::parse(bad.output)["error"].is_string());
 }
 
+TEST(EndToEndTest, SettingsThatLeadNowhereAreTold) {
+  ReplaceFile("/etc/varnix/quorbench/rm.conf", "FabricFile:/nowhere.json\n");
+  const Result result = RunTool("list -j");
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.errors, "hbadisc: no adapter ports were found: /nowhere.json: No such file or directory\n");
+  EXPECT_TRUE(Json::parse(result.output)["error"].is_string());
+}
+
+TEST(EndToEndTest, ARefreshThatFindsTheSameIsNoChange) {
+  ReplaceFile(kFabric, FabricText("up", 2));
+  const Result result = RunTool("refresh 0x1000025d41000001 --fabric " + kFabric);
+  EXPECT_EQ(result.code, 0);
+  EXPECT_EQ(result.errors, "hbadisc: nothing has changed\n");
+}
+
 // The library cannot be stopped while its thread is inside the provider: the program ends all the same.
 TEST(EndToEndTest, AHangingPortEndsWithTheTimeLimit) {
   Json fabric = Json::parse(FabricText("up", 1));

@@ -36,6 +36,12 @@ Answer NotFound(const Options& options, const Picture& picture) {
   return {kFailed, {}, message + " so far; " + TimeLimitText(options)};
 }
 
+Answer NothingToList(const Picture& picture) {
+  const std::string message = "no adapter ports were found";
+  if (picture.trouble.empty()) return {kOk, {}, message};
+  return {kFailed, {}, message + ": " + picture.trouble};
+}
+
 Answer CheckRefresh(const Options& options, const Picture& picture) {
   if (picture.changed) return {kOk, {}, *picture.changed ? "the port has changed" : "nothing has changed"};
   if (!options.timeout) return {kFailed, {}, "the port could not be read again"};
@@ -49,7 +55,7 @@ Answer CheckPicture(const Options& options, const Picture& picture, const Port* 
   if (!list && !port) return NotFound(options, picture);
   if (!picture.complete && list && picture.ports.empty()) return {kFailed, {}, TimeLimitText(options)};
   if (!picture.complete) return {kPartial, {}, TimeLimitText(options) + ": there may be more to show"};
-  if (list && picture.ports.empty()) return {kOk, {}, "no adapter ports were found"};
+  if (list && picture.ports.empty()) return NothingToList(picture);
   if (options.command == Command::Refresh) return CheckRefresh(options, picture);
   return {};
 }

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 #include "include/hbadiscovery.h"
 #include "tools/hbadisc/Answer.h"
+#include "tools/hbadisc/Changes.h"
 #include "tools/hbadisc/Discovery.h"
 #include "tools/hbadisc/Hosts.h"
 #include "tools/hbadisc/PortReader.h"
@@ -36,14 +38,18 @@ std::optional<Notice> WaitFor(unsigned int reasons, const Notices& notices, std:
   return std::nullopt;
 }
 
-// Whether that has changed the port; nothing when there is no such port or it does not answer in time.
-std::optional<bool> ReadAgain(const Options& options, const Notices& notices, Messages& messages) {
+// False when there is no such port or it does not answer in time.
+bool ReadAgain(const Options& options, const Notices& notices, Messages& messages) {
   const auto name = std::bit_cast<HBA_NAME>(options.wwpn.bytes);
-  if (HBADisc_DirectedDiscoveryUpdate(name, options.what) == 0) return std::nullopt;
-  const std::optional<Notice> notice =
-      WaitFor(HBADISC_REASON_DIRECTED, notices, options.timeout, "Reading the port again", messages);
-  if (!notice) return std::nullopt;
-  return (notice->reason & HBADISC_REASON_CHANGED) != 0;
+  return HBADisc_DirectedDiscoveryUpdate(name, options.what) != 0 &&
+         WaitFor(HBADISC_REASON_DIRECTED, notices, options.timeout, "Reading the port again", messages);
+}
+
+// By what is shown of it. To the library the mark of having been read again is a change, too.
+bool IsChanged(const Wwn& port, const std::vector<Port>& before, const std::vector<Port>& after) {
+  const std::vector<Change> changes = Compare(ToJson(before), ToJson(after));
+  return std::any_of(changes.begin(), changes.end(),
+                     [&](const Change& change) { return change.port == HexText(port); });
 }
 
 int LookOnce(const Options& options, Output& output, Messages& messages) {
@@ -54,9 +60,14 @@ int LookOnce(const Options& options, Output& output, Messages& messages) {
   picture.complete =
       WaitFor(HBADISC_REASON_FORCED, notices, options.timeout, "Looking for adapter ports", messages)
           .has_value();
-  if (options.command == Command::Refresh) picture.changed = ReadAgain(options, notices, messages);
+  const Details details = options.command == Command::List ? Details::None : Details::All;
+  picture.ports = ReadPorts(details, options.scope);
+  if (options.command == Command::Refresh && ReadAgain(options, notices, messages)) {
+    const std::vector<Port> before = std::exchange(picture.ports, ReadPorts(details, options.scope));
+    picture.changed = IsChanged(options.wwpn, before, picture.ports);
+  }
   messages.ClearProgress();
-  picture.ports = ReadPorts(options.command == Command::List ? Details::None : Details::All, options.scope);
+  picture.trouble = ProviderTrouble(LookUpSymbol);
   messages.Detail(std::string(picture.complete ? "the first look has ended: " : "no more waiting: ") +
                   Counted(picture.ports.size(), "port"));
   const Answer answer = MakeAnswer(options, picture, output.Colour());

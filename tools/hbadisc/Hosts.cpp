@@ -1,5 +1,6 @@
 #include "tools/hbadisc/Hosts.h"
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -93,8 +94,33 @@ struct Outcome {
   const char* text = "";  // for people, behind the host
 };
 
+// "10.1.2.3:23333" or "[fe80::1]:23333" in two; an IPv6 address without brackets has no port.
+struct HostAndPort {
+  explicit HostAndPort(const std::string& text) : host(text) {
+    const std::size_t colon = text.rfind(':');
+    if (text.starts_with('[')) {
+      const std::size_t end = text.find(']');
+      host = text.substr(1, end - 1);
+      if (colon != std::string::npos && colon > end) port = text.substr(colon + 1);
+    } else if (colon != std::string::npos && colon == text.find(':')) {
+      host = text.substr(0, colon);
+      port = text.substr(colon + 1);
+    }
+  }
+
+  std::string host;
+  std::string port;
+};
+
+constexpr const char* kRefused =
+    "is not added: no such host; or a port that is not allowed (1025 to 65534, as in 10.1.2.3:23333); or the"
+    " settings turn remote hosts off";
+
 // What HBADisc_AddOOBHostA answers.
 Outcome AddHost(const std::string& host) {
+  // The library takes these two, but does not find them again in its file.
+  const std::string port = HostAndPort(host).port;
+  if (port == "1024" || port == "65535") return {kFailed, "refused", kRefused};
   switch (HBADisc_AddOOBHostA(host.c_str())) {
     case 0:
       return {kOk, "added", "is added"};
@@ -108,15 +134,18 @@ Outcome AddHost(const std::string& host) {
       return {kFailed, "no_answer",
               "is not added: it does not answer, has no adapter port, or reports no name"};
     default:
-      return {
-          kFailed, "refused",
-          "is not added: no such host, or a port that is not allowed (1024 to 65535, as in 10.1.2.3:23333)"};
+      return {kFailed, "refused", kRefused};
   }
 }
 
 Outcome RemoveHost(const std::string& host) {
   if (HBADisc_RemoveOOBHostA(host.c_str()) == 1) return {kOk, "removed", "is removed"};
-  return {kNotFound, "not_listed", "is not listed, or the hosts file cannot be written"};
+  const std::vector<RemoteHost> hosts = ReadHosts();
+  const bool isListed = std::any_of(hosts.begin(), hosts.end(), [&](const RemoteHost& listed) {
+    return HostAndPort(listed.host).host == HostAndPort(host).host;
+  });
+  if (isListed) return {kFailed, "not_written", "is not removed: the hosts file cannot be written"};
+  return {kNotFound, "not_listed", "is not listed"};
 }
 
 int ChangeHosts(const Options& options, Output& output, Messages& messages) {

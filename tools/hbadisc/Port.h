@@ -112,6 +112,7 @@ struct Picture {
   std::vector<Port> ports;      // in order of port name
   bool complete = false;        // the first discovery cycle had ended
   std::optional<bool> changed;  // by reading one port again; unset: that was not done
+  std::string trouble;          // why the provider has nothing to look at on this host; empty: it has
 };
 
 }  // namespace hbadisc

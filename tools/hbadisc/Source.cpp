@@ -45,6 +45,10 @@ void ChooseHostsDirectory(const std::string& directory, const SymbolLookup& look
   if (setDirectory(directory.c_str()) != 0) throw Failure(kFailed, "'" + directory + "' is no directory");
 }
 
+std::string ProviderTrouble(const SymbolLookup& lookUp) {
+  return LastError(lookUp);
+}
+
 void* LookUpSymbol(const char* name) {
   return dlsym(RTLD_DEFAULT, name);
 }

@@ -25,6 +25,10 @@ void ChooseSource(const Source& source, const SymbolLookup& lookUp);
 // Tells the provider in which directory the hosts file lies. As above.
 void ChooseHostsDirectory(const std::string& directory, const SymbolLookup& lookUp);
 
+// Why the open provider has nothing to look at on this host; empty when it has, and of any other provider. To
+// be asked once discovery has looked.
+std::string ProviderTrouble(const SymbolLookup& lookUp);
+
 // Finds what the program and its libraries export.
 void* LookUpSymbol(const char* name);
 
