@@ -10,8 +10,8 @@ set_target_properties(hbadisc hbadisc-agent PROPERTIES INSTALL_RPATH "$ORIGIN/${
 install(TARGETS hbadiscovery EXPORT HbaDiscoveryTargets)
 install(TARGETS rmapi_open hbadisc hbadisc-agent)
 install(FILES include/hbadiscovery.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-# For those who write a provider.
-install(FILES rmapi/rmapi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/rmapi)
+# For those who write a provider, or tell the open one what to look at.
+install(FILES rmapi/rmapi.h provider/OpenProvider.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/rmapi)
 
 # find_package(HbaDiscovery)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/HbaDiscovery)
@@ -22,8 +22,13 @@ write_basic_package_version_file(HbaDiscoveryConfigVersion.cmake COMPATIBILITY S
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/HbaDiscoveryConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/HbaDiscoveryConfigVersion.cmake DESTINATION ${package_dir})
 
-# pkg-config hbadiscovery; relative to the file itself, so that an installed tree can be moved.
-file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+# pkg-config hbadiscovery; relative to the file itself, so that an installed tree can be moved. Not so where it is clear
+# that nobody does: there pkg-config knows that the compiler looks by itself.
+set(pc_prefix /usr)
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  set(pc_prefix "\${pcfiledir}/${pc_prefix}")
+endif()
 configure_file(cmake/hbadiscovery.pc.in hbadiscovery.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbadiscovery.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

@@ -1,6 +1,6 @@
 /* Draxonite Discovery: finds the adapter ports (Fibre Channel, FCoE, iSCSI, NIC and RoCE) of this host and of
  * remote hosts, keeps one current picture of them in the background, and calls the application back when it
- * changes. Link with -lhbadiscovery.
+ * changes. For C99, C++11 and later. Link with -lhbadiscovery.
  *
  * Conventions. They hold for every call that does not say otherwise.
  *
@@ -464,8 +464,8 @@ HBADISC_API int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* name
 /* Asks a host for its ports and its name, and appends it to the hosts file; takes as long as the host takes to
  * answer. `host` is an address, with or without a port of 1024 to 65535: "10.1.2.3", "10.1.2.3:23333",
  * "fe80::1", "[fe80::1]:23333", or a name in place of the address. At most 128 characters count. What is
- * written is the numeric address, and the port when one was given; without one, or with 1024 or 65535, the host
- * is asked on the port of the discovery settings.
+ * written is the numeric address, and the port when one was given; a host without one is asked on the port of
+ * the discovery settings. 1024 and 65535 are asked now, but count as no port once they stand in the file.
  *
  *    0  added; also "0.0.0.0" and "255.255.255.255", which do nothing
  *   -1  refused: null, a bad text or port, no such name, no memory, or remote discovery does not run, as when
