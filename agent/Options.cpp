@@ -41,9 +41,12 @@ std::variant<Options, Saying> ParseOptions(int argc, const char* const* argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() != 0) {
+      return Saying{2, std::string("hbadisc-agent: ") + error.what() + " (see hbadisc-agent --help)\n"};
+    }
     std::ostringstream text;
-    const int exitCode = app.exit(error, text, text);
-    return Saying{exitCode == 0 ? 0 : 2, text.str()};
+    app.exit(error, text, text);
+    return Saying{0, text.str()};
   }
   for (const std::string& text : listen) options.server.listen.push_back(NetAddress::Parse(text).value());
   return options;
