@@ -15,9 +15,8 @@ extern "C" {
  * a reason in RMOpen_LastError. To be called before RM_InitLib. */
 int RMOpen_SetSource(const char* kind, const char* path);
 
-/* Copies why the last RMOpen_SetSource of this thread failed, else why RM_InitLib found nothing to look at,
- * else
- * "": at most size - 1 characters and a NUL. */
+/* Copies why the last RMOpen_SetSource of this thread failed, or else why RM_InitLib found nothing to look at;
+ * "" when neither did. At most size - 1 characters and a NUL. */
 void RMOpen_LastError(char* text, unsigned int size);
 
 /* The directory that RM_GetAppInstallDirA tells, where the files of remote hosts lie, in place of the
