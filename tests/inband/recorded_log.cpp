@@ -12,6 +12,7 @@ void disco_printf(unsigned int mask, const unsigned char* wwn, const char* forma
   va_start(arguments, format);
   std::vsnprintf(text, sizeof(text), format, arguments);
   va_end(arguments);
-  if (RecordedLog::s_Current == nullptr) return;
-  RecordedLog::s_Current->Add({mask, wwn == nullptr ? 0 : WwpnKey(wwn), text});
+  RecordedLog* const log = RecordedLog::s_Current;
+  if (log == nullptr) return;
+  log->Add({mask, wwn == nullptr ? 0 : WwpnKey(wwn), text});
 }

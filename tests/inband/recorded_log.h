@@ -5,6 +5,7 @@
 #define TESTS_INBAND_RECORDED_LOG_H_
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -54,7 +55,7 @@ class RecordedLog {
     return {0, 0, ""};
   }
 
-  static inline RecordedLog* s_Current = nullptr;
+  static inline std::atomic<RecordedLog*> s_Current{nullptr};
 
  private:
   mutable std::mutex m_Lock;

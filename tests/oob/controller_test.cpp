@@ -38,6 +38,8 @@ class OobController : public testing::Test {
     m_Discoverer.reset();
     // No worker survives; a pool's terminator may take longer.
     EXPECT_TRUE(WaitUntil([this] { return ThreadCount() <= m_ThreadsBefore + 1; }));
+    // The last thing that a worker does is a line in the log: this is after it.
+    m_Provider.log.Lines();
   }
   void Make() {
     m_Discoverer = std::make_shared<COOBHbaDiscover>(&m_Owner, (m_Provider.folder / "settings").c_str());
