@@ -46,13 +46,13 @@ add_executable(list_ports list_ports.c)
 target_link_libraries(list_ports hbadiscovery)
 file(WRITE ${CMAKE_BINARY_DIR}/version "${HbaDiscovery_VERSION}")
 END
-cmake -S "$scratch/app" -B "$scratch/app/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -G Ninja -S "$scratch/app" -B "$scratch/app/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$scratch/app/build" >/dev/null
 expect_port "$scratch/app/build/watch_ports" 1
 expect_port "$scratch/app/build/list_ports"
 # Another major version is another interface.
 sed -i 's/HbaDiscovery 14/HbaDiscovery 13/' "$scratch/app/CMakeLists.txt"
-if cmake -S "$scratch/app" -B "$scratch/app/other" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null 2>&1; then
+if cmake -G Ninja -S "$scratch/app" -B "$scratch/app/other" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null 2>&1; then
   echo "a package of version 13 was found" >&2
   exit 1
 fi
