@@ -3,7 +3,9 @@
 # terminal of its own.
 zmodload zsh/zpty || exit
 zpty shell "TERM=vt100 PATH=$1:\$PATH zsh -f -i"
-zpty -w shell "fpath=($2/tools/completion \$fpath); autoload -Uz compinit; compinit -D -u"
+zpty -w shell "cd ${(q)2}; fpath=(tools/completion \$fpath); autoload -Uz compinit; compinit -D -u"
+# A line that is wrapped is drawn in pieces, in which its end can't be recognised.
+zpty -w shell 'COLUMNS=500'
 
 # Tab is pressed again after a while: on a busy machine hbadisc may not tell its ports within the time that a completion waits.
 expect() { # LINE COMPLETED
@@ -22,7 +24,7 @@ expect() { # LINE COMPLETED
   exit 1
 }
 
-fabric=$2/examples/small-host.json
+fabric=examples/small-host.json
 expect 'hbadisc ref' 'hbadisc refresh'
 expect 'hbadisc hosts rem' 'hosts remove'
 expect "hbadisc --fabric=$fabric show 0x1" 'show 0x1000025d4100000'
