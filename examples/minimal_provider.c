@@ -157,10 +157,14 @@ static const struct attribute {
   unsigned int id, type;
   const void* value;
 } kAttributes[] = {
-    {513, RM_ATTRIBUTE_TEXT, kHostName},     {514, RM_ATTRIBUTE_TEXT, kManufacturer},
-    {515, RM_ATTRIBUTE_TEXT, kSerialNumber}, {516, RM_ATTRIBUTE_TEXT, kModel},
-    {518, RM_ATTRIBUTE_NAME, kNode},         {527, RM_ATTRIBUTE_U32, &kModelId},
-    {561, RM_ATTRIBUTE_U32, &kSubVendor},    {774, RM_ATTRIBUTE_U32, &kLinkUp},
+    {RM_ATTR_HOST_NAME, RM_ATTRIBUTE_TEXT, kHostName},
+    {RM_ATTR_MANUFACTURER, RM_ATTRIBUTE_TEXT, kManufacturer},
+    {RM_ATTR_SERIAL_NUMBER, RM_ATTRIBUTE_TEXT, kSerialNumber},
+    {RM_ATTR_MODEL, RM_ATTRIBUTE_TEXT, kModel},
+    {RM_ATTR_NODE_NAME, RM_ATTRIBUTE_NAME, kNode},
+    {RM_ATTR_MODEL_ID, RM_ATTRIBUTE_U32, &kModelId},
+    {RM_ATTR_SUB_VENDOR_ID, RM_ATTRIBUTE_U32, &kSubVendor},
+    {RM_ATTR_PHYSICAL_LINK, RM_ATTRIBUTE_U32, &kLinkUp},
 };
 
 int RM_GetDiscoveryAttributes(const unsigned char* proxy, const unsigned char* wwn, void* buffer,

@@ -23,32 +23,6 @@ constexpr int kModelIdZero = 503;
 constexpr int kNoModelId = 504;
 constexpr int kNoSerialNumber = 505;
 
-// The attributes that are read, by the provider's numbers.
-enum AttributeId : unsigned int {
-  kHostName = 513,
-  kManufacturer = 514,
-  kSerialNumber = 515,
-  kModelText = 516,
-  kNodeWwn = 518,
-  kModelId = 527,
-  kFabricName = 535,
-  kModelName = 537,
-  kVPDPortNumber = 553,
-  kTargetMode = 554,
-  kBusNumber = 555,
-  kPortType = 556,
-  kSubDeviceId = 557,
-  kPhysicalPort = 559,
-  kFunctionNumber = 560,
-  kSubVendorId = 561,
-  kNodeWwnOfFunction = 571,
-  kFeature585 = 585,
-  kSubAdapterId = 586,
-  kFeature587 = 587,
-  kPhysicalLink = 774,
-  kFunctionLink = 802,
-};
-
 constexpr std::uint32_t kMardelModelIds[] = {0xFE05, 0xFED5};
 constexpr std::uint32_t SortaneSubVendorIDs[] = {0x103C};
 constexpr std::uint32_t SortaneSubDeviceIDs[] = {0x3391, 0x3392};
@@ -101,16 +75,16 @@ class AttributeBuffer {
     return answered && size > m_Bytes.size() ? RM_STATUS_BUFFER_TOO_SMALL : status;
   }
 
-  const char* Text(AttributeId id, int* status) const {
+  const char* Text(RM_AttributeId id, int* status) const {
     return static_cast<const char*>(Find(id, true, status));
   }
 
   // Null, or at least one byte of a value that is no text.
-  const unsigned char* Bytes(AttributeId id, int* status) const {
+  const unsigned char* Bytes(RM_AttributeId id, int* status) const {
     return static_cast<const unsigned char*>(Find(id, false, status));
   }
 
-  std::optional<std::uint32_t> Number(AttributeId id, int* status) const {
+  std::optional<std::uint32_t> Number(RM_AttributeId id, int* status) const {
     const unsigned char* value = Bytes(id, status);
     if (value == nullptr) return std::nullopt;
     std::uint32_t number = 0;
@@ -119,7 +93,7 @@ class AttributeBuffer {
   }
 
  private:
-  const void* Find(AttributeId id, bool text, int* status) const {
+  const void* Find(RM_AttributeId id, bool text, int* status) const {
     unsigned int type = 0;
     *status = RM_STATUS_OK;
     const void* value = RM_GetAttributeValue(m_Bytes.data(), id, &type, status);
@@ -162,12 +136,12 @@ class AttributeReader {
   void ReadPlace();
   void ReadPortType();
   void ReadFCPort();
-  void ReadFCName(AttributeId id, std::uint8_t* name, const char* whenMissing);
+  void ReadFCName(RM_AttributeId id, std::uint8_t* name, const char* whenMissing);
   void ReadFCModelName();
   void ReadOtherPort();
   void ReadISCSINames();
   void ReadLinkStatus();
-  std::uint32_t LinkByte(AttributeId id);
+  std::uint32_t LinkByte(RM_AttributeId id);
   void ReadFeature587();
 
   CHbaEntry& m_Entry;
@@ -204,7 +178,7 @@ void AttributeReader::Fetch() {
 }
 
 void AttributeReader::ReadHostName() {
-  const char* name = m_Buffer.Text(kHostName, &m_Status);
+  const char* name = m_Buffer.Text(RM_ATTR_HOST_NAME, &m_Status);
   if (name == nullptr || name[0] == '\0') {
     m_Status = kNoHostName;
     LogMissing("NO HOST NAME for HBA!");
@@ -215,7 +189,7 @@ void AttributeReader::ReadHostName() {
 
 void AttributeReader::ReadManufacturer() {
   if (m_Status != RM_STATUS_OK) return;
-  const char* name = m_Buffer.Text(kManufacturer, &m_Status);
+  const char* name = m_Buffer.Text(RM_ATTR_MANUFACTURER, &m_Status);
   if (name == nullptr) {
     m_Status = kNoManufacturer;
     LogMissing("Could not get board mfg. attribute value");
@@ -226,7 +200,7 @@ void AttributeReader::ReadManufacturer() {
 
 void AttributeReader::ReadModelId() {
   if (m_Status != RM_STATUS_OK) return;
-  const auto id = m_Buffer.Number(kModelId, &m_Status);
+  const auto id = m_Buffer.Number(RM_ATTR_MODEL_ID, &m_Status);
   if (!id) {
     m_Status = kNoModelId;
     LogMissing("Could not get Model ID");
@@ -252,9 +226,9 @@ void AttributeReader::TakeZeroModelId() {
 
 void AttributeReader::ReadSortaneIds() {
   if (m_Status != RM_STATUS_OK) return;
-  const auto vendor = m_Buffer.Number(kSubVendorId, &m_Status);
+  const auto vendor = m_Buffer.Number(RM_ATTR_SUB_VENDOR_ID, &m_Status);
   if (!vendor || !IsOneOf(SortaneSubVendorIDs, *vendor)) return;
-  const auto device = m_Buffer.Number(kSubDeviceId, &m_Status);
+  const auto device = m_Buffer.Number(RM_ATTR_SUB_DEVICE_ID, &m_Status);
   if (!device || !IsOneOf(SortaneSubDeviceIDs, *device)) return;
   m_Info.specialFeatures |= RM_FEATURE_SORTANE;
   disco_printf(kMaskFound, Wwn(), "GetRemotePortAttr: Got Sortane port subvenid=0x%x subdevid=0x%x", *vendor,
@@ -263,7 +237,7 @@ void AttributeReader::ReadSortaneIds() {
 
 void AttributeReader::ReadSerialNumber() {
   if (m_Status != RM_STATUS_OK) return;
-  const char* number = m_Buffer.Text(kSerialNumber, &m_Status);
+  const char* number = m_Buffer.Text(RM_ATTR_SERIAL_NUMBER, &m_Status);
   if (number == nullptr) {
     LogMissing("Could not get HBA serial number");
     m_Status = kNoSerialNumber;
@@ -274,15 +248,15 @@ void AttributeReader::ReadSerialNumber() {
 
 // Where the port sits. Read whatever came before, and forgets what went wrong there.
 void AttributeReader::ReadPlace() {
-  if (const auto number = m_Buffer.Number(kFunctionNumber, &m_Status)) {
+  if (const auto number = m_Buffer.Number(RM_ATTR_PCI_FUNCTION, &m_Status)) {
     m_Info.functionNumber = static_cast<std::uint16_t>(*number);
     disco_printf(kLogRemoteAttr, Wwn(), "GetRemotePortAttr: Function Number=%d", m_Info.functionNumber);
   }
-  if (const auto number = m_Buffer.Number(kBusNumber, &m_Status)) {
+  if (const auto number = m_Buffer.Number(RM_ATTR_PCI_BUS, &m_Status)) {
     m_Info.busNumber = static_cast<std::uint16_t>(*number);
     disco_printf(kLogRemoteAttr, Wwn(), "GetRemotePortAttr: Bus Number=%d", m_Info.busNumber);
   }
-  if (const char* id = m_Buffer.Text(kSubAdapterId, &m_Status)) {
+  if (const char* id = m_Buffer.Text(RM_ATTR_SUB_ADAPTER_ID, &m_Status)) {
     CopyText(m_Info.subAdapterId, sizeof(m_Info.subAdapterId), id);
     m_Info.specialFeatures |= RM_FEATURE_SUB_ADAPTER;
     disco_printf(kLogRemoteAttr, Wwn(), "GetRemotePortAttr: subadapterid=%.32s", m_Info.subAdapterId);
@@ -290,16 +264,16 @@ void AttributeReader::ReadPlace() {
 }
 
 void AttributeReader::ReadPortType() {
-  m_PortType = m_Buffer.Number(kPortType, &m_Status);
+  m_PortType = m_Buffer.Number(RM_ATTR_PORT_TYPE, &m_Status);
   if (m_PortType && *m_PortType < std::size(kPortClasses)) m_Class = kPortClasses[*m_PortType];
   m_Info.specialFeatures |= m_Class.features;
   if (m_Class.text != nullptr) disco_printf(kLogRemoteAttr, Wwn(), "%s", m_Class.text);
-  if (m_Buffer.Number(kFeature585, &m_Status) == kFeature585Set)
+  if (m_Buffer.Number(RM_ATTR_585, &m_Status) == kFeature585Set)
     m_Info.specialFeatures |= RM_FEATURE_ATTRIBUTE_585;
   m_Status = RM_STATUS_OK;
 }
 
-void AttributeReader::ReadFCName(AttributeId id, std::uint8_t* name, const char* whenMissing) {
+void AttributeReader::ReadFCName(RM_AttributeId id, std::uint8_t* name, const char* whenMissing) {
   if (const unsigned char* value = m_Buffer.Bytes(id, &m_Status)) {
     std::memcpy(name, value, sizeof(HBA_NAME));
   } else {
@@ -309,8 +283,8 @@ void AttributeReader::ReadFCName(AttributeId id, std::uint8_t* name, const char*
 
 void AttributeReader::ReadFCModelName() {
   int scratch = RM_STATUS_OK;
-  const char* name = m_Buffer.Text(kModelName, &scratch);
-  if (name == nullptr) name = m_Buffer.Text(kModelText, &scratch);
+  const char* name = m_Buffer.Text(RM_ATTR_MODEL_NAME, &scratch);
+  if (name == nullptr) name = m_Buffer.Text(RM_ATTR_MODEL, &scratch);
   char looked[2 * sizeof(m_Info.model)] = {};
   if (name == nullptr) {
     RM_GetAdapterType(m_Info.modelId & ~(kModelFlagRefreshed | RM_MODEL_TARGET_MODE), looked);
@@ -320,23 +294,23 @@ void AttributeReader::ReadFCModelName() {
 }
 
 void AttributeReader::ReadFCPort() {
-  ReadFCName(kFabricName, m_Info.fabricName, "Could not get fabric name attribute value");
-  ReadFCName(kNodeWwn, m_Info.nodeWwn, "Could not get node WWN attribute value");
+  ReadFCName(RM_ATTR_FABRIC_NAME, m_Info.fabricName, "Could not get fabric name attribute value");
+  ReadFCName(RM_ATTR_NODE_NAME, m_Info.nodeWwn, "Could not get node WWN attribute value");
   if (m_PortType == kFCoEPortType) {
-    if (const auto number = m_Buffer.Number(kPhysicalPort, &m_Status)) {
+    if (const auto number = m_Buffer.Number(RM_ATTR_PHYSICAL_PORT, &m_Status)) {
       m_Info.physicalPort = static_cast<std::uint16_t>(*number);
       LogCNAPort();
     } else {
       LogMissing("Could not get Physical Port Number attribute value");
     }
   }
-  if (const char* number = m_Buffer.Text(kVPDPortNumber, &m_Status)) {
+  if (const char* number = m_Buffer.Text(RM_ATTR_VPD_PORT_NUMBER, &m_Status)) {
     CopyText(m_Info.vpdPortNumber, sizeof(m_Info.vpdPortNumber), number);
   } else {
     LogMissing("Could not get HBA port number attribute value");
   }
   int scratch = RM_STATUS_OK;
-  if (m_Buffer.Number(kTargetMode, &scratch).value_or(0) != 0) {
+  if (m_Buffer.Number(RM_ATTR_TARGET_MODE, &scratch).value_or(0) != 0) {
     m_Info.modelId |= RM_MODEL_TARGET_MODE;
     disco_printf(kMaskFound, Wwn(), "Discovered target mode port");
   }
@@ -359,20 +333,20 @@ void AttributeReader::ReadISCSINames() {
 
 void AttributeReader::ReadOtherPort() {
   LogCNAPort();
-  if (const unsigned char* value = m_Buffer.Bytes(kNodeWwnOfFunction, &m_Status)) {
+  if (const unsigned char* value = m_Buffer.Bytes(RM_ATTR_FUNCTION_NODE_NAME, &m_Status)) {
     std::memcpy(m_Info.nodeWwn, value, sizeof(m_Info.nodeWwn));
   }
-  if (const char* name = m_Buffer.Text(kModelText, &m_Status)) {
+  if (const char* name = m_Buffer.Text(RM_ATTR_MODEL, &m_Status)) {
     CopyText(m_Info.model, sizeof(m_Info.model) - 1, name);
   }
-  if (const auto number = m_Buffer.Number(kPhysicalPort, &m_Status)) {
+  if (const auto number = m_Buffer.Number(RM_ATTR_PHYSICAL_PORT, &m_Status)) {
     m_Info.physicalPort = static_cast<std::uint16_t>(*number);
     LogCNAPort();
   }
   if ((m_Class.features & RM_FEATURE_ISCSI) != 0) ReadISCSINames();
 }
 
-std::uint32_t AttributeReader::LinkByte(AttributeId id) {
+std::uint32_t AttributeReader::LinkByte(RM_AttributeId id) {
   const unsigned char* value = m_Buffer.Bytes(id, &m_Status);
   return value == nullptr ? 0U : *value;
 }
@@ -384,15 +358,15 @@ void AttributeReader::ReadLinkStatus() {
   }
   std::uint32_t link = 0;
   if (!m_Legacy) {
-    link = LinkByte(kPhysicalLink);
-    if ((m_Info.specialFeatures & RM_FEATURE_CONVERGED) != 0) link |= LinkByte(kFunctionLink) << 8;
+    link = LinkByte(RM_ATTR_PHYSICAL_LINK);
+    if ((m_Info.specialFeatures & RM_FEATURE_CONVERGED) != 0) link |= LinkByte(RM_ATTR_FUNCTION_LINK) << 8;
   }
   m_Entry.SetLinkStatus(link);
 }
 
 void AttributeReader::ReadFeature587() {
   int scratch = RM_STATUS_OK;
-  if (m_Buffer.Number(kFeature587, &scratch).value_or(0) != 0)
+  if (m_Buffer.Number(RM_ATTR_587, &scratch).value_or(0) != 0)
     m_Info.specialFeatures |= RM_FEATURE_ATTRIBUTE_587;
 }
 

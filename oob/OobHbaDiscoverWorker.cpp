@@ -25,8 +25,6 @@ constexpr int kFirstRetriedStatus = 500;  // what the attribute read itself find
 constexpr int kOverTemperatureStatus = static_cast<int>(kLinkOverTemperature);
 constexpr unsigned char kProxyTypeCim = 0xFE;
 
-enum LinkAttribute : unsigned int { kPhysicalLink = 774, kFunctionLink = 802 };
-
 bool IsWorthARetry(int status) {
   return status == RM_STATUS_BUSY || status == RM_STATUS_HOST_UNUSABLE || status == RM_STATUS_FAILED ||
          status >= kFirstRetriedStatus;
@@ -49,7 +47,7 @@ _RM_IP_INFO HostOf(const CHbaEntry& port) {
 
 using PortAttributes = std::array<unsigned char, RM_PORT_ATTRIBUTE_ROOM>;
 
-unsigned int LinkByte(const PortAttributes& attributes, LinkAttribute id) {
+unsigned int LinkByte(const PortAttributes& attributes, RM_AttributeId id) {
   unsigned int type = 0;
   int status = RM_STATUS_OK;
   const void* value = RM_GetAttributeValue(attributes.data(), id, &type, &status);
@@ -279,8 +277,8 @@ unsigned int COOBHbaDiscover::GetPortLinkStatus(CHbaEntry* entry, CZylTpThread* 
   const int status = ReadPortAttributes(*entry, thread, attributes);
   if (status == RM_STATUS_OVER_TEMPERATURE) return kLinkOverTemperature;
   if (status != RM_STATUS_OK) return 0;
-  unsigned int link = LinkByte(attributes, kPhysicalLink);
+  unsigned int link = LinkByte(attributes, RM_ATTR_PHYSICAL_LINK);
   if ((entry->GetSpecialFeatures() & RM_FEATURE_CONVERGED) != 0)
-    link |= LinkByte(attributes, kFunctionLink) << 8;
+    link |= LinkByte(attributes, RM_ATTR_FUNCTION_LINK) << 8;
   return link;
 }

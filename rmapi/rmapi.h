@@ -330,6 +330,33 @@ int RM_GetServerAttributes(const unsigned char* proxy, const unsigned char* wwn,
 
 enum { RM_ATTRIBUTE_TEXT = 1, RM_ATTRIBUTE_U32 = 2, RM_ATTRIBUTE_NAME = 3 }; /* value types */
 
+/* The attributes that this system reads. A provider may have others, under numbers of its own. */
+enum RM_AttributeId {
+  RM_ATTR_SERVER_NAME = 257,        /* text, of RM_GetServerAttributes alone */
+  RM_ATTR_HOST_NAME = 513,          /* text */
+  RM_ATTR_MANUFACTURER = 514,       /* text */
+  RM_ATTR_SERIAL_NUMBER = 515,      /* text */
+  RM_ATTR_MODEL = 516,              /* text */
+  RM_ATTR_NODE_NAME = 518,          /* name, of FC and FCoE */
+  RM_ATTR_MODEL_ID = 527,           /* u32 */
+  RM_ATTR_FABRIC_NAME = 535,        /* name */
+  RM_ATTR_MODEL_NAME = 537,         /* text, comes before RM_ATTR_MODEL */
+  RM_ATTR_VPD_PORT_NUMBER = 553,    /* text */
+  RM_ATTR_TARGET_MODE = 554,        /* u32, 0 is no */
+  RM_ATTR_PCI_BUS = 555,            /* u32 */
+  RM_ATTR_PORT_TYPE = 556,          /* u32 */
+  RM_ATTR_SUB_DEVICE_ID = 557,      /* u32 */
+  RM_ATTR_PHYSICAL_PORT = 559,      /* u32 */
+  RM_ATTR_PCI_FUNCTION = 560,       /* u32 */
+  RM_ATTR_SUB_VENDOR_ID = 561,      /* u32 */
+  RM_ATTR_FUNCTION_NODE_NAME = 571, /* name, of the other kinds */
+  RM_ATTR_585 = 585,                /* u32 */
+  RM_ATTR_SUB_ADAPTER_ID = 586,     /* text */
+  RM_ATTR_587 = 587,                /* u32 */
+  RM_ATTR_PHYSICAL_LINK = 774,      /* u32, its low byte */
+  RM_ATTR_FUNCTION_LINK = 802       /* u32, its low byte; of converged ports */
+};
+
 /* The value or null. *status is 0 when present, RM_STATUS_NOT_FOUND when missing. Texts are NUL-terminated. */
 const void* RM_GetAttributeValue(const void* buffer, unsigned int id, unsigned int* type, int* status);
 

@@ -14,32 +14,6 @@ constexpr std::uint32_t kSortaneSubVendor = 0x103C;
 constexpr std::uint32_t kSortaneSubDevices[] = {0x3391, 0x3392};
 constexpr std::uint32_t kMardelModels[] = {0xFE05, 0xFED5};
 
-enum AttributeId : unsigned int {
-  kServerName = 257,
-  kHostName = 513,
-  kManufacturer = 514,
-  kSerialNumber = 515,
-  kModel = 516,
-  kNodeNameFc = 518,
-  kModelId = 527,
-  kFabricName = 535,
-  kModelName = 537,
-  kVpdPortNumber = 553,
-  kTargetMode = 554,
-  kPciBus = 555,
-  kPortType = 556,
-  kSubDeviceId = 557,
-  kPhysicalPort = 559,
-  kPciFunction = 560,
-  kSubVendorId = 561,
-  kNodeName = 571,
-  kAttribute585 = 585,
-  kSubAdapterId = 586,
-  kAttribute587 = 587,
-  kPhysicalLink = 774,
-  kFunctionLink = 802,
-};
-
 // Fills the field and leaves the rest zero; a text as long as the field has no NUL, and a longer one is cut.
 template <class Character, std::size_t Size>
 void CopyText(Character (&field)[Size], const std::string& text) {
@@ -111,13 +85,13 @@ std::uint32_t LinkWord(const FabricBoard& board, const FabricBoardState& state) 
 }
 
 template <class T>
-void Put(Attributes& attributes, AttributeId id, const std::optional<T>& value) {
+void Put(Attributes& attributes, RM_AttributeId id, const std::optional<T>& value) {
   if (value.has_value()) attributes[id] = *value;
 }
 
 void PutLink(Attributes& attributes, const FabricBoard& board, const FabricBoardState& state) {
-  attributes[kPhysicalLink] = std::uint32_t{state.link.physical};
-  if (IsConverged(board)) attributes[kFunctionLink] = std::uint32_t{state.link.function};
+  attributes[RM_ATTR_PHYSICAL_LINK] = std::uint32_t{state.link.physical};
+  if (IsConverged(board)) attributes[RM_ATTR_FUNCTION_LINK] = std::uint32_t{state.link.function};
 }
 
 void PutRaw(Attributes& attributes, const FabricBoard& board) {
@@ -152,25 +126,25 @@ Board MakeFabricBoard(const std::string& hostName, const FabricBoard& board, con
 
 Attributes MakeFabricLegacyAttributes(const std::string& hostName, const FabricBoard& board) {
   Attributes attributes;
-  attributes[kHostName] = hostName;
-  attributes[HasFcTargets(board.kind) ? kNodeNameFc : kNodeName] = board.nodeName;
-  Put(attributes, kManufacturer, board.manufacturer);
-  Put(attributes, kSerialNumber, board.serialNumber);
-  Put(attributes, kModel, board.model);
-  Put(attributes, kModelName, board.modelName);
-  Put(attributes, kModelId, board.modelId);
-  Put(attributes, kFabricName, board.fabricName);
-  Put(attributes, kVpdPortNumber, board.vpdPortNumber);
-  if (board.targetMode) attributes[kTargetMode] = std::uint32_t{1};
-  Put(attributes, kPciBus, board.pciBus);
-  Put(attributes, kPortType, board.portType);
-  Put(attributes, kSubVendorId, board.subVendorId);
-  Put(attributes, kSubDeviceId, board.subDeviceId);
-  Put(attributes, kPhysicalPort, board.physicalPort);
-  Put(attributes, kPciFunction, board.pciFunction);
-  Put(attributes, kAttribute585, board.attribute585);
-  Put(attributes, kSubAdapterId, board.subAdapterId);
-  Put(attributes, kAttribute587, board.attribute587);
+  attributes[RM_ATTR_HOST_NAME] = hostName;
+  attributes[HasFcTargets(board.kind) ? RM_ATTR_NODE_NAME : RM_ATTR_FUNCTION_NODE_NAME] = board.nodeName;
+  Put(attributes, RM_ATTR_MANUFACTURER, board.manufacturer);
+  Put(attributes, RM_ATTR_SERIAL_NUMBER, board.serialNumber);
+  Put(attributes, RM_ATTR_MODEL, board.model);
+  Put(attributes, RM_ATTR_MODEL_NAME, board.modelName);
+  Put(attributes, RM_ATTR_MODEL_ID, board.modelId);
+  Put(attributes, RM_ATTR_FABRIC_NAME, board.fabricName);
+  Put(attributes, RM_ATTR_VPD_PORT_NUMBER, board.vpdPortNumber);
+  if (board.targetMode) attributes[RM_ATTR_TARGET_MODE] = std::uint32_t{1};
+  Put(attributes, RM_ATTR_PCI_BUS, board.pciBus);
+  Put(attributes, RM_ATTR_PORT_TYPE, board.portType);
+  Put(attributes, RM_ATTR_SUB_VENDOR_ID, board.subVendorId);
+  Put(attributes, RM_ATTR_SUB_DEVICE_ID, board.subDeviceId);
+  Put(attributes, RM_ATTR_PHYSICAL_PORT, board.physicalPort);
+  Put(attributes, RM_ATTR_PCI_FUNCTION, board.pciFunction);
+  Put(attributes, RM_ATTR_585, board.attribute585);
+  Put(attributes, RM_ATTR_SUB_ADAPTER_ID, board.subAdapterId);
+  Put(attributes, RM_ATTR_587, board.attribute587);
   PutRaw(attributes, board);
   return attributes;
 }
@@ -191,7 +165,7 @@ Attributes MakeFabricPortAttributes(const FabricBoard& board, const FabricBoardS
 }
 
 Attributes MakeFabricServerAttributes(const std::string& hostName) {
-  return {{kServerName, hostName}};
+  return {{RM_ATTR_SERVER_NAME, hostName}};
 }
 
 RM_NodeInfoEntry MakeFabricNode(const FabricTarget& target) {

@@ -31,12 +31,27 @@ constexpr std::pair<int, const char*> kStatusTexts[] = {
 };
 
 constexpr std::pair<unsigned int, const char*> kAttributeNames[] = {
-    {257, "server_name"},   {513, "host_name"},       {514, "manufacturer"},   {515, "serial_number"},
-    {516, "model"},         {518, "node_wwn"},        {527, "model_id"},       {535, "fabric_name"},
-    {537, "model_name"},    {553, "vpd_port_number"}, {554, "target_mode"},    {555, "pci_bus"},
-    {556, "port_type"},     {557, "sub_device_id"},   {559, "physical_port"},  {560, "pci_function"},
-    {561, "sub_vendor_id"}, {571, "node_wwn"},        {586, "sub_adapter_id"}, {774, "physical_link"},
-    {802, "function_link"},
+    {RM_ATTR_SERVER_NAME, "server_name"},
+    {RM_ATTR_HOST_NAME, "host_name"},
+    {RM_ATTR_MANUFACTURER, "manufacturer"},
+    {RM_ATTR_SERIAL_NUMBER, "serial_number"},
+    {RM_ATTR_MODEL, "model"},
+    {RM_ATTR_NODE_NAME, "node_wwn"},
+    {RM_ATTR_MODEL_ID, "model_id"},
+    {RM_ATTR_FABRIC_NAME, "fabric_name"},
+    {RM_ATTR_MODEL_NAME, "model_name"},
+    {RM_ATTR_VPD_PORT_NUMBER, "vpd_port_number"},
+    {RM_ATTR_TARGET_MODE, "target_mode"},
+    {RM_ATTR_PCI_BUS, "pci_bus"},
+    {RM_ATTR_PORT_TYPE, "port_type"},
+    {RM_ATTR_SUB_DEVICE_ID, "sub_device_id"},
+    {RM_ATTR_PHYSICAL_PORT, "physical_port"},
+    {RM_ATTR_PCI_FUNCTION, "pci_function"},
+    {RM_ATTR_SUB_VENDOR_ID, "sub_vendor_id"},
+    {RM_ATTR_FUNCTION_NODE_NAME, "node_wwn"},
+    {RM_ATTR_SUB_ADAPTER_ID, "sub_adapter_id"},
+    {RM_ATTR_PHYSICAL_LINK, "physical_link"},
+    {RM_ATTR_FUNCTION_LINK, "function_link"},
 };
 
 template <class Table, class Key>

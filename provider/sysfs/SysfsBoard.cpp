@@ -10,28 +10,6 @@ namespace provider {
 
 namespace {
 
-enum AttributeId : unsigned int {
-  kServerName = 257,
-  kHostName = 513,
-  kManufacturer = 514,
-  kSerialNumber = 515,
-  kModel = 516,
-  kNodeName = 518,
-  kModelId = 527,
-  kFabricName = 535,
-  kModelName = 537,
-  kVpdPortNumber = 553,
-  kTargetMode = 554,
-  kPciBus = 555,
-  kPortType = 556,
-  kSubDeviceId = 557,
-  kPhysicalPort = 559,
-  kPciFunction = 560,
-  kSubVendorId = 561,
-  kPhysicalLink = 774,
-  kFunctionLink = 802,
-};
-
 constexpr std::uint32_t kPortTypeFc = 0;
 constexpr std::uint32_t kPortTypeFcoe = 2;
 constexpr std::uint32_t kLinkUp = 1;
@@ -164,34 +142,34 @@ Attributes MakeSysfsAttributes(const FcPortFacts& facts, const std::string& host
   // Every number is there even when it says nothing: a reader takes the absence of one as the failure of the
   // next.
   Attributes attributes = MakeSysfsPortAttributes(facts);
-  attributes[kHostName] = FieldText(info.hostName);
-  attributes[kManufacturer] = FieldText(info.manufacturer);
-  attributes[kSerialNumber] = FieldText(info.serialNumber);
-  attributes[kModel] = FieldText(info.model);
-  attributes[kModelName] = FieldText(info.model);
-  attributes[kVpdPortNumber] = FieldText(info.vpdPortNumber);
-  attributes[kNodeName] = facts.nodeName;
-  attributes[kFabricName] = facts.fabricName;
-  attributes[kModelId] = ModelId(facts);
-  attributes[kTargetMode] = std::uint32_t{facts.isTargetMode};
-  attributes[kPciBus] = std::uint32_t{info.busNumber};
-  attributes[kPciFunction] = std::uint32_t{info.functionNumber};
-  attributes[kPhysicalPort] = std::uint32_t{info.physicalPort};
-  attributes[kPortType] = facts.isFcoe ? kPortTypeFcoe : kPortTypeFc;
-  attributes[kSubVendorId] = SubVendorId(facts);
-  attributes[kSubDeviceId] = SubDeviceId(facts);
+  attributes[RM_ATTR_HOST_NAME] = FieldText(info.hostName);
+  attributes[RM_ATTR_MANUFACTURER] = FieldText(info.manufacturer);
+  attributes[RM_ATTR_SERIAL_NUMBER] = FieldText(info.serialNumber);
+  attributes[RM_ATTR_MODEL] = FieldText(info.model);
+  attributes[RM_ATTR_MODEL_NAME] = FieldText(info.model);
+  attributes[RM_ATTR_VPD_PORT_NUMBER] = FieldText(info.vpdPortNumber);
+  attributes[RM_ATTR_NODE_NAME] = facts.nodeName;
+  attributes[RM_ATTR_FABRIC_NAME] = facts.fabricName;
+  attributes[RM_ATTR_MODEL_ID] = ModelId(facts);
+  attributes[RM_ATTR_TARGET_MODE] = std::uint32_t{facts.isTargetMode};
+  attributes[RM_ATTR_PCI_BUS] = std::uint32_t{info.busNumber};
+  attributes[RM_ATTR_PCI_FUNCTION] = std::uint32_t{info.functionNumber};
+  attributes[RM_ATTR_PHYSICAL_PORT] = std::uint32_t{info.physicalPort};
+  attributes[RM_ATTR_PORT_TYPE] = facts.isFcoe ? kPortTypeFcoe : kPortTypeFc;
+  attributes[RM_ATTR_SUB_VENDOR_ID] = SubVendorId(facts);
+  attributes[RM_ATTR_SUB_DEVICE_ID] = SubDeviceId(facts);
   return attributes;
 }
 
 Attributes MakeSysfsPortAttributes(const FcPortFacts& facts) {
   Attributes attributes;
-  attributes[kPhysicalLink] = PhysicalLink(facts);
-  if (facts.isFcoe) attributes[kFunctionLink] = FunctionLink(facts);
+  attributes[RM_ATTR_PHYSICAL_LINK] = PhysicalLink(facts);
+  if (facts.isFcoe) attributes[RM_ATTR_FUNCTION_LINK] = FunctionLink(facts);
   return attributes;
 }
 
 Attributes MakeSysfsServerAttributes(const std::string& hostName) {
-  return {{kServerName, hostName}};
+  return {{RM_ATTR_SERVER_NAME, hostName}};
 }
 
 }  // namespace provider

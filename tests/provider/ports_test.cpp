@@ -5,38 +5,13 @@
 #include <cstring>
 
 #include "tests/provider/Boundary.h"
+#include "tests/record_bytes.h"
 
 namespace providertest {
 namespace {
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-
-// A record as it should be, put together from its offsets.
-class Bytes {
- public:
-  explicit Bytes(std::size_t size) : m_Bytes(size, 0) {}
-  Bytes& Text(std::size_t offset, const std::string& text) {
-    std::memcpy(&m_Bytes.at(offset), text.data(), text.size());
-    return *this;
-  }
-  template <class Number>
-  Bytes& Put(std::size_t offset, Number number) {
-    std::memcpy(&m_Bytes.at(offset), &number, sizeof(number));
-    return *this;
-  }
-  Bytes& Wwn(std::size_t offset, const std::string& digits) { return Put(offset, Name(digits)); }
-  const std::vector<unsigned char>& Get() const { return m_Bytes; }
-
- private:
-  std::vector<unsigned char> m_Bytes;
-};
-
-template <class Record>
-std::vector<unsigned char> BytesOf(const Record& record) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
-  return {bytes, bytes + sizeof(record)};
-}
 
 // Every key that has its own place in a record, texts as long as their fields.
 json FullBoard(const std::string& kind) {
@@ -62,14 +37,11 @@ TEST(Ports, BoardRecordByteByByte) {
   ASSERT_THAT(Instances().records, ElementsAre(0));
   const BoardRead read = ReadBoard(0);
   ASSERT_EQ(read.status, RM_STATUS_OK);
-  Bytes info(284);
-  info.Wwn(0, kPort).Wwn(8, "2000000000000abc").Wwn(16, "1000aabbccdd0001").Put(24, 0x20006A77u);
+  RecordBytes info(284);
+  info.Wwn(0, kPort).Wwn(8, "2000000000000abc").Wwn(16, "1000aabbccdd0001").U32(24, 0x20006A77u);
   info.Text(28, "testhost").Text(60, std::string(31, 'v')).Text(92, std::string(80, 'm'));
-  info.Text(172, std::string(60, 's'))
-      .Text(232, "12345678")
-      .Put<std::uint16_t>(240, 3)
-      .Put<std::uint16_t>(242, 5);
-  info.Put(244, 0x20u | 0x40u | 0x100u | 0x200u).Put<std::uint16_t>(248, 9).Text(250, std::string(32, 'a'));
+  info.Text(172, std::string(60, 's')).Text(232, "12345678").U16(240, 3).U16(242, 5);
+  info.U32(244, 0x20u | 0x40u | 0x100u | 0x200u).U16(248, 9).Text(250, std::string(32, 'a'));
   EXPECT_THAT(BytesOf(read.info), ElementsAreArray(info.Get()));
   EXPECT_EQ(read.board.linkStatus, 7u);
 }
@@ -222,15 +194,15 @@ TEST(Ports, VirtualPortRecordsByteByByte) {
   const Fabric fabric(Boards{board});
   const auto ports = VirtualPorts(kPort);
   ASSERT_EQ(ports.records.size(), 2u);
-  Bytes port(24);
+  RecordBytes port(24);
   port.Wwn(4, "1100000000000002").Wwn(12, "2000000000000002");
   EXPECT_THAT(BytesOf(ports.records[1]), ElementsAreArray(port.Get()));
 
   const auto targets = VirtualPortTargets(kPort, "1100000000000002");
   ASSERT_EQ(targets.records.size(), 1u);
-  Bytes target(304);
-  target.Text(0, "d").Put(256, 1u).Put(260, 2u).Put(264, 3u).Put(272, 4u);
-  target.Wwn(276, "2000000000000001").Wwn(284, "5000000000000001").Put<std::uint64_t>(296, 3);
+  RecordBytes target(304);
+  target.Text(0, "d").U32(256, 1u).U32(260, 2u).U32(264, 3u).U32(272, 4u);
+  target.Wwn(276, "2000000000000001").Wwn(284, "5000000000000001").U64(296, 3);
   EXPECT_THAT(BytesOf(targets.records[0]), ElementsAreArray(target.Get()));
   EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000003").status, RM_STATUS_NOT_FOUND);
 }
@@ -254,11 +226,11 @@ TEST(Ports, IscsiNamesAndTargets) {
 
   const auto targets = IscsiTargets(kPort);
   ASSERT_EQ(targets.records.size(), 3u);
-  Bytes first(516);
-  first.Text(0, "iqn.0").Text(256, "second0").Put<std::uint8_t>(512, 0x40);
+  RecordBytes first(516);
+  first.Text(0, "iqn.0").Text(256, "second0").U8(512, 0x40);
   EXPECT_THAT(BytesOf(targets.records[0]), ElementsAreArray(first.Get()));
-  Bytes last(516);
-  last.Text(0, longName).Put<std::uint8_t>(512, 0x80);
+  RecordBytes last(516);
+  last.Text(0, longName).U8(512, 0x80);
   EXPECT_THAT(BytesOf(targets.records[2]), ElementsAreArray(last.Get()));
   EXPECT_EQ(RM_iSCSI_GetInitiatorProperties(nullptr, Name(kOtherPort).wwn, names[0], names[1], names[2]),
             RM_STATUS_NOT_FOUND);
@@ -295,9 +267,9 @@ TEST(Ports, TextsOfARangeAreCut) {
   const Fabric fabric(Boards{board});
   const auto nodes = Nodes(kPort, 1001);
   ASSERT_EQ(nodes.records.size(), 1001u);
-  Bytes node(568);
-  node.Put(0, 1u).Put(268, 1000u).Wwn(276, "2000000000000001").Wwn(284, "5000000000000001");
-  node.Put<std::uint64_t>(296, 1000).Put(560, 0x22u);
+  RecordBytes node(568);
+  node.U32(0, 1u).U32(268, 1000u).Wwn(276, "2000000000000001").Wwn(284, "5000000000000001");
+  node.U64(296, 1000).U32(560, 0x22u);
   for (std::size_t i = 0; i < 64; ++i) node.Text(4 + 4 * i, "1000").Text(304 + 4 * i, "1000");
   EXPECT_THAT(BytesOf(nodes.records[1000]), ElementsAreArray(node.Get()));
 }

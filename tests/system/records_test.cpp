@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "tests/record_bytes.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {
@@ -17,36 +18,6 @@ constexpr char kFcoe[] = "1000000000000002";
 constexpr char kSubAdapter[] = "1000000000000003";
 constexpr char kNic[] = "1000000000000004";
 constexpr char kIscsi[] = "1000000000000005";
-
-// A record as it should be, put together from its offsets.
-class Bytes {
- public:
-  explicit Bytes(std::size_t size) : m_Bytes(size, 0) {}
-  Bytes& Text(std::size_t offset, const std::string& text) {
-    std::memcpy(&m_Bytes[offset], text.data(), text.size());
-    return *this;
-  }
-  Bytes& Number(std::size_t offset, std::uint64_t value, std::size_t width) {
-    std::memcpy(&m_Bytes[offset], &value, width);
-    return *this;
-  }
-  Bytes& U32(std::size_t offset, std::uint32_t value) { return Number(offset, value, 4); }
-  Bytes& U16(std::size_t offset, std::uint16_t value) { return Number(offset, value, 2); }
-  Bytes& Wwn(std::size_t offset, const std::string& hex) {
-    const HBA_NAME name = Name(hex);
-    return Text(offset, std::string(reinterpret_cast<const char*>(name.wwn), 8));
-  }
-  const std::vector<unsigned char>& Get() const { return m_Bytes; }
-
- private:
-  std::vector<unsigned char> m_Bytes;
-};
-
-template <class Record>
-std::vector<unsigned char> BytesOf(const Record& record) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
-  return {bytes, bytes + sizeof record};
-}
 
 json DescribedBoard(const char* kind, const char* wwpn) {
   return {{"kind", kind},
@@ -107,8 +78,8 @@ class RecordsTest : public testing::Test {
 };
 
 // What the record of a described board has in common with the others.
-Bytes DescribedRecord(const char* wwpn, std::uint32_t link, std::uint32_t features) {
-  Bytes bytes(340);
+RecordBytes DescribedRecord(const char* wwpn, std::uint32_t link, std::uint32_t features) {
+  RecordBytes bytes(340);
   bytes.U32(0, 1).Wwn(4, wwpn).Wwn(12, "2000000000000abc").U32(28, 0x6A01).Text(32, "testhost").Text(64, "Mfg");
   bytes.Text(96, "Model").U32(232, link).Text(236, "SN123").U32(308, features);
   return bytes;
@@ -118,21 +89,21 @@ TEST_F(RecordsTest, PortsInAllThreeForms) {
   const auto ports = m_Library.Ports();
   ASSERT_EQ(ports.size(), 5u);
 
-  Bytes fc = DescribedRecord(kFc, 1, 0);
+  RecordBytes fc = DescribedRecord(kFc, 1, 0);
   fc.Wwn(20, "1000aabbccdd0001").U32(212, 1).U32(216, 4).Text(296, "7").U32(304, 1);
   EXPECT_THAT(BytesOf(ports.at(kFc)), ElementsAreArray(fc.Get()));
 
-  Bytes fcoe = DescribedRecord(kFcoe, 0x0101, 0x12);
+  RecordBytes fcoe = DescribedRecord(kFcoe, 0x0101, 0x12);
   fcoe.U32(216, 1).U16(296, 3).U16(298, 5).U16(300, 9).U16(302, 0xFFFF);
   EXPECT_THAT(BytesOf(ports.at(kFcoe)), ElementsAreArray(fcoe.Get()));
 
   // Without a kind that is numbered the port number is the first character's; the id has letters, so it is
   // hexadecimal.
-  Bytes subAdapter = DescribedRecord(kSubAdapter, 1, 0x200);
+  RecordBytes subAdapter = DescribedRecord(kSubAdapter, 1, 0x200);
   subAdapter.U32(216, 1).U16(296, 7).U16(298, 5).U16(300, 9).U16(302, 0x1A2B);
   EXPECT_THAT(BytesOf(ports.at(kSubAdapter)), ElementsAreArray(subAdapter.Get()));
 
-  Bytes nic = DescribedRecord(kNic, 0x0101, 0x20A);
+  RecordBytes nic = DescribedRecord(kNic, 0x0101, 0x20A);
   nic.U16(296, 3).U16(298, 5).U16(300, 9).U16(302, 12).U32(336, 2);
   EXPECT_THAT(BytesOf(ports.at(kNic)), ElementsAreArray(nic.Get()));
 
@@ -147,9 +118,9 @@ TEST_F(RecordsTest, PortsInAllThreeForms) {
 }
 
 TEST_F(RecordsTest, Targets) {
-  Bytes expected(568);
+  RecordBytes expected(568);
   expected.U32(0, 4).Text(4, "/dev/sda").U32(260, 1).U32(264, 2).U32(268, 3).U32(272, 0x010203);
-  expected.Wwn(276, "5100000000000001").Wwn(284, "5000000000000001").Number(296, 0x4001000000000000, 8);
+  expected.Wwn(276, "5100000000000001").Wwn(284, "5000000000000001").U64(296, 0x4001000000000000);
   expected.Text(304, "id").U32(560, 0x22);
   RM_NodeInfoEntry target{};
   unsigned int count = 1;
@@ -168,11 +139,11 @@ TEST_F(RecordsTest, VirtualPortsAndTheirTargets) {
   EXPECT_EQ(m_Library.GetVPorts(Name(kFc), &vport, &count), 0);
   EXPECT_THAT(
       BytesOf(vport),
-      ElementsAreArray(Bytes(20).Wwn(0, "1100000000000001").Wwn(8, "2100000000000001").U32(16, 1).Get()));
+      ElementsAreArray(RecordBytes(20).Wwn(0, "1100000000000001").Wwn(8, "2100000000000001").U32(16, 1).Get()));
 
   // Not all of a node is reported for a virtual port: no bind type, no LUN identifier, and always ready.
-  Bytes expected(568);
-  expected.U32(268, 6).Wwn(276, "5100000000000001").Wwn(284, "5000000000000001").Number(296, 6, 8).U32(560, 2);
+  RecordBytes expected(568);
+  expected.U32(268, 6).Wwn(276, "5100000000000001").Wwn(284, "5000000000000001").U64(296, 6).U32(560, 2);
   RM_NodeInfoEntry target{};
   EXPECT_EQ(m_Library.GetVPortTargets(Name(kFc), vport.portWwn, &target, &count), 0);
   EXPECT_EQ(count, 1u);
@@ -182,15 +153,15 @@ TEST_F(RecordsTest, VirtualPortsAndTheirTargets) {
 }
 
 TEST_F(RecordsTest, IscsiTargetsAndNames) {
-  Bytes expected(568);
-  expected.Text(0, "iqn.2020-01.example:disk").Text(256, "second").Number(512, 0xC0, 1);
+  RecordBytes expected(568);
+  expected.Text(0, "iqn.2020-01.example:disk").Text(256, "second").U8(512, 0xC0);
   RM_NodeInfoEntry target{};
   std::memset(&target, 0xEE, sizeof target);
   unsigned int count = 1;
   EXPECT_EQ(m_Library.GetiSCSITargets(Name(kIscsi), &target, &count), 0);
   EXPECT_THAT(BytesOf(target), ElementsAreArray(expected.Get()));
 
-  Bytes names(768);
+  RecordBytes names(768);
   names.Text(0, std::string("iqn.2020-01.example:") + kIscsi).Text(256, "iqn.2020-01.example:default");
   names.Text(512, std::string("port ") + kIscsi);
   discovery_iscsi_names record;
@@ -198,7 +169,7 @@ TEST_F(RecordsTest, IscsiTargetsAndNames) {
   EXPECT_EQ(m_Library.GetiSCSINames(Name(kIscsi), &record), 1);
   EXPECT_THAT(BytesOf(record), ElementsAreArray(names.Get()));
   EXPECT_EQ(m_Library.GetiSCSINames(Name(kFc), &record), 0);
-  EXPECT_THAT(BytesOf(record), ElementsAreArray(Bytes(768).Get()));
+  EXPECT_THAT(BytesOf(record), ElementsAreArray(RecordBytes(768).Get()));
 }
 
 TEST_F(RecordsTest, VirtualFunctions) {
@@ -207,11 +178,11 @@ TEST_F(RecordsTest, VirtualFunctions) {
     HBA_NAME addresses[2];
   } record{};
   EXPECT_EQ(m_Library.GetVirtualFunctionAddrs(Name(kNic), &record.header), 1);
-  EXPECT_THAT(BytesOf(record), ElementsAreArray(Bytes(20).U32(0, 2).Get()));
+  EXPECT_THAT(BytesOf(record), ElementsAreArray(RecordBytes(20).U32(0, 2).Get()));
   EXPECT_EQ(m_Library.GetVirtualFunctionAddrs(Name(kNic), &record.header), 0);
   EXPECT_THAT(
       BytesOf(record),
-      ElementsAreArray(Bytes(20).U32(0, 2).Wwn(4, "0000020000000001").Wwn(12, "0000020000000002").Get()));
+      ElementsAreArray(RecordBytes(20).U32(0, 2).Wwn(4, "0000020000000001").Wwn(12, "0000020000000002").Get()));
   EXPECT_EQ(m_Library.GetVirtualFunctionAddrs(Name("00000000000000ff"), &record.header), 2);
 }
 
@@ -227,7 +198,7 @@ TEST_F(RecordsTest, SecureManagementPointsToTheLocalAgent) {
   m_Fabric.Local()["secure_management"] = true;
   ASSERT_TRUE(m_Fabric.Replace(m_Library));
   const auto ports = m_Library.Ports();
-  Bytes address(20);
+  RecordBytes address(20);
   address.Text(0, std::string("\x7f\0\0\x01", 4)).U16(16, 23333);
   for (const auto& [name, port] : ports) {
     const bool managed = name != kNic && name != kIscsi;
@@ -235,7 +206,8 @@ TEST_F(RecordsTest, SecureManagementPointsToTheLocalAgent) {
     EXPECT_EQ(port.base.base.proxyOnly, managed ? 1u : 0u) << name;
     EXPECT_EQ(port.base.base.isLocal, 1u) << name;
     EXPECT_EQ(port.base.base.proxyAddress[0], 0) << name;
-    EXPECT_THAT(BytesOf(port.proxyIpInfo), ElementsAreArray(managed ? address.Get() : Bytes(20).Get())) << name;
+    EXPECT_THAT(BytesOf(port.proxyIpInfo), ElementsAreArray(managed ? address.Get() : RecordBytes(20).Get()))
+        << name;
   }
 }
 
