@@ -37,10 +37,10 @@ TEST(Exports, ExactlyWhatTheHeadersDeclareUnderItsName) {
   EXPECT_EQ(declared.size(), 44u + 26u);
   declared.merge(Declared("provider/OpenProvider.h"));
   std::set<std::string> exported;
-  std::istringstream lines(OutputOf("nm -D --defined-only --format=posix " PROVIDER_LIBRARY));
+  std::istringstream lines(OutputOf("nm -D --defined-only --format=posix '" PROVIDER_LIBRARY "'"));
   for (std::string name, rest; lines >> name && std::getline(lines, rest);) exported.insert(name);
   EXPECT_EQ(exported, declared);
-  EXPECT_NE(OutputOf("readelf -d " PROVIDER_LIBRARY).find("soname: [librmapi.so]"), std::string::npos);
+  EXPECT_NE(OutputOf("readelf -d '" PROVIDER_LIBRARY "'").find("soname: [librmapi.so]"), std::string::npos);
 }
 
 }  // namespace

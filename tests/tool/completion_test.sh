@@ -3,13 +3,14 @@
 # shells know every command and option of its help.
 set -uo pipefail
 hbadisc=$1
+printf -v typed %q "$hbadisc"
 cd "$2" || exit
 # shellcheck source=/dev/null
 source tools/completion/hbadisc.bash
 failed=0
 
 expect() { # LINE OFFERS: hbadisc stands for the program
-  local line=${1/hbadisc/$hbadisc}
+  local line=${1/#hbadisc/"$typed"}
   # What bash sets, and what _hbadisc leaves for it.
   # shellcheck disable=SC2034
   COMP_LINE=$line COMP_POINT=${#line} COMP_WORDBREAKS=$' \t\n"\'><=;|&(:'

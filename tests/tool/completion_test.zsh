@@ -2,7 +2,7 @@
 # completion_test.zsh FOLDER_OF_HBADISC SOURCE_FOLDER - what zsh makes of a command line of hbadisc when Tab is pressed, in a
 # terminal of its own.
 zmodload zsh/zpty || exit
-zpty shell "TERM=vt100 PATH=$1:\$PATH zsh -f -i"
+zpty shell "TERM=vt100 PATH=${(q)1}:\$PATH zsh -f -i"
 zpty -w shell "cd ${(q)2}; fpath=(tools/completion \$fpath); autoload -Uz compinit; compinit -D -u"
 # A line that is wrapped is drawn in pieces, in which its end can't be recognised.
 zpty -w shell 'COLUMNS=500'

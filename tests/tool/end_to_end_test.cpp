@@ -17,7 +17,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::string kTool = HBADISC_PROGRAM;
+// For the shell: a checkout may lie in any folder.
+const std::string kTool = "'" HBADISC_PROGRAM "'";
 const std::string kExamples = HBADISC_EXAMPLES;
 // Of this process's private /run/lock.
 const std::string kFabric = "/run/lock/fabric.json";
@@ -112,7 +113,7 @@ TEST(EndToEndTest, ListHasEveryBoardOfAFabricFile) {
     for (const Json& board : fabric["local"]["boards"]) expected.insert(HexName(board["wwpn"]));
     ASSERT_FALSE(expected.empty());
 
-    const Result result = RunTool("list -j --fabric " + path);
+    const Result result = RunTool("list -j --fabric '" + path + "'");
     EXPECT_EQ(result.code, 0) << result.errors;
     const Json document = Json::parse(result.output);
     EXPECT_EQ(document["format_version"], 1);
@@ -240,7 +241,7 @@ TEST(EndToEndTest, WatchEndsWithItsReader) {
 TEST(EndToEndTest, TheExampleProgramPrintsThePorts) {
   ReplaceFile(kFabric, FabricText("up", 2));
   ReplaceFile("/etc/varnix/quorbench/rm.conf", "FabricFile:" + kFabric + "\n");
-  Program program(LIST_PORTS_PROGRAM);
+  Program program("'" LIST_PORTS_PROGRAM "'");
   const std::string output = program.ReadAll();
   EXPECT_EQ(program.Wait(), 0);
   EXPECT_NE(output.find("10:00:02:5d:41:00:00:01"), std::string::npos) << output;
