@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 
@@ -185,6 +186,15 @@ std::string Client::Ask(const std::string& request) {
     answer.append(bytes, static_cast<std::size_t>(count));
   }
   return answer;
+}
+
+bool Client::IsClosed() const {
+  char bytes[4096];
+  ssize_t count = 0;
+  do {
+    count = recv(m_Socket.Get(), bytes, sizeof(bytes), 0);
+  } while (count > 0);
+  return count == 0 || errno == ECONNRESET;
 }
 
 bool HasIpv6() {

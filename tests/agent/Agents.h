@@ -114,6 +114,8 @@ class Client {
   std::string Ask(const std::string& request);
   std::string Get(const std::string& path) { return Ask("GET " + path + " HTTP/1.1\r\nHost: h\r\n\r\n"); }
   void Send(const std::string& bytes) const;
+  // Waits for the other side to close, whatever it says before; false when it does not.
+  bool IsClosed() const;
 
  private:
   provider::FileDescriptor m_Socket;

@@ -129,7 +129,8 @@ TEST(Server, SilentConnectionsAreClosed) {
   options.idleSeconds = 1;
   const Agent agent(Hosts{RemoteHost("127.0.1.1")}, options);
   Client half("127.0.1.1", agent.Port());
-  EXPECT_THAT(half.Ask("GET / HT"), testing::Not(HasSubstr(" 200 ")));  // returns when the agent closes
+  half.Send("GET / HT");
+  EXPECT_TRUE(half.IsClosed());
 }
 
 TEST(Options, CommandLines) {

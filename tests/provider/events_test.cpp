@@ -51,8 +51,8 @@ TEST(Events, AtTimeZeroTheyHaveHappened) {
 
 // Given in another order than that of their times.
 TEST(Events, HappenInTheOrderOfTheirTimes) {
-  const Scripted fabric(R"([{"after_ms": 600, "port": "1000000000000001", "link": "up", "targets": []},
-                            {"after_ms": 300, "port": "1000000000000001", "link": "down"},
+  const Scripted fabric(R"([{"after_ms": 4000, "port": "1000000000000001", "link": "up", "targets": []},
+                            {"after_ms": 1500, "port": "1000000000000001", "link": "down"},
                             {"after_ms": 1000000, "port": "1000000000000001", "link": 9}])");
   EXPECT_EQ(ReadBoard(0).board.linkStatus, 1u);
   EXPECT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
@@ -63,7 +63,7 @@ TEST(Events, HappenInTheOrderOfTheirTimes) {
 
 TEST(Events, BoardVanishesAndComesBack) {
   const Scripted fabric(R"([{"after_ms": 0, "port": "1000000000000001", "present": false},
-                            {"after_ms": 500, "port": "1000000000000001", "present": true}])");
+                            {"after_ms": 2000, "port": "1000000000000001", "present": true}])");
   EXPECT_THAT(Instances().records, testing::ElementsAre(1, 2, 3));
   EXPECT_EQ(ReadBoard(0).status, RM_STATUS_NOT_FOUND);
   EXPECT_EQ(Nodes(kPort).status, RM_STATUS_NOT_FOUND);
@@ -75,7 +75,7 @@ TEST(Events, BoardVanishesAndComesBack) {
 
 // The clock starts with RM_InitLib, not when the source was chosen.
 TEST(Events, ClockStartsWithTheLibrary) {
-  const Scripted fabric(R"([{"after_ms": 400, "port": "1000000000000001", "link": "down"}])");
+  const Scripted fabric(R"([{"after_ms": 1500, "port": "1000000000000001", "link": "down"}])");
   ASSERT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
   ASSERT_EQ(RM_ExitLib(), RM_STATUS_OK);
   ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);

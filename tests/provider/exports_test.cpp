@@ -40,7 +40,8 @@ TEST(Exports, ExactlyWhatTheHeadersDeclareUnderItsName) {
   std::istringstream lines(OutputOf("nm -D --defined-only --format=posix '" PROVIDER_LIBRARY "'"));
   for (std::string name, rest; lines >> name && std::getline(lines, rest);) exported.insert(name);
   EXPECT_EQ(exported, declared);
-  EXPECT_NE(OutputOf("readelf -d '" PROVIDER_LIBRARY "'").find("soname: [librmapi.so]"), std::string::npos);
+  EXPECT_NE(OutputOf("LC_ALL=C readelf -d '" PROVIDER_LIBRARY "'").find("soname: [librmapi.so]"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -132,7 +132,8 @@ TEST(Faults, HangStopsNobodyElse) {
   std::atomic<bool> begun{false};
   std::thread hanging;
   {
-    Fabric fabric(TwoPorts(), {{"faults", {{{"call", "RM_VPList"}, {"hang", true}, {"times", 1}}}}});
+    Fabric fabric(TwoPorts(),
+                  {{"faults", {{{"call", "RM_VPList"}, {"port", kPort}, {"hang", true}, {"times", 1}}}}});
     hanging = std::thread([&] {
       begun = true;
       status = VirtualPorts(kPort).status;

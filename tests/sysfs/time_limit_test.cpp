@@ -28,7 +28,7 @@ const Wwn kSick = Name(1);
 const Wwn kHealthy = Name(2);
 constexpr unsigned int kSickBoard = 1;
 
-constexpr std::chrono::milliseconds kShort{50};
+constexpr std::chrono::milliseconds kShort{500};  // healthy calls keep it also on a loaded machine
 constexpr std::chrono::seconds kLong{20};
 
 // Says when what is derived from it is gone, with all its members.

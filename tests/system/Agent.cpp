@@ -40,7 +40,8 @@ Agent::Agent(const std::string& fabric, const std::string& address) {
   m_Process = fork();
   if (m_Process == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    execl(HBADISC_AGENT, HBADISC_AGENT, "--fabric", fabric.c_str(), nullptr);
+    // In a user's own namespace there is nobody else to become.
+    execl(HBADISC_AGENT, HBADISC_AGENT, "--user", "root", "--fabric", fabric.c_str(), nullptr);
     _exit(127);
   }
   const auto up = [&] { return waitpid(m_Process, nullptr, WNOHANG) != 0 || Answers(address); };

@@ -198,6 +198,7 @@ TEST_F(RecordsTest, SecureManagementPointsToTheLocalAgent) {
   m_Fabric.Local()["secure_management"] = true;
   ASSERT_TRUE(m_Fabric.Replace(m_Library));
   const auto ports = m_Library.Ports();
+  ASSERT_EQ(ports.size(), 5u);
   RecordBytes address(20);
   address.Text(0, std::string("\x7f\0\0\x01", 4)).U16(16, 23333);
   for (const auto& [name, port] : ports) {

@@ -47,7 +47,9 @@ expect "hbadisc --hosts-dir $scratch/two\\ words hosts remove " '10.1.2.3 [fe80:
 expect "hbadisc --hosts-dir '$scratch/two words' hosts remove 10.1.2.3 " '[fe80::2]:23334 fe80::1'
 expect "hbadisc --hosts-dir '$scratch/two words' hosts remove fe80:" ':1'
 
+words=0
 while IFS= read -r word; do
+  words=$((words + 1))
   for file in hbadisc.bash _hbadisc; do
     grep -qE -e "(^|[^a-z-])$word([^a-z-]|\$)" "tools/completion/$file" || {
       echo "tools/completion/$file does not know $word"
@@ -60,4 +62,5 @@ done < <({
   "$hbadisc" watch --help
   "$hbadisc" hosts --help
 } | sed -nE 's/^  (-[a-zA-Z],)?(--[a-z-]+).*/\2/p; s/^  ([a-z]+)  +[A-Z].*/\1/p' | sort -u)
+((words >= 20)) || { echo "only $words words in the help"; failed=1; }
 exit "$failed"
