@@ -1,6 +1,7 @@
 #include "thread/thread_terminator.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace {
@@ -34,15 +35,23 @@ void CThreadTerminator::TerminateThread(std::shared_ptr<CZylThread> thread) {
   thread->CleanUp();
   {
     const CZylLockGuard guard(m_Lock);
-    auto slot = std::find(m_Slots.begin(), m_Slots.end(), nullptr);
-    if (slot == m_Slots.end()) {
-      const auto used = static_cast<std::ptrdiff_t>(m_Slots.size());
-      m_Slots.resize(m_Slots.size() + kGrowth);
-      slot = m_Slots.begin() + used;
-    }
-    *slot = std::move(thread);
+    // Without a slot the thread ends all the same: it shares what it uses.
+    if (std::shared_ptr<CZylThread>* slot = FreeSlot(); slot != nullptr) *slot = std::move(thread);
   }
   Signal();
+}
+
+// Null when there is none and no memory for more.
+std::shared_ptr<CZylThread>* CThreadTerminator::FreeSlot() {
+  const auto slot = std::find(m_Slots.begin(), m_Slots.end(), nullptr);
+  if (slot != m_Slots.end()) return &*slot;
+  const std::size_t used = m_Slots.size();
+  try {
+    m_Slots.resize(used + kGrowth);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  return &m_Slots[used];
 }
 
 void CThreadTerminator::Finish() {
@@ -69,19 +78,15 @@ void CThreadTerminator::TerminatorThreadProc() {
 
 // Drops the threads that have ended, outside the lock; true when one is left that has not.
 bool CThreadTerminator::Sweep() {
-  std::vector<std::shared_ptr<CZylThread>> ended;
-  bool left = false;
-  {
-    const CZylLockGuard guard(m_Lock);
-    for (auto& slot : m_Slots) {
-      if (Terminated()) break;
-      if (!slot) continue;
-      if (slot->Ended()) {
-        ended.push_back(std::move(slot));
-      } else {
-        left = true;
-      }
-    }
-  }
-  return left;
+  while (TakeEnded() != nullptr) continue;
+  const CZylLockGuard guard(m_Lock);
+  return std::any_of(m_Slots.begin(), m_Slots.end(), [](const auto& slot) { return slot != nullptr; });
+}
+
+std::shared_ptr<CZylThread> CThreadTerminator::TakeEnded() {
+  const CZylLockGuard guard(m_Lock);
+  if (Terminated()) return nullptr;
+  const auto ended = std::find_if(m_Slots.begin(), m_Slots.end(),
+                                  [](const auto& slot) { return slot != nullptr && slot->Ended(); });
+  return ended == m_Slots.end() ? nullptr : std::move(*ended);
 }

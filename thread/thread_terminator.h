@@ -37,6 +37,8 @@ class CThreadTerminator : public CZylThread {
   static void* ThreadProc(void* self);
   void TerminatorThreadProc();
   bool Sweep() EXCLUDES(m_Lock);
+  std::shared_ptr<CZylThread> TakeEnded() EXCLUDES(m_Lock);
+  std::shared_ptr<CZylThread>* FreeSlot() REQUIRES(m_Lock);
 
   std::atomic<bool> m_Finishing{false};
   CZylThreadLock m_Lock;

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <thread>
 
 namespace {
@@ -102,11 +103,11 @@ std::uint64_t CZylThread::Create(void* (*routine)(void*), void* arg, int /*ignor
   const CZylLockGuard creating(m_State->createLock);
   // A thread that was let go has no handle any more, but would share its flags with a second one.
   if (m_State->thread != 0 || !m_State->ended) return 0;
-  std::unique_ptr<State::Start> start(new State::Start{m_State, routine, arg});
+  std::unique_ptr<State::Start> start(new (std::nothrow) State::Start{m_State, routine, arg});
   m_State->terminate = 0;
   m_State->ended = false;
   pthread_t thread = 0;
-  if (CreateWithSignalsBlocked(&thread, RunThread, start.get()) != 0) {
+  if (start == nullptr || CreateWithSignalsBlocked(&thread, RunThread, start.get()) != 0) {
     m_State->ended = true;
     std::puts("ERROR: CZylThread::Create: pthread_create");
     std::fflush(stdout);
