@@ -25,11 +25,11 @@ bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
   CZylLockGuard guard(m_Lock);
   Unlockable lock(m_Lock);
   while (m_Held && !HeldByMe()) {
-    if (giveUp(m_Holder)) return false;
+    if (giveUp(m_Beginner) || giveUp(m_Walker)) return false;
     m_Opened.wait_for(lock, kAskAgain);
   }
   m_Held = true;
-  m_Holder = std::this_thread::get_id();
+  m_Beginner = m_Walker = std::this_thread::get_id();
   return true;
 }
 
@@ -78,10 +78,11 @@ void EnumerationWalk::DropLocked() {
 
 void EnumerationWalk::OpenLocked() {
   m_Held = false;
-  m_Holder = {};
+  m_Beginner = m_Walker = {};
   m_Opened.notify_all();
 }
 
 bool EnumerationWalk::HeldByMe() const {
-  return m_Held && m_Holder == std::this_thread::get_id();
+  const std::thread::id me = std::this_thread::get_id();
+  return m_Held && (m_Beginner == me || m_Walker == me);
 }

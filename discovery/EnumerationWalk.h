@@ -3,6 +3,9 @@
 // The enumeration lock is a gate, not a mutex: it stays closed between exported calls and may be opened by
 // another thread than the one that closed it.
 //
+// A walk belongs to the thread that began it and to the one that made its last step: a thread may hand its walk
+// to another one, and when a stop has cut it off, either opens the gate.
+//
 // Thread safety: internally locked. The internal lock is never held over a provider call, a list lock of the
 // controller, or a wait for the gate.
 #ifndef DISCOVERY_ENUMERATIONWALK_H_
@@ -55,13 +58,15 @@ class EnumerationWalk {
   CZylThreadLock m_Lock;
   std::condition_variable_any m_Opened;
   bool m_Held GUARDED_BY(m_Lock) = false;
-  std::thread::id m_Holder GUARDED_BY(m_Lock);
+  std::thread::id m_Beginner GUARDED_BY(m_Lock);
+  std::thread::id m_Walker GUARDED_BY(m_Lock);  // made the last step
   std::shared_ptr<CHbaList> m_Snapshot GUARDED_BY(m_Lock);
   const CHbaEntry* m_Cursor GUARDED_BY(m_Lock) = nullptr;  // into m_Snapshot; null: no walk
 };
 
 template <class Fill>
 unsigned int EnumerationWalk::Begin(std::shared_ptr<CHbaList> snapshot, Fill fill) {
+  static_assert(noexcept(fill(std::declval<const CHbaEntry&>())), "the gate would stay closed");
   CZylLockGuard guard(m_Lock);
   DropLocked();
   if (snapshot != nullptr) {
@@ -79,6 +84,7 @@ unsigned int EnumerationWalk::Begin(std::shared_ptr<CHbaList> snapshot, Fill fil
 
 template <class Fill>
 bool EnumerationWalk::Next(Fill fill) {
+  static_assert(noexcept(fill(std::declval<const CHbaEntry&>())), "the gate would stay closed");
   CZylLockGuard guard(m_Lock);
   const bool walking = m_Cursor != nullptr;
   if (walking) {
@@ -86,11 +92,12 @@ bool EnumerationWalk::Next(Fill fill) {
     m_Cursor = m_Snapshot->GetNextEntry();
   }
   if (m_Cursor != nullptr) {
+    m_Walker = std::this_thread::get_id();
     fill(*m_Cursor);
     return true;
   }
-  // Whoever reaches the end of the walk opens the gate. When the walk was cut off, by a stop, only the walker
-  // does: a stranger's call must not end another's walk.
+  // Whoever reaches the end of the walk opens the gate. When the walk was cut off, by a stop, only its own
+  // threads do: a stranger's call must not end another's walk.
   if (walking || HeldByMe()) OpenLocked();
   DropLocked();
   return false;

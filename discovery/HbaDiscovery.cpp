@@ -57,8 +57,9 @@ int GetFirst(Record* record) {
   if (!walk.Enter(WalkerMayAwaitUs)) return 0;
   try {
     walk.DropSnapshot();
-    return static_cast<int>(walk.Begin(TheLibrary().controller.GetCurrentHbaList(),
-                                       [record](const CHbaEntry& entry) { FillRecord(entry, record); }));
+    return static_cast<int>(
+        walk.Begin(TheLibrary().controller.GetCurrentHbaList(),
+                   [record](const CHbaEntry& entry) noexcept { FillRecord(entry, record); }));
   } catch (...) {
     walk.Abandon();
     return 0;
@@ -67,14 +68,12 @@ int GetFirst(Record* record) {
 
 template <class Record>
 int GetNext(Record* record) {
-  return Guarded(0, [record] {
-    EnumerationWalk& walk = TheLibrary().walk;
-    if (record == nullptr) {
-      walk.Abandon();
-      return 0;
-    }
-    return walk.Next([record](const CHbaEntry& entry) { FillRecord(entry, record); }) ? 1 : 0;
-  });
+  EnumerationWalk& walk = TheLibrary().walk;
+  if (record == nullptr) {
+    walk.Abandon();
+    return 0;
+  }
+  return walk.Next([record](const CHbaEntry& entry) noexcept { FillRecord(entry, record); }) ? 1 : 0;
 }
 
 // Looks a port up in the snapshot and takes a snapshot first when there is none.

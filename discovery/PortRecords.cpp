@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <string>
+#include <string_view>
 
 #include "rmapi/rmapi.h"
 
@@ -19,9 +19,11 @@ bool IsLetter(char c) {
 }
 
 // Read as hexadecimal as soon as there is a letter in it, else as decimal; 0 when it cannot be read.
-std::uint16_t SubAdapterNumber(const std::string& text) {
+std::uint16_t SubAdapterNumber(std::string_view text) {
+  char terminated[sizeof(HBA_info_v4::subAdapterId) + 1] = {};
+  text.copy(terminated, sizeof terminated - 1);
   const bool hexadecimal = std::any_of(text.begin(), text.end(), IsLetter);
-  return static_cast<std::uint16_t>(std::strtoul(text.c_str(), nullptr, hexadecimal ? 16 : 10));
+  return static_cast<std::uint16_t>(std::strtoul(terminated, nullptr, hexadecimal ? 16 : 10));
 }
 
 // The first character's distance from '0', whatever character it is.
@@ -32,7 +34,7 @@ std::uint16_t FirstDigit(const char* text) {
 hba_port_position PositionOf(const HBA_info_v4& info, unsigned int features) {
   hba_port_position position{};
   const bool numberedKind = (features & kNumberedKinds) != 0;
-  const std::string subAdapter(info.subAdapterId, strnlen(info.subAdapterId, sizeof info.subAdapterId));
+  const std::string_view subAdapter(info.subAdapterId, strnlen(info.subAdapterId, sizeof info.subAdapterId));
   if (!numberedKind && subAdapter.empty()) {
     std::memcpy(position.vpdPortNumber, info.vpdPortNumber, sizeof position.vpdPortNumber);
     return position;
@@ -57,7 +59,7 @@ void FillFoundOn(const CHbaEntry& entry, hba_discovery_info* record) {
 
 }  // namespace
 
-void FillRecord(const CHbaEntry& entry, hba_discovery_info* record) {
+void FillRecord(const CHbaEntry& entry, hba_discovery_info* record) noexcept {
   *record = {};
   record->isLocal = entry.IsLocalPort() != 0 ? 1 : 0;
   std::memcpy(&record->port, entry.GetHbaInfo(), sizeof record->port);
@@ -69,7 +71,7 @@ void FillRecord(const CHbaEntry& entry, hba_discovery_info* record) {
   record->linkStatus = entry.GetLinkStatus();
 }
 
-void FillRecord(const CHbaEntry& entry, hba_discovery_info_V2* record) {
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V2* record) noexcept {
   *record = {};
   FillRecord(entry, &record->base);
   const HBA_info_v4& info = *entry.GetHbaInfoV4();
@@ -79,7 +81,7 @@ void FillRecord(const CHbaEntry& entry, hba_discovery_info_V2* record) {
   record->vportCount = entry.GetVPortCount();
 }
 
-void FillRecord(const CHbaEntry& entry, hba_discovery_info_V3* record) {
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V3* record) noexcept {
   *record = {};
   FillRecord(entry, &record->base);
   if (const _RM_IP_INFO* address = entry.GetProxyIpInfo(); address != nullptr) {

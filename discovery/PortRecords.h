@@ -8,10 +8,10 @@
 #include "discovery/HbaDiscoveryListSystems.h"
 #include "include/hbadiscovery.h"
 
-// Zeroes the record first.
-void FillRecord(const CHbaEntry& entry, hba_discovery_info* record);
-void FillRecord(const CHbaEntry& entry, hba_discovery_info_V2* record);
-void FillRecord(const CHbaEntry& entry, hba_discovery_info_V3* record);
+// Zeroes the record first. Throws nothing: a walk that is under way must not end for want of memory.
+void FillRecord(const CHbaEntry& entry, hba_discovery_info* record) noexcept;
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V2* record) noexcept;
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V3* record) noexcept;
 
 // Does not zero the record. `record` has room for all ports of the system behind it.
 void FillRecord(CSystemEntry& system, system_discovery_info* record);
