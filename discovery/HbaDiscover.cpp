@@ -1,9 +1,8 @@
 #include "discovery/HbaDiscover.h"
 
-#include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <new>
+#include <exception>
+#include <utility>
 
 #include "config/DiscConfig.h"
 #include "discovery/DiscoveryLog.h"
@@ -50,7 +49,7 @@ CHbaDiscover::~CHbaDiscover() {
   if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Terminate();
   CZylThread::Terminate();
   CZylLockGuard guard(m_LifecycleLock);
-  StopDirectedThreads();
+  JoinDirectedThreads();
 }
 
 void CHbaDiscover::OpenLogFile() {
@@ -68,16 +67,29 @@ void CHbaDiscover::Startup(unsigned int interval, unsigned int oobInterval, int 
     m_LifecycleLock.GetLock();
   }
   try {
-    if ((m_State.load() & kStateStarted) == 0) StartLocked(interval, oobInterval, localOnly);
     // Also when discovery runs already: the new thread takes the requests from now on, the old one stays idle.
-    StartDirectedThread();
+    if (IsStarted() || StartLocked(interval, oobInterval, localOnly)) StartDirectedThread();
   } catch (...) {
     // Starting reports nothing; what could not be allocated is not started.
   }
   m_LifecycleLock.ReleaseLock();
 }
 
-void CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) {
+// A start that fails, for want of memory or of the main thread, is taken back.
+bool CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) {
+  bool started = false;
+  try {
+    started = TryStart(interval, oobInterval, localOnly);
+  } catch (const std::exception& failure) {
+    disco_printf(kLogStartStop, nullptr, "Discovery cannot start (%s)", failure.what());
+  }
+  if (started) return true;
+  LeaveStartedState();
+  StopLocked();
+  return false;
+}
+
+bool CHbaDiscover::TryStart(unsigned int interval, unsigned int oobInterval, int localOnly) {
   m_LocalOnly = localOnly;
   RM_InitLib();
   m_CurrentList.Set(std::make_shared<CHbaList>(ListRank::kCurrent));
@@ -99,7 +111,7 @@ void CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, 
 
   AllowCallBacks(true);
   m_State.fetch_or(kStateEnabled | kStateStarted | kStateForced);
-  Create(DiscoveryThread, this, 0, 0);
+  return Create(DiscoveryThread, this, 0, 0) != 0;
 }
 
 void CHbaDiscover::StartOob(unsigned int oobInterval) {
@@ -182,12 +194,13 @@ int CHbaDiscover::StartDiscoveryCycle() {
   const ControlCall call(*this);
   disco_printf(kLogCycleBounds | kLogInBand | kLogOob, nullptr, "*** FORCED DISCOVERY CYCLE REQUESTED ***");
   if (InCallBack()) {
-    if (!m_CycleLock.TryLock()) return InForcedCycle() ? 0 : RequestForcedCycle();
+    // Another thread's call may be waiting for the cycle that this callback belongs to.
+    if (!m_ForceLock.TryLock()) return InForcedCycle() ? 0 : RequestForcedCycle();
   } else {
-    m_CycleLock.GetLock();
+    m_ForceLock.GetLock();
   }
   const int started = ForceCycleLocked();
-  m_CycleLock.ReleaseLock();
+  m_ForceLock.ReleaseLock();
   return started;
 }
 
@@ -243,27 +256,25 @@ int CHbaDiscover::RequestForcedCycle() {
 }
 
 CHbaDiscover::ControlCall::ControlCall(CHbaDiscover& controller)
-    : m_Controller(InCallBack() ? nullptr : &controller) {
+    : m_Controller(InCallBack() ? nullptr : &controller), m_Thread(std::this_thread::get_id()) {
   if (m_Controller == nullptr) return;
   CZylLockGuard guard(m_Controller->m_ControlLock);
-  try {
-    m_Controller->m_ControlCalls.push_back(std::this_thread::get_id());
-  } catch (const std::bad_alloc&) {
-    // The call goes on; what it might wait for is a callback that enumerates while this thread walks.
-  }
+  m_Next = std::exchange(m_Controller->m_ControlCalls, this);
 }
 
 CHbaDiscover::ControlCall::~ControlCall() {
   if (m_Controller == nullptr) return;
   CZylLockGuard guard(m_Controller->m_ControlLock);
-  std::vector<std::thread::id>& calls = m_Controller->m_ControlCalls;
-  const auto call = std::find(calls.begin(), calls.end(), std::this_thread::get_id());
-  if (call != calls.end()) calls.erase(call);
+  ControlCall** link = &m_Controller->m_ControlCalls;
+  while (*link != this) link = &(*link)->m_Next;
+  *link = m_Next;
 }
 
 bool CHbaDiscover::IsInControlCall(std::thread::id thread) const {
   CZylLockGuard guard(m_ControlLock);
-  return std::find(m_ControlCalls.begin(), m_ControlCalls.end(), thread) != m_ControlCalls.end();
+  const ControlCall* call = m_ControlCalls;
+  while (call != nullptr && call->m_Thread != thread) call = call->m_Next;
+  return call != nullptr;
 }
 
 bool CHbaDiscover::InForcedCycle() const {

@@ -4,9 +4,11 @@
 //
 // Thread safety: internally locked; every public call may be made from any thread, also from the application's
 // callback. Inside a callback no call waits for a thread of ours: requests are left behind and carried out
-// later. Ownership: lists are shared-owned; whoever copied a pointer keeps its list alive, also past Terminate.
-// Lock order: lifecycle lock, cycle lock, callback lock, current list, other lists. The locks of the slots, of
-// the registration and of the kill count are leaves.
+// later. Outside, none waits for a provider call but one that the in-band or out-of-band main thread itself is
+// in. Ownership: lists are shared-owned; whoever copied a pointer keeps its list alive, also past Terminate.
+// Lock order: lifecycle lock, force lock, callback lock, current list, other lists. The cycle lock and the
+// locks of the slots, of the registration, of the control calls and of the kill count are held for a moment;
+// the kill lock is taken inside the cycle lock, nothing else inside any of these.
 #ifndef DISCOVERY_HBADISCOVER_H_
 #define DISCOVERY_HBADISCOVER_H_
 
@@ -61,7 +63,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   // Does nothing unless started and enabled, and nothing inside a callback, whose thread it would have to join.
   void Terminate() EXCLUDES(m_LifecycleLock);
   void PauseDiscovery();
-  int StartDiscoveryCycle() EXCLUDES(m_CycleLock);
+  int StartDiscoveryCycle() EXCLUDES(m_ForceLock);
   // Waits until the running cycle has stopped, at most about 10 seconds when `giveUp` is not 0.
   void KillDiscoveryCycle(int giveUp);
   bool IsStarted() const { return (m_State.load() & kStateStarted) != 0; }
@@ -121,22 +123,28 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
 
    private:
     CHbaDiscover* const m_Controller;
+    const std::thread::id m_Thread;
+    ControlCall* m_Next = nullptr;  // guarded by the controller's m_ControlLock
+
+    friend class CHbaDiscover;
   };
   // What one cycle works on.
   struct Cycle;
+  enum class CycleEnd;
   // A directed thread with its request.
   struct Directed;
   struct DirectedStart;
 
   // What the discoverers below ask.
   std::shared_ptr<CHbaList> GetCurrentList() const override { return m_CurrentList.Get(); }
-  unsigned int GetMaxSlowThreads() const override { return m_MaxSlowDiscoThreads; }
+  unsigned int GetMaxSlowThreads() const override { return kMaxSlowThreads; }
   bool IsFullDiscoveryOnly() const override { return m_FullDiscoveryOnly; }
   bool IsInCallBack() const override { return InCallBack(); }
   bool IsFirstCyclePending() const override { return m_FirstCyclePending.load(); }
 
   void OpenLogFile();
-  void StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) REQUIRES(m_LifecycleLock);
+  bool StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) REQUIRES(m_LifecycleLock);
+  bool TryStart(unsigned int interval, unsigned int oobInterval, int localOnly) REQUIRES(m_LifecycleLock);
   void StartOob(unsigned int oobInterval) REQUIRES(m_LifecycleLock);
   void StopOob() REQUIRES(m_LifecycleLock);
   void StopLocked() REQUIRES(m_LifecycleLock);
@@ -145,9 +153,12 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   int DiscoveryProc();
 
   void DoDiscoveryCycle(int full) EXCLUDES(m_CycleLock);
+  CycleEnd RunCycle(Cycle& cycle);
+  CycleEnd TryCycle(Cycle& cycle);
   bool EnterCycle() EXCLUDES(m_CycleLock);
-  bool BeginCycle() EXCLUDES(m_KillLock);
-  void BeginKind(Cycle& cycle, bool lite);
+  bool BeginCycle() REQUIRES(m_CycleLock) EXCLUDES(m_KillLock);
+  std::uint32_t LeaveCycle(std::uint32_t bits) EXCLUDES(m_KillLock);
+  void BeginKind(Cycle& cycle);
   // Results of BuildPortsList: -1 skip the cycle, else go on.
   int CollectPorts(Cycle& cycle);
   void SkipCycle();
@@ -156,12 +167,10 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void IntermediateUpdate(const Cycle& cycle);
   int AwaitOob(int changed);
   void StopCycle(const Cycle& cycle);
-  // False: a forced cycle was asked for meanwhile and starts at once.
-  bool FinishLiteCycle(const Cycle& cycle, int* changed);
+  CycleEnd FinishLiteCycle(Cycle& cycle);
   int UpdateDiscoveryLists();
   void ReportCycle(int changed, bool forced);
   void EndCycle(const Cycle& cycle);
-  void EndFailedCycle();
   static int RemoveUnMarkedEntries(CHbaList& list, unsigned int mark) REQUIRES(list);
 
   // A kill, or a shut-down that has given up waiting for one.
@@ -171,7 +180,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   bool RequestKill(unsigned int* cycle) EXCLUDES(m_KillLock);
   void DropKillWaiter(unsigned int cycle) EXCLUDES(m_KillLock);
   void DropUnawaitedKill() EXCLUDES(m_KillLock);
-  int ForceCycleLocked() REQUIRES(m_CycleLock);
+  int ForceCycleLocked() REQUIRES(m_ForceLock);
   bool AlreadyForced(const COOBHbaDiscover* oob) const;
   void KillForForcedCycle(COOBHbaDiscover* oob);
   int RequestForcedCycle();
@@ -186,26 +195,32 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void StartDirectedThread() REQUIRES(m_LifecycleLock);
   void AskDirectedThreadsToStop() REQUIRES(m_LifecycleLock);
   void StopDirectedThreads() REQUIRES(m_LifecycleLock);
+  void JoinDirectedThreads() REQUIRES(m_LifecycleLock);
   static void* DirectedDiscoveryThreadStartup(void* block);
   void DirectedDiscoveryThreadProc(Directed& directed);
-  bool EnterDirected(const CZylTpThread& thread) TRY_ACQUIRE(true, m_CycleLock);
-  void RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsigned int what, int* changed)
-      REQUIRES(m_CycleLock);
-  void DoDirectedCallBack(const HBA_NAME& wwpn, int changed) REQUIRES(m_CycleLock) EXCLUDES(m_CallbackLock);
+  bool EnterRefresh(Directed& directed) EXCLUDES(m_CycleLock);
+  bool ClaimRefresh(Directed& directed) EXCLUDES(m_CycleLock);
+  bool IsRefreshing(const Directed& directed) const EXCLUDES(m_CycleLock);
+  void LeaveRefresh(const Directed& directed) EXCLUDES(m_CycleLock);
+  void RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsigned int what, int* changed);
+  void DoDirectedCallBack(const Directed& directed, const HBA_NAME& wwpn, int changed) EXCLUDES(m_CallbackLock);
 
   static constexpr unsigned int kIntermediateInterval = 8;  // seconds
+  static constexpr unsigned int kMaxSlowThreads = 15;
 
-  CZylThreadLock m_LifecycleLock ACQUIRED_BEFORE(m_CycleLock);
-  CZylThreadLock m_CycleLock ACQUIRED_BEFORE(m_CallbackLock);
-  CZylThreadLock m_CallbackLock;
+  CZylThreadLock m_LifecycleLock ACQUIRED_BEFORE(m_ForceLock);
+  CZylThreadLock m_ForceLock ACQUIRED_BEFORE(m_CallbackLock);  // one StartDiscoveryCycle at a time
+  CZylThreadLock m_CallbackLock ACQUIRED_BEFORE(m_CycleLock);
+  mutable CZylThreadLock m_CycleLock ACQUIRED_BEFORE(m_KillLock);  // over the decision to begin
+  // The refresh that runs, or waits for the running cycle to end: no cycle begins meanwhile. Null: none.
+  const Directed* m_Refresh GUARDED_BY(m_CycleLock) = nullptr;
   bool m_CallBacksAllowed GUARDED_BY(m_CallbackLock) = false;
 
   mutable CZylThreadLock m_RegistrationLock;
   Registration m_Registration GUARDED_BY(m_RegistrationLock);
 
   mutable CZylThreadLock m_ControlLock;
-  std::vector<std::thread::id> m_ControlCalls
-      GUARDED_BY(m_ControlLock);  // threads; twice when one call makes another
+  ControlCall* m_ControlCalls GUARDED_BY(m_ControlLock) = nullptr;  // a chain; the calls are on their stacks
 
   CZylThreadLock m_KillLock;
   unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
@@ -236,7 +251,6 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
 
   // Constant after construction.
   unsigned int m_MaxPortThreads = 15;
-  unsigned int m_MaxSlowDiscoThreads = 15;
   bool m_FullDiscoveryOnly = false;
 };
 

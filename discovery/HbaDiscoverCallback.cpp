@@ -1,7 +1,5 @@
 // The callback contract: when the application is called back, and with which reason.
 
-#include <cxxabi.h>
-
 #include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscover.h"
 
@@ -80,8 +78,6 @@ void CHbaDiscover::CallBack(const Registration& registration, unsigned int reaso
   CallBackScope scope;
   try {
     registration.callback(reason, registration.context);
-  } catch (const abi::__forced_unwind&) {
-    throw;  // the thread is being ended, which cannot be stopped
   } catch (...) {
     // A cycle must not end half-way because the application has thrown.
     disco_printf(kLogInBand, nullptr, "Discovery callback has thrown an exception");

@@ -1,7 +1,5 @@
 // One in-band cycle, from the main thread's loop to the callback.
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <exception>
 
@@ -41,12 +39,21 @@ const char* EscalationText(int result) {
 
 }  // namespace
 
+enum class CHbaDiscover::CycleEnd {
+  kDone,
+  kFailed,           // no memory
+  kSkipped,          // the local ports could not be enumerated
+  kStopped,          // killed, or discovery is terminated
+  kForcedMeanwhile,  // lite: a forced cycle was asked for and starts at once
+};
+
 struct CHbaDiscover::Cycle {
   std::shared_ptr<CHbaList> current;
   std::shared_ptr<CHbaList> fresh;  // null in a lite cycle
   CPortInfo ports;
   bool lite = false;
   bool forced = false;  // when it began
+  int changed = 0;
 };
 
 void* CHbaDiscover::DiscoveryThread(void* self) {
@@ -66,15 +73,7 @@ int CHbaDiscover::DiscoveryProc() {
     const std::uint32_t interval = m_Interval.load();
     const std::uint32_t state = m_State.load();
     if ((state & kStateForced) != 0 || ((state & kStateEnabled) != 0 && interval != 0)) {
-      try {
-        DoDiscoveryCycle(first);
-      } catch (const std::exception& failure) {
-        disco_printf(kLogInBand, nullptr, "In-Band Discovery: cycle given up (%s)", failure.what());
-        EndFailedCycle();
-      }
-      // A full cycle's list lies between the listed one's records in the heap; without this its pages would
-      // stay.
-      malloc_trim(0);
+      DoDiscoveryCycle(first);
       first = 0;
     }
     // The pauses inside a cycle may have used up the signal that came with a request.
@@ -96,48 +95,62 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
   Cycle cycle;
   cycle.current = m_CurrentList.Get();
   cycle.ports.SetLocalMode(m_LocalOnly.load());
-  BeginKind(cycle, !m_FullDiscoveryOnly && full == 0 && (m_State.load() & kStateForced) == 0);
-  if (CollectPorts(cycle) == kSkipCycle) {
-    SkipCycle();
-    return;
+  // Looked at once, for both: a cycle that is not lite because of a request is the requested one.
+  cycle.forced = (m_State.load() & kStateForced) != 0;
+  cycle.lite = !m_FullDiscoveryOnly && full == 0 && !cycle.forced;
+  const CycleEnd end = RunCycle(cycle);
+  if (end == CycleEnd::kSkipped) return SkipCycle();
+  if (end == CycleEnd::kForcedMeanwhile) {
+    LeaveCycle(0);
+    return DoDiscoveryCycle(1);
   }
-  VisitPorts(cycle);
-  if (StopRequested()) {
+  if (end == CycleEnd::kStopped) {
     StopCycle(cycle);
-    EndCycle(cycle);
-    return;
+  } else {
+    // A full cycle that was not asked for serves a request that has come meanwhile.
+    const bool served = end == CycleEnd::kDone && !cycle.lite && (m_State.load() & kStateForced) != 0;
+    const bool forced = cycle.forced || served;
+    ReportCycle(forced ? AwaitOob(cycle.changed) : cycle.changed, forced);
   }
-  int changed = 0;
-  if (!cycle.lite) {
-    disco_printf(kLogInBand, nullptr, "In-Band Discovery: Full discovery - updating discovery lists");
-    changed = UpdateDiscoveryLists();
-  } else if (!FinishLiteCycle(cycle, &changed)) {
-    // Stopped while slow discovery was reset: the forced cycle is not begun either.
-    if (StopRequested()) {
-      StopCycle(cycle);
-      EndCycle(cycle);
-      return;
-    }
-    m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle));
-    DoDiscoveryCycle(1);
-    return;
-  }
-  // Once for both: a request that comes meanwhile is for the next cycle.
-  const bool forced = (m_State.load() & kStateForced) != 0;
-  ReportCycle(forced ? AwaitOob(changed) : changed, forced);
   EndCycle(cycle);
+}
+
+// A cycle that runs out of memory leaves what was listed and ends like any other: who waits for a forced one is
+// called back.
+CHbaDiscover::CycleEnd CHbaDiscover::RunCycle(Cycle& cycle) {
+  try {
+    return TryCycle(cycle);
+  } catch (const std::exception& failure) {
+    disco_printf(kLogInBand, nullptr, "In-Band Discovery: cycle given up (%s)", failure.what());
+  }
+  m_PortPool.TerminateThreadsImmediate();
+  m_WorkerParams->Clear();
+  if (cycle.current != nullptr) cycle.changed = cycle.current->IsModified();
+  return StopRequested() ? CycleEnd::kStopped : CycleEnd::kFailed;
+}
+
+CHbaDiscover::CycleEnd CHbaDiscover::TryCycle(Cycle& cycle) {
+  BeginKind(cycle);
+  if (CollectPorts(cycle) == kSkipCycle) return CycleEnd::kSkipped;
+  VisitPorts(cycle);
+  if (StopRequested()) return CycleEnd::kStopped;
+  if (cycle.lite) return FinishLiteCycle(cycle);
+  disco_printf(kLogInBand, nullptr, "In-Band Discovery: Full discovery - updating discovery lists");
+  cycle.changed = UpdateDiscoveryLists();
+  return CycleEnd::kDone;
 }
 
 // Sets the in-cycle bit; false when a cycle is running already or the controller stops.
 bool CHbaDiscover::EnterCycle() {
-  // A directed refresh may hold the lock for as long as its provider call lasts; a stop must not wait for that.
-  while (!m_CycleLock.TryLock()) {
+  // A directed refresh lasts as long as its provider call; a stop must not wait for that.
+  for (;;) {
+    {
+      CZylLockGuard guard(m_CycleLock);
+      if (m_Refresh == nullptr) return BeginCycle();
+    }
     if (Terminated() || (m_State.load() & kStateStarted) == 0) return false;
     ZylSleep(kLockPoll);
   }
-  const bool entered = BeginCycle();
-  m_CycleLock.ReleaseLock();
-  return entered;
 }
 
 // What was to stop an earlier cycle has no meaning for this one.
@@ -150,10 +163,16 @@ bool CHbaDiscover::BeginCycle() {
   return true;
 }
 
-void CHbaDiscover::BeginKind(Cycle& cycle, bool lite) {
-  cycle.lite = lite;
-  cycle.forced = (m_State.load() & kStateForced) != 0;
-  if (lite) {
+// Clears the in-cycle bit and `bits`, and answers what the state was. The signal of a kill that nobody waited
+// for would start the next cycle at once; it goes first, since from then on a signal asks for a cycle.
+std::uint32_t CHbaDiscover::LeaveCycle(std::uint32_t bits) {
+  CZylLockGuard guard(m_KillLock);
+  if ((m_State.load() & kStateKillRequested) != 0) UnSignal();
+  return m_State.fetch_and(~(bits | kStateInCycle));
+}
+
+void CHbaDiscover::BeginKind(Cycle& cycle) {
+  if (cycle.lite) {
     disco_printf(kLogCycleBounds | kLogInBand, nullptr, "In-Band Discovery: Doing Lite discovery cycle");
     ++m_LiteCycleCount;
     cycle.fresh = nullptr;
@@ -188,9 +207,8 @@ int CHbaDiscover::CollectPorts(Cycle& cycle) {
 }
 
 void CHbaDiscover::SkipCycle() {
-  const bool forced = (m_State.load() & kStateForced) != 0;
   FreeHbaList(m_NewList);
-  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));
+  const bool forced = (LeaveCycle(kStateForced) & kStateForced) != 0;
   if (forced) {
     disco_printf(kLogInBand, nullptr, "In-Band Discovery: callback\n");
     DoCallBack(0, 1, 0);
@@ -274,18 +292,18 @@ int CHbaDiscover::AwaitOob(int changed) {
 void CHbaDiscover::StopCycle(const Cycle& cycle) {
   disco_printf(kLogCycleBounds | kLogInBand, nullptr, "Forced stop of discovery cycle");
   m_PortPool.TerminateThreadsImmediate();
-  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | (cycle.forced ? kStateForced : 0U)));
+  LeaveCycle(cycle.forced ? kStateForced : 0U);
 }
 
-bool CHbaDiscover::FinishLiteCycle(const Cycle& cycle, int* changed) {
+CHbaDiscover::CycleEnd CHbaDiscover::FinishLiteCycle(Cycle& cycle) {
   CHbaList& current = *cycle.current;
   {
     CHbaListGuard guard(current);
-    *changed = current.IsModified();
+    cycle.changed = current.IsModified();
     disco_printf(kLogInBand, nullptr,
                  "In-Band Discovery: Checking for undiscovered HBAs on main discovery list");
-    if (RemoveUnMarkedEntries(current, m_LiteCycleCount) != 0) *changed = 1;
-    if (StopRequested()) return true;
+    if (RemoveUnMarkedEntries(current, m_LiteCycleCount) != 0) cycle.changed = 1;
+    if (StopRequested()) return CycleEnd::kDone;
     disco_printf(kLogInBand, nullptr,
                  "In-Band Discovery: Checking for undiscovered HBAs on slow discovery list");
     if (const std::shared_ptr<CHbaList> slowList = GetSlowList(); slowList != nullptr) {
@@ -293,14 +311,15 @@ bool CHbaDiscover::FinishLiteCycle(const Cycle& cycle, int* changed) {
       CHbaListGuard slowGuard(slow);
       RemoveUnMarkedEntries(slow, m_LiteCycleCount);
     }
-    if (StopRequested() || (m_State.load() & kStateForced) == 0) return true;
+    if (StopRequested() || (m_State.load() & kStateForced) == 0) return CycleEnd::kDone;
     disco_printf(kLogInBand, nullptr, "In-Band Discovery: Forced discovery requested during lite cycle.");
   }
   PauseSlow(0);
   ResetSlow();
   disco_printf(kLogInBand, nullptr,
                "In-Band Discovery: Starting forced discovery request after lite cycle completion.");
-  return false;
+  // Stopped while slow discovery was reset: the forced cycle is not begun either.
+  return StopRequested() ? CycleEnd::kStopped : CycleEnd::kForcedMeanwhile;
 }
 
 int CHbaDiscover::RemoveUnMarkedEntries(CHbaList& list, unsigned int mark) {
@@ -342,7 +361,7 @@ int CHbaDiscover::UpdateDiscoveryLists() {
 
 void CHbaDiscover::ReportCycle(int changed, bool forced) {
   // A request that a callback left in the last moments of a periodic cycle stays, for the next one.
-  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | (forced ? kStateForced : 0U)));
+  LeaveCycle(forced ? kStateForced : 0U);
   constexpr std::uint32_t kRunning = kStateStarted | kStateEnabled;
   if ((m_State.load() & (kRunning | kStateKillRequested)) != kRunning) return;
   disco_printf(kLogInBand, nullptr, "Main Discovery: doing callback\n");
@@ -357,13 +376,5 @@ void CHbaDiscover::EndCycle(const Cycle& cycle) {
   } else {
     disco_printf(kLogCycleBounds | kLogInBand, nullptr, "** DISCOVERY CYCLE DONE **\n\n");
   }
-  DropUnawaitedKill();
-}
-
-void CHbaDiscover::EndFailedCycle() {
-  m_FirstCyclePending = false;
-  m_PortPool.TerminateThreadsImmediate();
-  m_WorkerParams->Clear();
-  m_State.fetch_and(~static_cast<std::uint32_t>(kStateInCycle | kStateForced));
   DropUnawaitedKill();
 }

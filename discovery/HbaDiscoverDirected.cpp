@@ -1,5 +1,8 @@
 // Directed discovery: one known port is read again on request, on a thread of its own.
 
+#include <chrono>
+#include <exception>
+
 #include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscover.h"
 #include "inband/PortAttributes.h"
@@ -11,6 +14,9 @@ namespace {
 constexpr unsigned int kLogDirected = kLogInBand | kLogOob;
 constexpr unsigned int kForEver = 0xFFFFFFFFU;
 constexpr unsigned int kCyclePoll = 500000;  // microseconds
+constexpr unsigned int kEndPoll = 10000;     // microseconds
+// How long a stop waits for a refresh that is inside a provider call.
+constexpr std::chrono::seconds kGiveUp{5};
 // Marks the record of a local port that was read through its attributes, until the next full cycle.
 constexpr std::uint32_t kRefreshedLocally = 0x80000000U;
 
@@ -39,14 +45,14 @@ struct CHbaDiscover::DirectedStart {
   std::shared_ptr<Directed> directed;
 };
 
+// Without a thread there is nobody to take a request, and it is refused.
 void CHbaDiscover::StartDirectedThread() {
   auto directed = std::make_shared<Directed>();
   auto start = std::make_unique<DirectedStart>(DirectedStart{this, directed});
   m_DirectedThreads.push_back(directed);
+  if (directed->thread.Create(DirectedDiscoveryThreadStartup, start.get(), 0, 0) == 0) return;
+  static_cast<void>(start.release());  // the thread's now
   m_Directed.Set(directed);
-  if (directed->thread.Create(DirectedDiscoveryThreadStartup, start.get(), 0, 0) != 0) {
-    static_cast<void>(start.release());
-  }
 }
 
 void CHbaDiscover::AskDirectedThreadsToStop() {
@@ -57,9 +63,26 @@ void CHbaDiscover::AskDirectedThreadsToStop() {
   }
 }
 
+// A thread whose provider call does not return is left to itself: it shares its request, and finds on its
+// return that its refresh is over.
 void CHbaDiscover::StopDirectedThreads() {
-  // All are asked before one is joined: each notices within one and the same slice.
+  // All are asked before one is awaited: each notices within one and the same slice.
   AskDirectedThreadsToStop();
+  const auto deadline = std::chrono::steady_clock::now() + kGiveUp;
+  for (const auto& directed : m_DirectedThreads) {
+    CZylTpThread& thread = directed->thread;
+    while (!thread.Ended() && std::chrono::steady_clock::now() < deadline) ZylSleep(kEndPoll);
+    if (thread.Ended()) {
+      thread.Terminate();
+    } else {
+      thread.CleanUp();
+      LeaveRefresh(*directed);
+    }
+  }
+  m_DirectedThreads.clear();
+}
+
+void CHbaDiscover::JoinDirectedThreads() {
   for (const auto& directed : m_DirectedThreads) directed->thread.Terminate();
   m_DirectedThreads.clear();
 }
@@ -111,32 +134,46 @@ void CHbaDiscover::DirectedDiscoveryThreadProc(Directed& directed) {
       what = directed.what;
     }
     disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - getting discovery lock");
-    if (!EnterDirected(directed.thread)) return;
+    if (!EnterRefresh(directed)) return;
     try {
       RefreshPort(directed.thread, wwpn, what, &changed);
-      DoDirectedCallBack(wwpn, changed);
-    } catch (...) {
-      // Out of memory: the port stays as it was.
+    } catch (const std::exception& failure) {
+      disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - given up (%s)", failure.what());
+      changed = 0;  // the port stays as it was
     }
+    DoDirectedCallBack(directed, wwpn, changed);
     disco_printf(kLogDirected, nullptr, "-- Directed Discovery Done --");
     directed.thread.SetIdle();
-    m_CycleLock.ReleaseLock();
+    LeaveRefresh(directed);
   }
 }
 
-// Takes the cycle lock once no cycle runs; false, without the lock, when the thread is to stop. A running cycle
-// is allowed to finish, a new one cannot begin without the lock.
-bool CHbaDiscover::EnterDirected(const CZylTpThread& thread) {
-  while (thread.Terminated() == 0) {
-    if (m_CycleLock.TryLock()) {
-      while (thread.Terminated() == 0 && InDiscoveryCycle() != 0) ZylSleep(kCyclePoll);
-      if (thread.Terminated() == 0) return true;
-      m_CycleLock.ReleaseLock();
-    } else {
-      ZylSleep(kCyclePoll);
-    }
-  }
+// Keeps cycles from beginning, once the running one has ended, until LeaveRefresh. False, with nothing kept,
+// when the thread is to stop.
+bool CHbaDiscover::EnterRefresh(Directed& directed) {
+  const CZylThread& thread = directed.thread;
+  while (thread.Terminated() == 0 && !ClaimRefresh(directed)) ZylSleep(kCyclePoll);
+  while (thread.Terminated() == 0 && InDiscoveryCycle() != 0) ZylSleep(kCyclePoll);
+  if (thread.Terminated() == 0) return true;
+  LeaveRefresh(directed);
   return false;
+}
+
+bool CHbaDiscover::ClaimRefresh(Directed& directed) {
+  CZylLockGuard guard(m_CycleLock);
+  if (m_Refresh != nullptr) return false;
+  m_Refresh = &directed;
+  return true;
+}
+
+bool CHbaDiscover::IsRefreshing(const Directed& directed) const {
+  CZylLockGuard guard(m_CycleLock);
+  return m_Refresh == &directed;
+}
+
+void CHbaDiscover::LeaveRefresh(const Directed& directed) {
+  CZylLockGuard guard(m_CycleLock);
+  if (m_Refresh == &directed) m_Refresh = nullptr;
 }
 
 void CHbaDiscover::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsigned int what, int* changed) {
@@ -173,8 +210,9 @@ void CHbaDiscover::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsig
   }
 }
 
-void CHbaDiscover::DoDirectedCallBack(const HBA_NAME& wwpn, int changed) {
+void CHbaDiscover::DoDirectedCallBack(const Directed& directed, const HBA_NAME& wwpn, int changed) {
   CZylLockGuard guard(m_CallbackLock);
+  if (!IsRefreshing(directed)) return;  // given up, by a stop that discovery may have been started after
   const Registration registration = GetRegistration();
   const unsigned int every = registration.eventMask & kReasonEveryCycle;
   if (!m_CallBacksAllowed || registration.callback == nullptr ||

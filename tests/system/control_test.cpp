@@ -144,6 +144,60 @@ TEST_F(ControlTest, TerminateDoesNotWaitForAHangingWorker) {
   EXPECT_TRUE(library.Ports().empty());
 }
 
+// The refresh waits for the cycle to end, and keeps the next one from beginning; who forces one waits for
+// neither.
+TEST_F(ControlTest, ForcingDoesNotWaitForAHangingWorkerThatARefreshWaitsFor) {
+  m_Fabric.AddFault({{"call", "RM_GetAllNodeInfo"}, {"skip", 6}, {"hang", true}});
+  m_Fabric.Write();
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_FORCED);
+  library.Start(kLong);
+  callBacks.Await(1);
+  ASSERT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
+  library.ChangeDiscoveryInterval(kLong);
+  ASSERT_TRUE(Eventually([&] { return m_Log.Count("AddTargetInfo, last target count=") > 2; }));
+  ASSERT_EQ(library.DirectedDiscoveryUpdate(Name(kFc), HBADISC_REFRESH_ATTRIBUTES), 1);
+  ASSERT_TRUE(Eventually([&] { return m_Log.Has("Directed Discovery - getting discovery lock"); }));
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  library.Terminate();
+}
+
+TEST_F(ControlTest, NoCallWaitsForAHangingRefresh) {
+  m_Fabric.AddFault({{"call", "RM_GetDiscoveryAttributes"}, {"port", kFc}, {"hang", true}});
+  m_Fabric.Write();
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_FORCED | HBADISC_EVENT_DIRECTED);
+  library.Start(kLong);
+  callBacks.Await(1);
+  ASSERT_EQ(library.DirectedDiscoveryUpdate(Name(kFc), HBADISC_REFRESH_ATTRIBUTES), 1);
+  ASSERT_TRUE(Eventually([&] { return m_Log.Has("Directed Discovery - starting"); }));
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  EXPECT_EQ(library.StartDiscoveryCycle(), 0);
+  library.KillDiscoveryCycle();
+  library.PauseDiscovery();
+  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
+  library.Terminate();
+  EXPECT_TRUE(m_Log.Has("Discovery terminated"));
+  // What was left behind is in nobody's way.
+  library.Start(kLong);
+  EXPECT_THAT(callBacks.Await(2), ElementsAre(6, 6));
+  EXPECT_EQ(library.DirectedDiscoveryUpdate(Name("1000000000000002"), HBADISC_REFRESH_VPORTS), 1);
+  EXPECT_THAT(callBacks.Await(3), ElementsAre(6, 6, 8));
+  library.Terminate();
+}
+
+// The callback is not a wait of the cycle, so nobody uses up the signal of the kill.
+TEST_F(ControlTest, KillInsideAnIntermediateCallbackStartsNoCycle) {
+  LetAWorkerHang();
+  Library library(m_Fabric.Path());
+  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  callBacks.Inside([&](unsigned int) { library.KillDiscoveryCycle(); });
+  library.Start(kLong);
+  EXPECT_THAT(callBacks.Await(1), ElementsAre(20));
+  ASSERT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
+  EXPECT_FALSE(Eventually([&] { return m_Log.Has("Doing Lite discovery cycle"); }, Milliseconds(1500)));
+}
+
 // The worker of a stopped discovery wakes up in the next one; its result must land nowhere.
 TEST_F(ControlTest, LateWorkerFilesNothingIntoTheNextDiscovery) {
   m_Fabric.Board(0)["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 4}}};
