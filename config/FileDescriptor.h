@@ -1,12 +1,16 @@
-// An open file that closes itself, and writing all of a text into it.
+// An open file that closes itself, opening one without waiting, and writing all of a text into it.
 //
 // Thread safety: a value of one thread. Ownership: the object owns the descriptor.
 #ifndef CONFIG_FILEDESCRIPTOR_H_
 #define CONFIG_FILEDESCRIPTOR_H_
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -24,10 +28,30 @@ class Descriptor {
 
   bool IsOpen() const { return m_Fd >= 0; }
   int Get() const { return m_Fd; }
+  int Release() { return std::exchange(m_Fd, -1); }
 
  private:
   int m_Fd;
 };
+
+// Opens a regular file, with `mode` when O_CREAT makes it. Anything else under that name stays unopened: nobody
+// is waited for who might come to the other end of a pipe.
+inline Descriptor OpenFile(const char* path, int flags, mode_t mode = 0) {
+  Descriptor file(open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode));
+  struct stat status {};
+  if (file.IsOpen() && (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))) return Descriptor();
+  return file;
+}
+
+using FileStream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+// The same for reading; null when it is not open.
+inline FileStream OpenForReading(const char* path) {
+  Descriptor file = OpenFile(path, O_RDONLY);
+  FileStream stream(file.IsOpen() ? fdopen(file.Get(), "r") : nullptr, &std::fclose);
+  if (stream != nullptr) file.Release();
+  return stream;
+}
 
 // False when a part could not be written; what was written before stays.
 inline bool WriteAll(const Descriptor& file, std::string_view text) {

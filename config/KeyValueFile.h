@@ -2,8 +2,8 @@
 // a colon says nothing. The functions are part of the exported interface:
 //   getKeyValue, setKeyValue, replaceKeyValue
 //
-// Thread safety: any thread. Writers of one process wait for each other; a reader never sees a half-written
-// file.
+// Thread safety: any thread. Writers of one file, in whatever process, wait for each other, with a limit; a
+// reader never sees a half-written file. Nothing but a regular file is read or written.
 #ifndef CONFIG_KEYVALUEFILE_H_
 #define CONFIG_KEYVALUEFILE_H_
 
@@ -14,7 +14,7 @@ enum SettingsStatus {
   kSettingsDone = 0,
   kSettingsNoBuffer = 193,   // null value, or an output buffer of no size
   kSettingsNoKey = 199,      // no line answers for the key
-  kSettingsFileError = 200,  // a file could not be opened, created, written or moved into place
+  kSettingsFileError = 200,  // a file could not be opened, created, written or moved into place, or is busy
 };
 
 // Creates the file, empty, when there is none; false when that failed.

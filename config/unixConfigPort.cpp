@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "config/DiscConfig.h"
+#include "config/FileDescriptor.h"
 #include "config/unixConfig.h"
 #include "rmapi/rmapi.h"
 
@@ -33,7 +33,7 @@ const char* SecondField(const char* line) {
 int getTcpPortNumber(unsigned short* port) {
   if (port == nullptr) return kSettingsNoKey;
   *port = kDefaultPort;
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(kDiscConfigPath, "re"), &std::fclose);
+  const FileStream file = OpenForReading(kDiscConfigPath);
   if (file == nullptr) {
     rm_printf("\ngetTcpPortNumber: error on OPEN of %s file.\n", kDiscConfigPath);
     return kFileNotOpened;

@@ -514,14 +514,15 @@ HBADISC_API int HBADisc_UpdateCimEntries(void);
 /* Settings files are lines of a key, a colon and a value. A line answers for every key that begins with the
  * line's key; the first such line wins. A line counts up to its 254th character; what is behind is a line of
  * its own. Statuses: 0 done, 193 no value or output buffer (null, or of no size), 199 key not found or null,
- * 200 file error or no path. Files are created with mode 0660, less the umask, and a rewritten file ends with
- * that mode. A rewrite waits for another one of the same file. */
+ * 200 file error or no path; the file then is as it was. Files are created with mode 0660, less the umask, and
+ * a rewritten file ends with that mode. Who writes waits for another writer of the same file, at most 10
+ * seconds, after which it is a file error. So is anything but a regular file, at once. */
 
-/* Copies at most size - 1 characters of the key's value and fills the rest of the buffer with NULs; "" when
- * there is no value, no such key, or a null path or key. */
+/* Copies at most size - 1 characters of the key's value, which ends at a NUL in it, and fills the rest of the
+ * buffer with NULs; "" when there is no value, no such key, or a null path or key. */
 HBADISC_API int getKeyValue(const char* path, const char* key, char* value, int size);
 
-/* Appends a line, also when the key is present. */
+/* Appends a line, also when the key is present; all of it or nothing. */
 HBADISC_API int setKeyValue(const char* path, const char* key, const char* value);
 
 /* Rewrites every line that answers for the key, or appends one. The file is replaced in one step. */

@@ -1,9 +1,16 @@
-// Several writers at once, and writers that die: what is read is always the old or the new content.
+// Several writers at once, on a full disk too, and writers that die or stand still: what is read is always the
+// old or the new content.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <future>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,6 +49,13 @@ TEST_F(KeyValueWriters, ProcessesLoseNothingToEachOther) {
   for (const char* key : keys) {
     children.push_back(Fork([&] { _exit(ReplaceOften(key, kRounds) ? 0 : 1); }));
   }
+  std::string appended;
+  children.push_back(Fork([&] {
+    for (int i = 0; i < kRounds; ++i) {
+      if (setKeyValue(Path(), "Fourth", "x") != 0) _exit(1);
+    }
+  }));
+  for (int i = 0; i < kRounds; ++i) appended += "Fourth:x\n";
   std::size_t running = children.size();
   while (running > 0) {
     for (const char* key : keys) ASSERT_NE(ValueOf(key), "") << "a file without " << key << " was seen";
@@ -51,7 +65,7 @@ TEST_F(KeyValueWriters, ProcessesLoseNothingToEachOther) {
       EXPECT_EQ(status, 0) << "a writer lost a value of its own";
     }
   }
-  EXPECT_EQ(Read(), "First:100\nSecond:100\nThird:100\n");
+  EXPECT_EQ(Read(), "First:100\nSecond:100\nThird:100\n" + appended);
   EXPECT_FALSE(exists(m_TemporaryPath));
 }
 
@@ -68,6 +82,56 @@ TEST_F(KeyValueWriters, ThreadsLoseNothingToEachOther) {
   first.join();
   second.join();
   EXPECT_EQ(Read(), "First:50\nSecond:50\n" + appended);
+}
+
+// Each writer goes on until it is refused. Then the file has every line that was written, whole, and no part of
+// another.
+TEST_F(KeyValueWriters, AFullDiskTakesWholeLinesOnly) {
+  ASSERT_EQ(mount("tmpfs", m_Folder.c_str(), "tmpfs", 0, "size=4k"), 0) << "run this test through in_namespace";
+  std::vector<std::future<int>> writers;
+  for (const std::size_t length : {7U, 50U, 111U}) {
+    writers.push_back(std::async(std::launch::async, [this, length] {
+      int written = 0;
+      const std::string value(length, static_cast<char>('a' + length % 26));
+      while (setKeyValue(Path(), "Key", value.c_str()) == 0) ++written;
+      return written;
+    }));
+  }
+  int written = 0;
+  for (auto& writer : writers) written += writer.get();
+  std::istringstream text(Read());
+  int lines = 0;
+  for (std::string line; std::getline(text, line); ++lines) {
+    EXPECT_TRUE(line.size() == 11 || line.size() == 54 || line.size() == 115) << line;
+  }
+  EXPECT_EQ(lines, written);
+  EXPECT_GT(lines, 30) << "the disk was full from the start";
+  EXPECT_EQ(replaceKeyValue(Path(), "Key", std::string(200, 'x').c_str()), 200);
+  EXPECT_EQ(Read(), text.str());
+  umount(m_Folder.c_str());
+}
+
+// One that is stopped in the middle of a write, for which the file lock stands.
+TEST_F(KeyValueWriters, AStoppedWriterIsNotWaitedForWithoutEnd) {
+  using Clock = std::chrono::steady_clock;
+  Write("A:1\n");
+  const int held = open(m_TemporaryPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  const auto start = Clock::now();
+  auto replaced = std::async(std::launch::async, [&] { return replaceKeyValue(Path(), "A", "2"); });
+  auto appended = std::async(std::launch::async, [&] { return setKeyValue(Path(), "A", "2"); });
+  const std::string other = m_Path.string() + "2";
+  EXPECT_EQ(setKeyValue(other.c_str(), "B", "1"), 0) << "another file has writers of its own";
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(9));
+  ASSERT_EQ(replaced.wait_until(start + std::chrono::seconds(60)), std::future_status::ready);
+  ASSERT_EQ(appended.wait_until(start + std::chrono::seconds(60)), std::future_status::ready);
+  EXPECT_EQ(replaced.get(), 200);
+  EXPECT_EQ(appended.get(), 200);
+  EXPECT_GE(Clock::now() - start, std::chrono::seconds(10)) << "a writer is given the time that it may need";
+  EXPECT_EQ(Read(), "A:1\n");
+  close(held);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 0) << "it has gone on, or died";
+  EXPECT_EQ(Read(), "A:2\n");
 }
 
 TEST_F(KeyValueWriters, AKilledWriterLeavesAWholeFileAndNoLock) {

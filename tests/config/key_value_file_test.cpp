@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
-#include <cstring>
+#include <functional>
 
 #include "tests/config/settings_folder.h"
 
 namespace {
+
+using namespace std::string_literals;
 
 class KeyValueFile : public SettingsFolder {};
 
@@ -38,6 +43,8 @@ TEST_F(KeyValueFile, LookUp) {
       {"a piece's worth", "key:" + piece + "\n", "key", 0, piece},
       {"a longer value is cut at the piece", "key:" + piece + "tail\n", "key", 0, piece},
       {"the rest of a long line is a line", "key:" + piece + "B:2\n", "B", 0, "2"},
+      {"a value ends at its NUL", "A:1\0:2\n"s, "A", 0, "1"},
+      {"a NUL hides nothing behind it", "\0A:0\nB\0:0\n\0\nB:2\n"s, "B", 0, "2"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
@@ -104,6 +111,7 @@ TEST_F(KeyValueFile, Replace) {
       {"an unfinished line", "Key:1", "Key:new\n"},
       {"empty file", "", "Key:new\n"},
       {"first piece of a long line", "Key:" + piece + "tail\nA:1\n", "Key:new\ntail\nA:1\n"},
+      {"what NULs are in", "\0A:1\nKey:\0old\nB:\0\0"s, "\0A:1\nKey:new\nB:\0\0"s},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
@@ -144,35 +152,75 @@ TEST_F(KeyValueFile, WhatACrashLeftInTheTemporaryFileIsGone) {
             std::filesystem::perms::none);
 }
 
+// What bears a name, made there.
+struct Thing {
+  const char* what;
+  std::function<int(const char* path)> make;
+};
+
+const Thing kFolder = {"folder", [](const char* path) { return mkdir(path, 0700); }};
+const Thing kPipe = {"pipe", [](const char* path) { return mkfifo(path, 0600); }};
+const Thing kSocket = {"socket", [](const char* path) {
+                         sockaddr_un address{AF_UNIX, {}};
+                         std::string(path).copy(address.sun_path, sizeof address.sun_path - 1);
+                         const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+                         const int result =
+                             bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+                         return close(fd) + result;
+                       }};
+
+TEST_F(KeyValueFile, WhatIsNoFileIsNeitherReadNorWrittenNorWaitedFor) {
+  alarm(60);  // a pipe is opened for ever
+  for (const Thing& thing : {kFolder, kPipe, kSocket,
+                             Thing{"device", [](const char* path) { return symlink("/dev/zero", path); }}}) {
+    SCOPED_TRACE(thing.what);
+    ASSERT_EQ(thing.make(Path()), 0);
+    char value[4] = "old";
+    EXPECT_EQ(getKeyValue(Path(), "A", value, sizeof value), 200);
+    EXPECT_STREQ(value, "");
+    EXPECT_EQ(setKeyValue(Path(), "A", "1"), 200);
+    EXPECT_EQ(replaceKeyValue(Path(), "A", "1"), 200);
+    EXPECT_FALSE(exists(m_TemporaryPath));
+    std::filesystem::remove(m_Path);
+  }
+}
+
+TEST_F(KeyValueFile, WhatIsInThePlaceOfTheTemporaryFileGivesWay) {
+  alarm(60);
+  const auto elsewhere = m_Folder / "elsewhere";
+  std::ofstream(elsewhere) << "precious";
+  const Thing link = {"link", [&](const char* path) { return symlink(elsewhere.c_str(), path); }};
+  const Thing loop = {"link to itself", [](const char* path) { return symlink(path, path); }};
+  for (const Thing& thing : {kPipe, kSocket, link, loop, kFolder}) {
+    SCOPED_TRACE(thing.what);
+    const bool gives = thing.what != kFolder.what;  // a folder may hold something
+    Write("A:1\n");
+    ASSERT_EQ(thing.make(m_TemporaryPath.c_str()), 0);
+    EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), gives ? 0 : 200);
+    EXPECT_EQ(Read(), gives ? "A:2\n" : "A:1\n");
+    EXPECT_EQ(exists(symlink_status(m_TemporaryPath)), !gives);
+  }
+  EXPECT_EQ(Read(elsewhere), "precious");
+}
+
 TEST_F(KeyValueFile, FailedWritesLeaveTheOldFile) {
   EXPECT_EQ(setKeyValue("/dev/full", "A", "1"), 200);
   EXPECT_EQ(setKeyValue((m_Folder / "none" / "file").c_str(), "A", "1"), 200);
   EXPECT_EQ(replaceKeyValue((m_Folder / "none" / "file").c_str(), "A", "1"), 200);
-  EXPECT_EQ(replaceKeyValue(m_Folder.c_str(), "A", "1"), 200) << "a folder cannot be read";
-  EXPECT_FALSE(std::filesystem::exists(m_Folder.string() + ".%"));
 
-  Write("A:1\n");
-  std::filesystem::create_directory(m_TemporaryPath);
-  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 200);
-  std::filesystem::remove(m_TemporaryPath);
-
-  const auto elsewhere = m_Folder / "elsewhere";
-  std::ofstream(elsewhere) << "precious";
-  std::filesystem::create_symlink(elsewhere, m_TemporaryPath);
-  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 200);
-  EXPECT_EQ(Read(elsewhere), "precious");
-  std::filesystem::remove(m_TemporaryPath);
-
-  // No room: files cannot grow beyond two bytes.
+  // No room: files cannot grow beyond ten bytes.
+  Write("A:1\nB:2");
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit tiny{2, before.rlim_max};
+  const rlimit tiny{10, before.rlim_max};
   signal(SIGXFSZ, SIG_IGN);
   setrlimit(RLIMIT_FSIZE, &tiny);
-  const int replaced = replaceKeyValue(Path(), "A", "2");
+  const int replaced = replaceKeyValue(Path(), "A", "12345");
+  const int appended = setKeyValue(Path(), "C", "12345");
   setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ(replaced, 200);
-  EXPECT_EQ(Read(), "A:1\n");
+  EXPECT_EQ(appended, 200);
+  EXPECT_EQ(Read(), "A:1\nB:2");
   EXPECT_FALSE(exists(m_TemporaryPath));
 }
 
