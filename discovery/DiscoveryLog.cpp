@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 namespace {
 
@@ -32,6 +34,57 @@ std::size_t Written(int result, std::size_t room) {
   if (result < 0) return 0;
   const auto wanted = static_cast<std::size_t>(result);
   return wanted < room ? wanted : room - 1;
+}
+
+// Length of the UTF-8 character that `text` begins with; 0 when it is no character of more than one byte, or is
+// one that controls a terminal.
+std::size_t CharacterLength(std::string_view text) {
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  const unsigned char lead = byte(0);
+  const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return 0;
+  // Where not every second byte goes: 0x80 to 0x9f are controls, longer forms than needed may hide one.
+  const unsigned char least = lead == 0xC2 || lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned char most = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < least || byte(1) > most) return 0;
+  for (std::size_t at = 2; at < length; ++at) {
+    if ((byte(at) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
+// Also the bytes from 0x80 on that are controls to a terminal of 8 bits, though not within a UTF-8 character.
+bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < ' ' || (byte >= 0x7F && byte < 0xA0);
+}
+
+// Makes every control byte of a message a question mark, except the newlines of its format. Names come from
+// adapters, hosts and files: one must not forge a line of the log, nor act on the terminal that it is read on.
+//
+// `twin` is the same message with other bytes for those newlines: no argument can make the two differ.
+void ReplaceControls(char* message, std::size_t length, std::string_view twin) {
+  std::size_t at = 0;
+  while (at < length) {
+    if (const std::size_t character = CharacterLength({message + at, length - at}); character != 0) {
+      at += character;
+      continue;
+    }
+    const bool isOfFormat = message[at] == '\n' && at < twin.size() && twin[at] != '\n';
+    if (IsControl(message[at]) && !isOfFormat) message[at] = '?';
+    ++at;
+  }
+}
+
+// The twin's length; 0 without a newline in the format, which then needs none.
+__attribute__((format(printf, 3, 0))) std::size_t FormatTwin(char* twin, std::size_t room, const char* format,
+                                                             std::va_list arguments) {
+  char otherFormat[kLineSize];
+  const std::size_t length = std::min(std::strlen(format), sizeof otherFormat - 1);
+  std::replace_copy(format, format + length, otherFormat, '\n', '\r');
+  otherFormat[length] = '\0';
+  if (std::strchr(otherFormat, '\r') == nullptr) return 0;
+  return Written(std::vsnprintf(twin, room, otherFormat, arguments), room);
 }
 
 void WriteAll(int file, const char* text, std::size_t length) {
@@ -90,11 +143,18 @@ void disco_printf(unsigned int mask, const unsigned char* wwn, const char* forma
                       wwn[0], wwn[1], wwn[2], wwn[3], wwn[4], wwn[5], wwn[6], wwn[7]),
         sizeof line - length);
   }
+  const std::size_t room = sizeof line - length;
+  char twin[kLineSize];
   std::va_list arguments;
+  std::va_list again;
   va_start(arguments, format);
-  const int wanted = std::vsnprintf(line + length, sizeof line - length, format, arguments);
+  va_copy(again, arguments);
+  const std::size_t written = Written(std::vsnprintf(line + length, room, format, arguments), room);
+  const std::size_t twinLength = FormatTwin(twin, room, format, again);
+  va_end(again);
   va_end(arguments);
-  length += Written(wanted, sizeof line - length);
+  ReplaceControls(line + length, written, {twin, twinLength});
+  length += written;
 
   if (line[length - 1] != '\n') {
     if (length > kLineSize - 2) length = kLineSize - 2;

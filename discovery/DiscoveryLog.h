@@ -20,7 +20,8 @@ enum DiscoLogMask : unsigned int {
 };
 
 // Writes "HH:MM:SS: [ HBA ww:..:ww -  ]message\n" as one write. `wwn` is null or 8 bytes. At most 510
-// characters and a line feed; a message that ends in a line feed gets no second one.
+// characters and a line feed; a message that ends in a line feed gets no second one. Control bytes of the
+// arguments become question marks; line feeds of `format` itself stay.
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
