@@ -40,7 +40,7 @@ CHbaDiscover::CHbaDiscover() : m_WorkerParams(std::make_shared<PortDiscoveryPara
   getDiscConfigIntValue(&threads, "DISCO_MAX_THREADS");
   if (threads >= 1 && threads <= 15) m_MaxPortThreads = static_cast<unsigned int>(threads);
 
-  OpenLogFile();
+  if (logMode != 0) OpenLogFile();
 }
 
 CHbaDiscover::~CHbaDiscover() {
