@@ -3,14 +3,13 @@
 #include <climits>
 #include <utility>
 
+#include "provider/remote/WireReader.h"
+
 namespace provider {
 
 namespace {
 
 constexpr unsigned kFormatVersion = 1;
-constexpr int kDeepestNesting = 8;
-constexpr std::size_t kMostValues = 1'000'000;
-constexpr std::size_t kMostKeys = 64;  // of one object; the largest has half as many
 constexpr std::size_t kMostAttributes = 256;
 constexpr std::size_t kLongestAttribute = RM_ATTRIBUTE_ROOM;
 
@@ -132,13 +131,9 @@ AttributeValue DecodeAttribute(const WireJson& object) {
   throw WireError("expected an attribute's type");
 }
 
-const WireJson& ArrayOf(const WireJson& json, std::size_t most) {
-  if (!json.is_array() || json.size() > most) throw WireError("expected a shorter array");
-  return json;
-}
-
 void DecodeValue(const WireJson& json, Attributes& attributes) {
-  for (const WireJson& element : ArrayOf(json, kMostAttributes)) {
+  if (!json.is_array() || json.size() > kMostAttributes) throw WireError("expected a shorter array");
+  for (const WireJson& element : json) {
     const auto id = static_cast<unsigned int>(DecodeNumber(Member(element, "id"), UINT32_MAX));
     if (!attributes.emplace(id, DecodeAttribute(element)).second) throw WireError("an attribute appears twice");
   }
@@ -179,39 +174,24 @@ void EncodeInto(WireJson& document, const ListAnswer<Record>& answer) {
 }
 
 template <class T>
-void DecodeFrom(const WireJson& document, Answer<T>& answer) {
+void DecodeFrom(const WireDocument& document, const std::string& /*text*/, Answer<T>& answer) {
   if (answer.status == RM_STATUS_OK || answer.status == RM_STATUS_OVER_TEMPERATURE) {
-    DecodeValue(Member(document, "value"), answer.value);
+    DecodeValue(Member(document.members, "value"), answer.value);
   }
 }
 
 template <class Record>
-void DecodeFrom(const WireJson& document, ListAnswer<Record>& answer) {
+void DecodeFrom(const WireDocument& document, const std::string& text, ListAnswer<Record>& answer) {
   if (IsTooSmall(answer.status)) {
-    answer.claimedCount = static_cast<std::uint32_t>(DecodeNumber(Member(document, "needed"), UINT32_MAX));
+    answer.claimedCount =
+        static_cast<std::uint32_t>(DecodeNumber(Member(document.members, "needed"), UINT32_MAX));
   }
   if (answer.status != RM_STATUS_OK) return;
-  const WireJson& records = ArrayOf(Member(document, "records"), kMostWireRecords);
-  answer.records.reserve(records.size());
-  for (const WireJson& record : records) DecodeValue(record, answer.records.emplace_back());
-}
-
-WireJson ParseDocument(const std::string& text) {
-  std::size_t values = 0;
-  // Of the object that is open at each depth. A key is looked for among those before it, one by one.
-  std::array<std::size_t, kDeepestNesting + 2> keys{};
-  const auto watch = [&values, &keys](int depth, WireJson::parse_event_t event, const WireJson& /*parsed*/) {
-    if (depth > kDeepestNesting || ++values > kMostValues) throw WireError("too deep, or too many values");
-    const auto level = static_cast<std::size_t>(depth);
-    if (event == WireJson::parse_event_t::object_start) keys.at(level + 1) = 0;
-    if (event == WireJson::parse_event_t::key && ++keys.at(level) > kMostKeys) throw WireError("too many keys");
-    return true;
-  };
-  try {
-    return WireJson::parse(text, watch);
-  } catch (const WireJson::exception& error) {
-    throw WireError(error.what());
+  if (!document.recordCount.has_value() || *document.recordCount > kMostWireRecords) {
+    throw WireError("expected a shorter array");
   }
+  answer.records.reserve(*document.recordCount);
+  ReadRecords(text, [&answer](const WireJson& record) { DecodeValue(record, answer.records.emplace_back()); });
 }
 
 }  // namespace
@@ -228,13 +208,13 @@ std::string EncodeAnswer(const std::string& path, const Result& answer) {
 
 template <class Result>
 Result DecodeAnswer(const std::string& text) {
-  const WireJson document = ParseDocument(text);
-  if (DecodeNumber(Member(document, "format_version"), UINT32_MAX) != kFormatVersion) {
+  const WireDocument document = ReadDocument(text);
+  if (DecodeNumber(Member(document.members, "format_version"), UINT32_MAX) != kFormatVersion) {
     throw WireError("another format");
   }
   Result answer;
-  answer.status = static_cast<int>(DecodeNumber(Member(document, "status"), INT_MAX));
-  DecodeFrom(document, answer);
+  answer.status = static_cast<int>(DecodeNumber(Member(document.members, "status"), INT_MAX));
+  DecodeFrom(document, text, answer);
   return answer;
 }
 

@@ -58,6 +58,8 @@ TEST_F(BadAnswers, GoodOnesAreTaken) {
   EXPECT_EQ(StatusOf(Http(Names(R"("0x1000000000000001")"))), RM_STATUS_OK);
   EXPECT_EQ(StatusOf(Http(R"({"format_version": 1, "status": 253, "a": [{}], "b": null})")),
             RM_STATUS_TRY_AGAIN);
+  EXPECT_EQ(StatusOf(Http(R"({"records": ["0x1000000000000001"], "status": 0, "format_version": 1})")),
+            RM_STATUS_OK);
   EXPECT_EQ(StatusOf(Http("", "503 Service Unavailable")), RM_STATUS_BUSY);
 }
 
