@@ -1,5 +1,6 @@
 #include "provider/Source.h"
 
+#include <charconv>
 #include <filesystem>
 #include <stdexcept>
 
@@ -7,6 +8,7 @@
 #include "provider/ProviderLog.h"
 #include "provider/UnusableHost.h"
 #include "provider/fabric/FabricHost.h"
+#include "provider/remote/RemoteHost.h"
 #include "provider/sysfs/SysfsHost.h"
 
 namespace provider {
@@ -16,7 +18,7 @@ namespace {
 constexpr const char* kDefaultConfiguration = "/etc/varnix/quorbench/rm.conf";
 constexpr const char* kDefaultSysfsRoot = "/sys";
 
-// A path as a person writes it: a blank after the colon does not belong to it.
+// A value as a person writes it: a blank after the colon does not belong to it.
 std::string Trimmed(const std::string& text) {
   constexpr const char* kBlanks = " \t\r";
   const std::size_t first = text.find_first_not_of(kBlanks);
@@ -24,8 +26,30 @@ std::string Trimmed(const std::string& text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-std::string ConfiguredPath(const std::string& file, const char* key) {
+std::string ConfiguredText(const std::string& file, const char* key) {
   return Trimmed(ReadKeyValue(file, key).value_or(""));
+}
+
+std::string ConfigurationFile() {
+  std::string file = ConfiguredText(kManagementSettings, "ConfFilePath");
+  return file.empty() ? kDefaultConfiguration : file;
+}
+
+std::chrono::milliseconds ConfiguredConnectLimit() {
+  constexpr const char* kKey = "ConnectTimeoutMs";
+  constexpr long kLeast = 100;
+  constexpr long kMost = 60'000;
+  const std::string file = ConfigurationFile();
+  const std::string text = ConfiguredText(file, kKey);
+  if (text.empty()) return kDefaultRemoteConnectLimit;
+  long limit = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), limit);
+  if (error == std::errc() && end == text.data() + text.size() && limit >= kLeast && limit <= kMost) {
+    return std::chrono::milliseconds(limit);
+  }
+  LogLine(file + ": " + kKey + ": expected a number of milliseconds from " + std::to_string(kLeast) + " to " +
+          std::to_string(kMost) + ", not " + text);
+  return kDefaultRemoteConnectLimit;
 }
 
 }  // namespace
@@ -36,10 +60,9 @@ Source& Source::Get() {
 }
 
 Source::Choice Source::Configured() {
-  std::string file = ConfiguredPath(kManagementSettings, "ConfFilePath");
-  if (file.empty()) file = kDefaultConfiguration;
-  if (std::string fabric = ConfiguredPath(file, "FabricFile"); !fabric.empty()) return {true, fabric};
-  std::string root = ConfiguredPath(file, "SysfsRoot");
+  const std::string file = ConfigurationFile();
+  if (std::string fabric = ConfiguredText(file, "FabricFile"); !fabric.empty()) return {true, fabric};
+  std::string root = ConfiguredText(file, "SysfsRoot");
   return {false, root.empty() ? kDefaultSysfsRoot : root};
 }
 
@@ -70,6 +93,7 @@ void Source::Start() {
     ++m_Starts;
     return;
   }
+  SetRemoteConnectLimit(ConfiguredConnectLimit());
   std::shared_ptr<Host> host;
   std::string trouble;
   try {

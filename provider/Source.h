@@ -1,7 +1,8 @@
 // What this process looks at, between RM_InitLib and RM_ExitLib.
 //
 // Said by RMOpen_SetSource, or by the configuration file (a line FabricFile: with a fabric file's path, or
-// SysfsRoot: with a directory); else this machine's sysfs.
+// SysfsRoot: with a directory); else this machine's sysfs. The file also says how long connections to remote
+// hosts may take (ConnectTimeoutMs:).
 //
 // Thread safety: locked inside, usable before main and after exit has begun.
 // Ownership: a host is shared with the calls that run on it, so that it outlives RM_ExitLib for those.
@@ -25,8 +26,8 @@ class Source {
   // Throws std::runtime_error with the reason; then everything stays as it was.
   void Choose(const std::string& kind, const std::string& path);
 
-  // Counted: the last Stop ends what the first Start began. Start opens the source; one that cannot be used is
-  // logged and answers as a host that fails every question.
+  // Counted: the last Stop ends what the first Start began. Start reads the settings and opens the source; one
+  // that cannot be used is logged and answers as a host that fails every question.
   void Start();
   // False when nothing has been started.
   bool Stop();

@@ -48,8 +48,12 @@ curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/, curl_sockad
   return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-int StatusOf(CURLcode result, long httpCode) {
-  if (result == CURLE_OPERATION_TIMEDOUT) return RM_STATUS_BUSY;
+long Milliseconds(std::chrono::milliseconds limit) {
+  return std::clamp<long>(limit.count(), 1, INT_MAX);
+}
+
+int StatusOf(CURLcode result, bool wasConnected, long httpCode) {
+  if (result == CURLE_OPERATION_TIMEDOUT && wasConnected) return RM_STATUS_BUSY;
   if (result != CURLE_OK) return RM_STATUS_HOST_UNUSABLE;
   if (httpCode == kHttpUnavailable) return RM_STATUS_BUSY;
   return httpCode == kHttpOk ? RM_STATUS_OK : RM_STATUS_HOST_UNUSABLE;
@@ -70,19 +74,22 @@ class HttpClient::Handle {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 
-  HttpReply Ask(const std::string& url, std::chrono::milliseconds limit, std::size_t mostBytes) {
+  HttpReply Ask(const std::string& url, const HttpLimits& limits) {
     Sink sink;
-    sink.mostBytes = mostBytes;
-    const long milliseconds = std::clamp<long>(limit.count(), 1, INT_MAX);
+    sink.mostBytes = limits.bytes;
     const bool isReady = m_Curl != nullptr && Set(CURLOPT_URL, url.c_str()) && Set(CURLOPT_WRITEDATA, &sink) &&
-                         Set(CURLOPT_HEADERDATA, &sink) && Set(CURLOPT_TIMEOUT_MS, milliseconds) &&
-                         Set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds) &&
-                         Set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(mostBytes));
+                         Set(CURLOPT_HEADERDATA, &sink) &&
+                         Set(CURLOPT_TIMEOUT_MS, Milliseconds(limits.inAll)) &&
+                         Set(CURLOPT_CONNECTTIMEOUT_MS, Milliseconds(limits.connecting)) &&
+                         Set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limits.bytes));
     if (!isReady) return {RM_STATUS_FAILED, {}};
     const CURLcode result = curl_easy_perform(m_Curl);
     long httpCode = 0;
     curl_easy_getinfo(m_Curl, CURLINFO_RESPONSE_CODE, &httpCode);
-    return {StatusOf(result, httpCode), std::move(sink.body)};
+    // Zero until there is a connection, new or kept, on which to ask.
+    curl_off_t connectedAfter = 0;
+    curl_easy_getinfo(m_Curl, CURLINFO_PRETRANSFER_TIME_T, &connectedAfter);
+    return {StatusOf(result, connectedAfter > 0, httpCode), std::move(sink.body)};
   }
 
  private:
@@ -115,11 +122,10 @@ HttpClient& HttpClient::Get() {
   return client;
 }
 
-HttpReply HttpClient::Ask(const std::string& authority, const std::string& path,
-                          std::chrono::milliseconds limit, std::size_t mostBytes) {
+HttpReply HttpClient::Ask(const std::string& authority, const std::string& path, const HttpLimits& limits) {
   if (!m_Usable) return {RM_STATUS_FAILED, {}};
   std::unique_ptr<Handle> handle = Take(authority);
-  HttpReply reply = handle->Ask("http://" + authority + path, limit, mostBytes);
+  HttpReply reply = handle->Ask("http://" + authority + path, limits);
   Return(authority, std::move(handle));
   return reply;
 }

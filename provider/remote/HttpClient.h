@@ -18,9 +18,17 @@
 
 namespace provider {
 
+// How far a request may go. Connecting takes milliseconds where somebody is, an answer as long as a host needs.
+struct HttpLimits {
+  std::chrono::milliseconds connecting;
+  std::chrono::milliseconds
+      inAll;          // from the first packet to the last byte, so connecting has no longer either
+  std::size_t bytes;  // of a body; more are not read to their end
+};
+
 struct HttpReply {
-  // RM_STATUS_OK with a body. RM_STATUS_BUSY: no answer in time, or the agent has too much to do.
-  // RM_STATUS_HOST_UNUSABLE: nobody there, or somebody who is no agent.
+  // RM_STATUS_OK with a body. RM_STATUS_BUSY: connected, and no answer in time, or the agent has too much to
+  // do. RM_STATUS_HOST_UNUSABLE: nobody who takes a connection in time, or somebody who is no agent.
   int status;
   std::string body;
 };
@@ -29,10 +37,8 @@ class HttpClient {
  public:
   static HttpClient& Get();
 
-  // Asks "address:port" for `path`. Takes at most `limit` from the first packet to the last byte; a body of
-  // more than `mostBytes` is not read to its end.
-  HttpReply Ask(const std::string& authority, const std::string& path, std::chrono::milliseconds limit,
-                std::size_t mostBytes);
+  // Asks "address:port" for `path`.
+  HttpReply Ask(const std::string& authority, const std::string& path, const HttpLimits& limits);
 
  private:
   class Handle;

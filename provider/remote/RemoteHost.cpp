@@ -14,6 +14,7 @@ namespace {
 
 // Atomic: set from any thread, read by every call.
 constinit std::atomic<std::chrono::milliseconds> gs_Limit{kDefaultRemoteCallLimit};
+constinit std::atomic<std::chrono::milliseconds> gs_ConnectLimit{kDefaultRemoteConnectLimit};
 
 template <class Result>
 Result Failed(int status) {
@@ -72,7 +73,8 @@ class RemoteHost final : public Host {
 
 template <class Result>
 Result RemoteHost::Ask(const WireQuery& query) const {
-  const HttpReply reply = HttpClient::Get().Ask(m_Authority, PathOf(query), gs_Limit.load(), kMostWireBytes);
+  const HttpReply reply = HttpClient::Get().Ask(m_Authority, PathOf(query),
+                                                {gs_ConnectLimit.load(), gs_Limit.load(), kMostWireBytes});
   if (reply.status != RM_STATUS_OK) return Failed<Result>(reply.status);
   try {
     return DecodeAnswer<Result>(reply.body);
@@ -166,6 +168,10 @@ std::unique_ptr<Host> MakeRemoteHost(const NetAddress& address, std::uint16_t po
 
 void SetRemoteCallLimit(std::chrono::milliseconds limit) {
   gs_Limit = limit.count() > 0 ? limit : kDefaultRemoteCallLimit;
+}
+
+void SetRemoteConnectLimit(std::chrono::milliseconds limit) {
+  gs_ConnectLimit = limit;
 }
 
 }  // namespace provider

@@ -103,7 +103,7 @@ TEST_F(BadAnswers, AnEndlessAnswerIsCutOff) {
             RM_STATUS_HOST_UNUSABLE);
 }
 
-// Nobody accepts, nobody answers, or ever so slowly: busy when the limit is over.
+// Nobody answers, or ever so slowly: busy when the limit is over.
 TEST_F(BadAnswers, TheLimitHolds) {
   const RawServer::Serve silent = [](int socket, int stop) {
     ReadRequest(socket, stop);
