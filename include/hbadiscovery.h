@@ -30,9 +30,11 @@
  *
  * Units and ranges
  *   Intervals are whole seconds, up to 2147483 (24 days); a longer one, up to 4294967, gives no periodic
- *   cycles. 0 means no periodic cycles, only those that are asked for; 1 to 4 are too short to be meant: a
- *   start takes 90 in their place, a change keeps the interval that there is. There is no other default: the
- *   caller says the interval, except that HBADisc_Startup takes 90 for remote hosts.
+ *   cycles. Give none above that: an in-band interval is kept in 32 bits of milliseconds and wraps, so that
+ *   4294968 leaves 0.7 seconds between two cycles. 0 means no periodic cycles, only those that are asked for; 1
+ *   to 4 are too short to be meant: a start takes 90 in their place, a change keeps the interval that there is.
+ *   There is no other default: the caller says the interval, except that HBADisc_Startup takes 90 for remote
+ *   hosts.
  *
  * Threads
  *   Every call may be made from any thread, unless it says otherwise. Starting and terminating wait for one
@@ -51,15 +53,16 @@
  *   walk, or one that an earlier query took; do not mix them with another thread's walk.
  *
  * The callback
- *   It runs on a thread of the library, one call at a time; what that thread does goes on when it returns. No
+ *   It runs on a thread of the library, one call at a time; what that thread does goes on when it returns. So
+ *   it has to return: it ends neither its thread (pthread_exit) nor itself by longjmp or an exception. An
+ *   exception that leaves it is caught all the same; with the others the process ends or discovery hangs. No
  *   list is locked meanwhile. It may make every call of this header, also walk over the ports.
  *   HBADisc_Terminate does nothing in it but free the snapshots, and HBADisc_Startup nothing while another
  *   thread starts or stops discovery. The other control calls never wait in it for a cycle or a thread to
  *   end, as they do elsewhere: they leave their request and return. Nor does HBADisc_GetFirstHba wait there
  *   for a walk of a thread that is in a control call and so may be waiting for this very callback, or while
  *   discovery is being stopped: it gives 0. The calls for hosts files and settings wait as they do elsewhere.
- *   An exception that leaves the callback is caught. No callback starts once HBADisc_Terminate has stopped
- *   discovery and returned.
+ *   No callback starts once HBADisc_Terminate has stopped discovery and returned.
  *
  * Signals
  *   Loading the library, and every thread that it makes later, replaces the application's handler of SIGALRM by
@@ -344,20 +347,21 @@ HBADISC_SIZE(hbadisc_oob_host_list, 8); HBADISC_AT(hbadisc_oob_host_list, paddin
 typedef void (*HBADisc_CallBack)(unsigned int reason, void* context);
 
 /* Starts discovery: threads, and the first cycle, which is a forced one, at once. `interval` is the time
- * between in-band cycles. While discovery is started, a further call does not restart it; it only makes room
- * for one more directed refresh. A failure is not reported: without memory or threads no cycle comes, and no
- * callback. */
+ * between in-band cycles, 0 to 4294967 seconds. While discovery is started, a further call does not restart it;
+ * it only makes room for one more directed refresh. A failure is not reported: without memory or threads no
+ * cycle comes, and no callback. */
 HBADISC_API void HBADisc_Startup(unsigned int interval);
 
-/* As HBADisc_Startup, with the interval of remote hosts: 0 for forced cycles only, HBADISC_NO_OOB_DISCOVERY for
- * no remote hosts at all. When `localOnly` is not 0 there are neither remote hosts nor slow discovery, which
- * tries ports again that did not answer in a cycle. */
+/* As HBADisc_Startup, with the interval of remote hosts: 0 to 4294967 seconds, 0 for forced cycles only;
+ * HBADISC_NO_OOB_DISCOVERY for no remote hosts at all. When `localOnly` is not 0 there are neither remote hosts
+ * nor slow discovery, a thread that reads ports again whose attributes could not be read. */
 HBADISC_API void HBADisc_StartupEx(unsigned int interval, unsigned int oobInterval, int localOnly);
 
 /* Stops discovery and frees what it found. Waits up to 5 seconds for a running cycle of remote hosts and up to
- * 10 more for one here, then for the provider call that the discovery thread itself or a directed refresh is
- * in, never for a worker's; and for a callback that is running. Takes some seconds at any time. Does nothing
- * but free the snapshots when discovery is not started or is paused: end a pause first. */
+ * 10 more for one here, then for the provider call that the discovery thread itself is in, up to 5 seconds for
+ * that of a directed refresh, never for a worker's; and for a callback that is running. Takes some seconds at
+ * any time. Does nothing but free the snapshots when discovery is not started or is paused: end a pause first.
+ */
 HBADISC_API void HBADisc_Terminate(void);
 
 /* Replaces callback, event mask (HBADISC_EVENT_ bits, 0: none) and context, at any time. A null callback ends
@@ -370,8 +374,8 @@ HBADISC_API void HBADisc_RegisterCallBack(HBADisc_CallBack callback, unsigned in
 HBADISC_API void HBADisc_PauseDiscovery(void);
 
 /* Starts a full cycle, here and for remote hosts, after killing a periodic one that runs and waiting until that
- * has stopped. While a directed refresh is pending it waits, without limit, for that instead: for the cycle
- * that runs, the refresh and its callback. Does not wait for the cycle's end, which the callback reports with
+ * has stopped. While a port is read again (HBADisc_DirectedDiscoveryUpdate) the cycle here begins after that,
+ * and this call does not wait for it. Nor does it wait for the cycle's end, which the callback reports with
  * HBADISC_REASON_FORCED. 1: started; 0: a forced cycle is running or has been asked for. While discovery is not
  * started nothing starts, whatever the result. */
 HBADISC_API int HBADisc_StartDiscoveryCycle(void);
@@ -391,15 +395,16 @@ HBADISC_API int HBADisc_InDiscoveryCycle(void);
  * forced one that only waited for remote hosts. */
 HBADISC_API void HBADisc_KillDiscoveryCycle(void);
 
-/* Changes the interval of in-band cycles: 0 means only when asked; 1 to 4 are ignored. Any other value starts a
- * cycle when none runs, unless discovery is paused. Slow discovery follows: 0 pauses it, any other interval
- * lets it go on, every 2.5 intervals, but no more often than DISCO_SLOW_INTERVAL says, or every 60 seconds. */
+/* Changes the interval of in-band cycles, 0 to 4294967 seconds: 0 means only when asked; 1 to 4 are ignored.
+ * Any other value starts a cycle when none runs, unless discovery is paused. Slow discovery follows: 0 pauses
+ * it, any other interval lets it go on, every 2.5 intervals, but no more often than DISCO_SLOW_INTERVAL says,
+ * or every 60 seconds. */
 HBADISC_API void HBADisc_ChangeDiscoveryInterval(unsigned int interval);
 
-/* Changes the interval of remote hosts. 1 to 4 leave it as it was. Any value but 0 starts a cycle when none
- * runs, unless discovery of remote hosts is paused. 0 pauses it, after killing a cycle that runs and waiting
- * until it has stopped; the interval stays, and only HBADisc_StartDiscoveryCycle ends that pause. Nothing when
- * remote hosts are not discovered. */
+/* Changes the interval of remote hosts, 0 to 4294967 seconds. 1 to 4 leave it as it was. Any value but 0
+ * starts a cycle when none runs, unless discovery of remote hosts is paused. 0 pauses it, after killing a cycle
+ * that runs and waiting until it has stopped; the interval stays, and only HBADisc_StartDiscoveryCycle ends
+ * that pause. Nothing when remote hosts are not discovered. */
 HBADISC_API void HBADisc_ChangeOOBDiscoveryInterval(unsigned int interval);
 
 /* ---- Reading the ports ---- */
