@@ -3,6 +3,7 @@
 
 #include "provider/CimTable.h"
 #include "provider/Entry.h"
+#include "provider/HostNames.h"
 #include "provider/RemoteHosts.h"
 
 namespace {
@@ -17,9 +18,9 @@ enum HandleMode { kAdd = 0, kUpdate = 2 };
 int RM_RemoteCimHostAddrV2(const CIMCredentials* host, unsigned short port, _RM_IP_INFO* record) {
   return Guarded([&]() -> int {
     if (host == nullptr || record == nullptr) return RM_STATUS_FAILED;
-    const std::optional<_RM_IP_INFO> resolved = provider::ResolveHost(CimTable::AddressOf(*host), port);
-    if (!resolved.has_value()) return RM_STATUS_FAILED;
-    *record = *resolved;
+    const std::optional<provider::NetAddress> address = provider::ResolveHost(CimTable::AddressOf(*host));
+    if (!address.has_value()) return RM_STATUS_FAILED;
+    *record = address->Record(port);
     record->flags |= RM_IP_FLAG_CIM;
     return RM_STATUS_OK;
   });

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "provider/Entry.h"
+#include "provider/HostNames.h"
 #include "provider/RemoteHosts.h"
 #include "provider/remote/RemoteHost.h"
 
@@ -34,9 +35,9 @@ int HandOutNames(const provider::ListAnswer<HBA_NAME>& answer, RM_NodeAddrList& 
 int RM_RemoteOOBHostAddrV2(const char* host, unsigned short port, _RM_IP_INFO* record) {
   return Guarded([&]() -> int {
     if (host == nullptr || record == nullptr) return RM_STATUS_FAILED;
-    const std::optional<_RM_IP_INFO> resolved = provider::ResolveHost(host, port);
-    if (!resolved.has_value()) return RM_STATUS_FAILED;
-    *record = *resolved;
+    const std::optional<provider::NetAddress> address = provider::ResolveHost(host);
+    if (!address.has_value()) return RM_STATUS_FAILED;
+    *record = address->Record(port);
     return RM_STATUS_OK;
   });
 }

@@ -1,13 +1,7 @@
 #include "provider/RemoteHosts.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 #include "provider/remote/RemoteHost.h"
 
@@ -24,38 +18,7 @@ constexpr std::uint8_t kTypeIpv4 = 0xFF;
 constexpr std::uint8_t kTypeIpv4Cim = 0xFE;
 constexpr std::uint8_t kTypeHandle = 0x06;
 
-// The resolver would take "10.1" for 10.0.0.1 and an address with a zone for one without: no names, those.
-bool IsNumberOfOtherKind(const std::string& host) {
-  in_addr ignored{};
-  return host.find(':') != std::string::npos || inet_aton(host.c_str(), &ignored) != 0;
-}
-
-std::optional<_RM_IP_INFO> AskResolver(const std::string& host, std::uint16_t port) {
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* first = nullptr;
-  if (getaddrinfo(host.c_str(), nullptr, &hints, &first) != 0) return std::nullopt;
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(first, freeaddrinfo);
-  std::optional<_RM_IP_INFO> found;
-  for (const addrinfo* at = first; at != nullptr; at = at->ai_next) {
-    sockaddr_storage storage{};
-    std::memcpy(&storage, at->ai_addr, std::min<std::size_t>(at->ai_addrlen, sizeof(storage)));
-    const std::optional<NetAddress> address = NetAddress::Of(storage);
-    if (!address.has_value()) continue;
-    if (!address->isIpv6) return address->Record(port);
-    if (!found.has_value()) found = address->Record(port);
-  }
-  return found;
-}
-
 }  // namespace
-
-std::optional<_RM_IP_INFO> ResolveHost(const std::string& host, std::uint16_t port) {
-  if (host.empty()) return std::nullopt;
-  if (const std::optional<NetAddress> address = NetAddress::Parse(host)) return address->Record(port);
-  return IsNumberOfOtherKind(host) ? std::nullopt : AskResolver(host, port);
-}
 
 RemoteHosts& RemoteHosts::Get() {
   static RemoteHosts& hosts = *new RemoteHosts;

@@ -11,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "provider/Host.h"
@@ -21,10 +20,6 @@
 namespace provider {
 
 using ProxyAddress = std::array<std::uint8_t, 8>;
-
-// Numeric IPv4 or IPv6 text, or a name that the resolver knows; of a name's addresses the first of IPv4 is
-// taken when there is one. Nothing when the text is neither. Asking the resolver takes as long as it takes.
-std::optional<_RM_IP_INFO> ResolveHost(const std::string& host, std::uint16_t port);
 
 class RemoteHosts {
  public:

@@ -170,6 +170,10 @@ void SetRemoteCallLimit(std::chrono::milliseconds limit) {
   gs_Limit = limit.count() > 0 ? limit : kDefaultRemoteCallLimit;
 }
 
+std::chrono::milliseconds RemoteCallLimit() {
+  return gs_Limit;
+}
+
 void SetRemoteConnectLimit(std::chrono::milliseconds limit) {
   gs_ConnectLimit = limit;
 }

@@ -25,6 +25,7 @@ std::unique_ptr<Host> MakeRemoteHost(const NetAddress& address, std::uint16_t po
 // on; zero stands for the default.
 inline constexpr std::chrono::milliseconds kDefaultRemoteCallLimit{10'000};
 void SetRemoteCallLimit(std::chrono::milliseconds limit);
+std::chrono::milliseconds RemoteCallLimit();
 
 // Of that time a connection may take so much, when the call has that long. Enough for a first packet that is
 // lost and sent again after a second.

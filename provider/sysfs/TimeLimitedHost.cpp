@@ -1,6 +1,5 @@
 #include "provider/sysfs/TimeLimitedHost.h"
 
-#include <csignal>
 #include <optional>
 #include <set>
 #include <system_error>
@@ -8,27 +7,12 @@
 #include <tuple>
 
 #include "provider/Mutex.h"
+#include "provider/SignalsBlocked.h"
 #include "provider/WorldWideName.h"
 
 namespace provider {
 
 namespace {
-
-// The threads here are the provider's own; the application's signals are none of their business.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &m_Before);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_Before, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t m_Before;
-};
 
 template <class Result>
 Result Locked() {
