@@ -1,13 +1,11 @@
 #include "discovery/HbaDiscoveryList.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
+#include <iterator>
 
 #include "discovery/HbaDiscoveryListKey.h"
-#include "discovery/HbaDiscoveryListMemory.h"
 
 namespace {
 
@@ -26,15 +24,6 @@ void CheckLockOrder(ListRank rank) {
   std::abort();
 }
 
-// A walk would spend most of its time waiting for memory, so it asks for the ports ahead.
-constexpr std::size_t kPrefetchDistance = 4;
-
-void Prefetch(const CHbaEntry& port) {
-  constexpr std::size_t kCacheLine = 64;
-  const auto* bytes = reinterpret_cast<const char*>(&port);
-  for (std::size_t offset = 0; offset < sizeof(port); offset += kCacheLine) __builtin_prefetch(bytes + offset);
-}
-
 }  // namespace
 
 void CHbaList::LockList() NO_THREAD_SAFETY_ANALYSIS {
@@ -48,59 +37,39 @@ void CHbaList::UnlockList() NO_THREAD_SAFETY_ANALYSIS {
   m_Lock.ReleaseLock();
 }
 
-void CHbaList::PortDeleter::operator()(CHbaEntry* port) const {
-  std::pmr::polymorphic_allocator<>(memory).delete_object(port);
-}
-
 int CHbaList::AddEntry(const CHbaEntry* entry) {
   if (entry == nullptr) return 0;
+  // A copy of a list comes in order, so the end is tried first.
+  const std::size_t before = m_Ports.size();
+  m_Ports.try_emplace(m_Ports.end(), WwpnKey(entry->GetHbaInfo()->portWwn), *entry);
   m_Modified.store(1, std::memory_order_relaxed);
-  const std::uint64_t key = WwpnKey(entry->GetHbaInfo()->portWwn);
-  const std::size_t position = PositionFor(key);
-  if (IsAt(position, key)) return 0;
-  std::pmr::memory_resource* memory = PackedMemory(&m_Memory);
-  std::unique_ptr<CHbaEntry, PortDeleter> copy(
-      std::pmr::polymorphic_allocator<>(memory).new_object<CHbaEntry>(*entry), PortDeleter{memory});
-  m_Entries.insert(m_Entries.begin() + static_cast<std::ptrdiff_t>(position), Listed{key, std::move(copy)});
-  if (m_Current >= position) ++m_Current;
-  if (m_Next >= position) ++m_Next;
-  m_Count.store(static_cast<unsigned int>(m_Entries.size()), std::memory_order_relaxed);
-  return 1;
-}
-
-// The first entry that is not below the key. A copy of a list comes in order, so the end is tried first.
-std::size_t CHbaList::PositionFor(std::uint64_t key) const {
-  if (m_Entries.empty() || m_Entries.back().key < key) return m_Entries.size();
-  const auto found =
-      std::lower_bound(m_Entries.begin(), m_Entries.end(), key,
-                       [](const Listed& listed, std::uint64_t wanted) { return listed.key < wanted; });
-  return static_cast<std::size_t>(found - m_Entries.begin());
-}
-
-bool CHbaList::IsAt(std::size_t position, std::uint64_t key) const {
-  return position < m_Entries.size() && m_Entries[position].key == key;
+  StoreCount();
+  return m_Ports.size() == before ? 0 : 1;
 }
 
 int CHbaList::RemoveEntry(const CHbaEntry* entry) {
   if (entry == nullptr) return 0;
-  const std::uint64_t key = WwpnKey(entry->GetHbaInfo()->portWwn);
-  const std::size_t position = PositionFor(key);
-  if (!IsAt(position, key)) return 0;
-  Erase(position);
+  const auto port = m_Ports.find(WwpnKey(entry->GetHbaInfo()->portWwn));
+  if (port == m_Ports.end()) return 0;
+  Erase(port);
   return 1;
 }
 
-// A position on the erased entry is then on its successor.
-void CHbaList::Erase(std::size_t position) {
-  m_Entries.erase(m_Entries.begin() + static_cast<std::ptrdiff_t>(position));
-  if (m_Current > position) --m_Current;
-  if (m_Next > position) --m_Next;
-  m_Count.store(static_cast<unsigned int>(m_Entries.size()), std::memory_order_relaxed);
+// A position on the erased port moves to its successor.
+void CHbaList::Erase(Ports::iterator port) {
+  if (m_Current == port) m_Current = std::next(port);
+  if (m_Next == port) m_Next = std::next(port);
+  m_Ports.erase(port);
+  StoreCount();
+}
+
+void CHbaList::StoreCount() {
+  m_Count.store(static_cast<unsigned int>(m_Ports.size()), std::memory_order_relaxed);
 }
 
 void CHbaList::SelectFirstEntry() {
-  m_Current = 0;
-  m_Next = 0;
+  m_Current = m_Ports.begin();
+  m_Next = m_Current;
 }
 
 CHbaEntry* CHbaList::GetFirstEntry() {
@@ -110,11 +79,9 @@ CHbaEntry* CHbaList::GetFirstEntry() {
 
 CHbaEntry* CHbaList::GetNextEntry() {
   m_Current = m_Next;
-  if (m_Current == m_Entries.size()) return nullptr;
+  if (m_Current == m_Ports.end()) return nullptr;
   ++m_Next;
-  const std::size_t ahead = m_Current + kPrefetchDistance;
-  if (ahead < m_Entries.size()) Prefetch(*m_Entries[ahead].port);
-  return m_Entries[m_Current].port.get();
+  return &m_Current->second;
 }
 
 CHbaEntry* CHbaList::InterlockedGetNextEntry() {
@@ -123,7 +90,7 @@ CHbaEntry* CHbaList::InterlockedGetNextEntry() {
 }
 
 int CHbaList::RemoveCurrentEntry() {
-  if (m_Current == m_Entries.size()) return 0;
+  if (m_Current == m_Ports.end()) return 0;
   Erase(m_Current);
   m_Current = m_Next;
   return 1;
@@ -131,9 +98,8 @@ int CHbaList::RemoveCurrentEntry() {
 
 CHbaEntry* CHbaList::FindEntry(const unsigned char* wwpn) {
   if (wwpn == nullptr) return nullptr;
-  const std::uint64_t key = WwpnKey(wwpn);
-  const std::size_t position = PositionFor(key);
-  return IsAt(position, key) ? m_Entries[position].port.get() : nullptr;
+  const auto port = m_Ports.find(WwpnKey(wwpn));
+  return port == m_Ports.end() ? nullptr : &port->second;
 }
 
 bool CHbaList::operator==(CHbaList* other) {
@@ -145,10 +111,11 @@ bool CHbaList::operator==(CHbaList* other) {
 }
 
 bool CHbaList::EqualsLocked(CHbaList& other) {
-  if (m_Entries.size() != other.m_Entries.size()) return false;  // either may have changed before it was locked
-  for (CHbaEntry* entry = GetFirstEntry(); entry != nullptr; entry = GetNextEntry()) {
-    const CHbaEntry* counterpart = other.FindEntry(entry->GetHbaInfo()->portWwn);
-    if (counterpart == nullptr || !(*entry == counterpart)) return false;
+  if (m_Ports.size() != other.m_Ports.size()) return false;  // either may have changed before it was locked
+  // Ports are in order on both sides, so pairing by position is pairing by name.
+  auto counterpart = other.m_Ports.begin();
+  for (CHbaEntry* entry = GetFirstEntry(); entry != nullptr; entry = GetNextEntry(), ++counterpart) {
+    if (m_Current->first != counterpart->first || !(*entry == &counterpart->second)) return false;
   }
   return true;
 }

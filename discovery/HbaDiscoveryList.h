@@ -11,15 +11,14 @@
 //
 // Ownership: the list owns copies of what is added. Entry pointers stay valid until that entry is erased, and
 // are safe to use only under the lock.
+//
+// Failed allocations: std::bad_alloc leaves a list as it was, but for MergeLists.
 #ifndef DISCOVERY_HBADISCOVERYLIST_H_
 #define DISCOVERY_HBADISCOVERYLIST_H_
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <memory_resource>
-#include <vector>
+#include <map>
 
 #include "discovery/HbaDiscoveryListEntry.h"
 #include "discovery/HbaDiscoveryListGuard.h"
@@ -72,25 +71,15 @@ class CAPABILITY("list") CHbaList {
 
   // Folds the list of a cycle into this one; 1 when anything changed. `inBand` selects the rule of removal and
   // the log mask; with `removeMissing` the new list is complete, and what it lacks may go. A null list and this
-  // list itself change nothing.
+  // list itself change nothing. After std::bad_alloc some ports are merged, and the next merge reports a change
+  // on their account.
   int MergeLists(CHbaList* newList, int inBand, int removeMissing) EXCLUDES(this, newList);
 
  private:
-  struct PortDeleter {
-    std::pmr::memory_resource* memory;
-    void operator()(CHbaEntry* port) const;
-  };
+  using Ports = std::map<std::uint64_t, CHbaEntry>;  // by WwpnKey
 
-  // A port and its WwpnKey. Lookups touch these small records only, and the ports stay in place when one is
-  // added.
-  struct Listed {
-    std::uint64_t key;
-    std::unique_ptr<CHbaEntry, PortDeleter> port;
-  };
-
-  std::size_t PositionFor(std::uint64_t key) const REQUIRES(this);
-  bool IsAt(std::size_t position, std::uint64_t key) const REQUIRES(this);
-  void Erase(std::size_t position) REQUIRES(this);
+  void Erase(Ports::iterator port) REQUIRES(this);
+  void StoreCount() REQUIRES(this);
   bool EqualsLocked(CHbaList& other) REQUIRES(this, other);
 
   bool MergeMatching(CHbaList& newList, bool removeMissing) REQUIRES(this, newList);
@@ -99,13 +88,12 @@ class CAPABILITY("list") CHbaList {
 
   const ListRank m_Rank;
   CZylThreadLock m_Lock;
-  std::atomic<unsigned int> m_Count{0};  // atomic: read without the lock; the size of m_Entries
+  std::atomic<unsigned int> m_Count{0};  // atomic: read without the lock; the size of m_Ports
   std::atomic<int> m_Modified{0};        // atomic: read and cleared without the lock
-  std::pmr::unsynchronized_pool_resource m_Memory GUARDED_BY(this);
-  std::vector<Listed> m_Entries GUARDED_BY(this);  // sorted
-  // Indexes of entries, or one past the last; they move along when another entry is added or erased below them.
-  std::size_t m_Current GUARDED_BY(this) = 0;
-  std::size_t m_Next GUARDED_BY(this) = 0;
+  bool m_MergeUnfinished GUARDED_BY(this) = false;
+  Ports m_Ports GUARDED_BY(this);
+  Ports::iterator m_Current GUARDED_BY(this) = m_Ports.end();
+  Ports::iterator m_Next GUARDED_BY(this) = m_Ports.end();
 };
 
 using CHbaListGuard = CListGuard<CHbaList>;

@@ -1,5 +1,7 @@
 // How a cycle's new list becomes part of the current one.
 
+#include <utility>
+
 #include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscoveryList.h"
 
@@ -59,23 +61,27 @@ bool KeepOutOfBand(const CHbaEntry& port) {
 int CHbaList::MergeLists(CHbaList* newList, int inBand, int removeMissing) {
   if (newList == nullptr || newList == this) return 0;
   const CHbaListPairGuard guard(*this, *newList);
-  bool changed = MergeMatching(*newList, removeMissing != 0);
+  // What a merge that a failed allocation has cut short had changed was never reported.
+  bool changed = std::exchange(m_MergeUnfinished, true);
+  changed |= MergeMatching(*newList, removeMissing != 0);
   if (removeMissing != 0) changed |= RemoveMissing(inBand != 0);
   changed |= AddUnmatched(*newList, inBand != 0);
+  m_MergeUnfinished = false;
   return changed ? 1 : 0;
 }
 
 bool CHbaList::MergeMatching(CHbaList& newList, bool removeMissing) {
   // A mark left by an intermediate merge would keep a port that this list has lost since then from being added.
-  for (const Listed& listed : newList.m_Entries) listed.port->SetMergeMark(kMergedMark);
+  for (auto& [key, port] : newList.m_Ports) port.SetMergeMark(kMergedMark);
 
   bool changed = false;
+  auto newer = newList.m_Ports.begin();
   for (CHbaEntry* port = GetFirstEntry(); port != nullptr; port = GetNextEntry()) {
-    CHbaEntry* newer = newList.FindEntry(port->GetHbaInfo()->portWwn);
-    if (newer != nullptr) {
+    while (newer != newList.m_Ports.end() && newer->first < m_Current->first) ++newer;
+    if (newer != newList.m_Ports.end() && newer->first == m_Current->first) {
       port->SetMergeMark(kMergedMark);
-      changed |= port->MergeHbaEntry(newer) != 0;
-      newer->SetMergeMark(kMatchedMark);
+      changed |= port->MergeHbaEntry(&newer->second) != 0;
+      newer->second.SetMergeMark(kMatchedMark);
     } else if (removeMissing) {
       port->SetMergeMark(kMissingMark);
     }

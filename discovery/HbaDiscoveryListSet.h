@@ -3,23 +3,28 @@
 //
 // A set object is a handle: it holds the cursor and points at storage that copies of the handle share. Storage
 // that was ever shared is immutable; a change through such a handle goes to a private clone first. Copying a
-// handle therefore costs the same for 1 target as for 1000.
+// handle therefore costs the same for 1 target as for 1000, but for the first copy after a change.
+//
+// Entries lie one behind the other in their order, as most providers report them. Those that come out of order
+// wait in a tree until the set is read or copied, so that n additions in any order cost n log n.
 //
 // Thread safety: one thread at a time per handle, the caller locks. Two handles of one storage are independent.
 //
 // Ownership: the storage owns the entries. Entry pointers stay valid until the handle they came from is
-// changed, cleared or assigned to, or dies.
+// changed, cleared, assigned to or copied, or dies.
+//
+// Failed allocations: std::bad_alloc leaves a handle with the entries and the cursor that it had.
 #ifndef DISCOVERY_HBADISCOVERYLISTSET_H_
 #define DISCOVERY_HBADISCOVERYLISTSET_H_
 
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <iterator>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
-
-#include "discovery/HbaDiscoveryListMemory.h"
 
 // An Entry has `int CompareOrder(const Entry&) const` and `int CompareKey(Key) const` (below, at, above 0 as
 // memcmp) and `bool operator==(const Entry*) const`. It may have `unsigned int KindBit() const`.
@@ -29,10 +34,14 @@ class CSharedSet {
   CSharedSet() = default;
   CSharedSet(const CSharedSet& other) : m_Storage(other.Share()) {}
   CSharedSet(CSharedSet&& other) noexcept
-      : m_Storage(std::move(other.m_Storage)), m_Cursor(std::exchange(other.m_Cursor, kEnd)) {}
-  CSharedSet& operator=(CSharedSet other) noexcept {
-    m_Storage.swap(other.m_Storage);
-    m_Cursor = other.m_Cursor;
+      : m_Storage(std::move(other.m_Storage)), m_Cursor(std::exchange(other.m_Cursor, nullptr)) {}
+  CSharedSet& operator=(const CSharedSet& other) {
+    *this = CSharedSet(other);
+    return *this;
+  }
+  CSharedSet& operator=(CSharedSet&& other) noexcept {
+    m_Storage = std::move(other.m_Storage);
+    m_Cursor = std::exchange(other.m_Cursor, nullptr);
     return *this;
   }
   virtual ~CSharedSet() = default;
@@ -42,28 +51,30 @@ class CSharedSet {
   int AddEntry(const Entry* entry);
 
   const Entry* GetFirstEntry() {
-    m_Cursor = 0;
+    m_Cursor = GetCount() == 0 ? nullptr : &Sorted().front();
     return GetNextEntry();
   }
 
   // The entry at the cursor, which moves on; null at the end.
-  const Entry* GetNextEntry() { return m_Cursor < GetCount() ? m_Storage->entries[m_Cursor++].get() : nullptr; }
+  const Entry* GetNextEntry() {
+    if (m_Cursor == nullptr) return nullptr;
+    const Entry& last = Sorted().back();
+    return std::exchange(m_Cursor, m_Cursor == &last ? nullptr : m_Cursor + 1);
+  }
 
   // The entry or null; leaves the cursor there.
-  const Entry* FindEntry(Key key);
+  const Entry* FindEntry(Key key) { return m_Cursor = Find(key); }
 
-  unsigned int GetCount() const {
-    return m_Storage == nullptr ? 0U : static_cast<unsigned int>(m_Storage->entries.size());
-  }
+  unsigned int GetCount() const { return m_Storage == nullptr ? 0U : m_Storage->GetCount(); }
 
   // Empties this handle; handles that share its storage keep their entries.
   void Clear() {
     m_Storage.reset();
-    m_Cursor = kEnd;
+    m_Cursor = nullptr;
   }
 
   // Reads by position, without the cursor; `index` is below GetCount().
-  const Entry& GetEntry(std::size_t index) const { return *m_Storage->entries[index]; }
+  const Entry& GetEntry(std::size_t index) const { return Sorted()[index]; }
 
   // Same keys, and each pair equal. Moves no cursor.
   bool operator==(const CSharedSet* other) const;
@@ -73,7 +84,12 @@ class CSharedSet {
   unsigned int GetKinds() const { return m_Storage == nullptr ? 0U : m_Storage->kinds; }
 
  private:
-  static constexpr std::size_t kEnd = static_cast<std::size_t>(-1);
+  struct Before {
+    using is_transparent = void;
+    bool operator()(const Entry& one, const Entry& two) const { return one.CompareOrder(two) < 0; }
+    bool operator()(const Entry& one, const Key& two) const { return one.CompareKey(two) < 0; }
+    bool operator()(const Key& one, const Entry& two) const { return two.CompareKey(one) > 0; }
+  };
 
   struct Storage {
     // Set when a second handle is made, never cleared: it can be read without asking who else lives, which no
@@ -81,52 +97,42 @@ class CSharedSet {
     // this flag, through the lock or hand-over under which the handle was copied.
     std::atomic<bool> shared{false};
     unsigned int kinds = 0;
-    std::vector<std::unique_ptr<const Entry>> entries;  // sorted; each in its own place, so that pointers hold
+    std::vector<Entry> sorted;
+    std::set<Entry, Before> late;  // all below the last one that is sorted; empty once the storage is shared
+
+    unsigned int GetCount() const { return static_cast<unsigned int>(sorted.size() + late.size()); }
   };
 
-  std::shared_ptr<Storage> Share() const {
-    // Reads first, so that copying a handle again leaves the storage's cache line alone.
-    if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) {
-      m_Storage->shared.store(true, std::memory_order_relaxed);
-    }
-    return m_Storage;
-  }
-
-  Storage& OwnStorage();
-  std::size_t LowerBound(const Entry& entry) const;
+  std::shared_ptr<Storage> Share() const;
+  std::shared_ptr<Storage> OwnStorage() const;
+  const std::vector<Entry>& Sorted() const;
+  void Settle() const;
+  template <typename Wanted>
+  const Entry* Find(const Wanted& wanted) const;
 
   std::shared_ptr<Storage> m_Storage;  // null when empty
-  std::size_t m_Cursor = kEnd;
+  // Null at the end. Mutable: it follows its entry when entries are put in order.
+  mutable const Entry* m_Cursor = nullptr;
 };
 
 template <typename Entry, typename Key>
 int CSharedSet<Entry, Key>::AddEntry(const Entry* entry) {
   if (entry == nullptr) return 0;
-  const std::size_t position = LowerBound(*entry);
-  if (position < GetCount() && GetEntry(position).CompareOrder(*entry) == 0) {
-    m_Cursor = position;
+  const Entry* present = Find(*entry);
+  if (present != nullptr) {
+    m_Cursor = present;
     return 0;
   }
-  // Copied first: `entry` may live in the storage that is let go next.
-  auto copy = std::make_unique<const Entry>(*entry);
-  Storage& storage = OwnStorage();
-  if constexpr (requires { copy->KindBit(); }) storage.kinds |= copy->KindBit();
-  storage.entries.insert(storage.entries.begin() + static_cast<std::ptrdiff_t>(position), std::move(copy));
-  m_Cursor = kEnd;
+  std::shared_ptr<Storage> own = OwnStorage();
+  if (own->sorted.empty() || Before()(own->sorted.back(), *entry)) {
+    own->sorted.push_back(*entry);
+  } else {
+    own->late.insert(*entry);
+  }
+  if constexpr (requires { entry->KindBit(); }) own->kinds |= entry->KindBit();
+  m_Storage = std::move(own);
+  m_Cursor = nullptr;
   return 1;
-}
-
-template <typename Entry, typename Key>
-const Entry* CSharedSet<Entry, Key>::FindEntry(Key key) {
-  m_Cursor = kEnd;
-  if (m_Storage == nullptr) return nullptr;
-  const auto& entries = m_Storage->entries;
-  const auto found = std::lower_bound(entries.begin(), entries.end(), key, [](const auto& entry, Key wanted) {
-    return entry->CompareKey(wanted) < 0;
-  });
-  if (found == entries.end() || (*found)->CompareKey(key) != 0) return nullptr;
-  m_Cursor = static_cast<std::size_t>(found - entries.begin());
-  return found->get();
 }
 
 template <typename Entry, typename Key>
@@ -136,36 +142,65 @@ bool CSharedSet<Entry, Key>::operator==(const CSharedSet* other) const {
   if (GetCount() != other->GetCount()) return false;
   if (GetCount() == 0) return true;
   // Keys are unique and sorted on both sides, so pairing by position is pairing by key.
-  return std::equal(m_Storage->entries.begin(), m_Storage->entries.end(), other->m_Storage->entries.begin(),
-                    [](const auto& mine, const auto& theirs) {
-                      return mine->CompareOrder(*theirs) == 0 && *mine == theirs.get();
-                    });
+  return std::equal(
+      Sorted().begin(), Sorted().end(), other->Sorted().begin(),
+      [](const Entry& mine, const Entry& theirs) { return mine.CompareOrder(theirs) == 0 && mine == &theirs; });
 }
 
-// Storage that only this handle knows, with the same entries.
+// The storage, which is immutable from now on and takes no more room than its entries need.
 template <typename Entry, typename Key>
-auto CSharedSet<Entry, Key>::OwnStorage() -> Storage& {
-  if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) return *m_Storage;
-  auto own = std::allocate_shared<Storage>(ListHeadAllocator<Storage>());
+auto CSharedSet<Entry, Key>::Share() const -> std::shared_ptr<Storage> {
+  // Reads first, so that copying a handle again leaves the storage's cache line alone.
+  if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) {
+    if (m_Storage->sorted.capacity() != m_Storage->sorted.size() || !m_Storage->late.empty()) Settle();
+    m_Storage->shared.store(true, std::memory_order_relaxed);
+  }
+  return m_Storage;
+}
+
+// Storage that may be changed, with the same entries: this handle's, or a clone when others share that.
+template <typename Entry, typename Key>
+auto CSharedSet<Entry, Key>::OwnStorage() const -> std::shared_ptr<Storage> {
+  if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) return m_Storage;
+  auto own = std::make_shared<Storage>();
   if (m_Storage != nullptr) {
     own->kinds = m_Storage->kinds;
-    own->entries.reserve(m_Storage->entries.size() + 1);
-    for (const auto& entry : m_Storage->entries) own->entries.push_back(std::make_unique<const Entry>(*entry));
+    own->sorted.reserve(m_Storage->sorted.size() + 1);
+    own->sorted = m_Storage->sorted;
   }
-  m_Storage = std::move(own);
-  return *m_Storage;
+  return own;
 }
 
-// The position of the first entry that is not below `entry`. Providers report in order, so the end comes first.
+// All entries in order; there is at least one.
 template <typename Entry, typename Key>
-std::size_t CSharedSet<Entry, Key>::LowerBound(const Entry& entry) const {
-  if (m_Storage == nullptr) return 0;
-  const auto& entries = m_Storage->entries;
-  if (entries.empty() || entries.back()->CompareOrder(entry) < 0) return entries.size();
-  const auto found = std::lower_bound(
-      entries.begin(), entries.end(), entry,
-      [](const auto& listed, const Entry& wanted) { return listed->CompareOrder(wanted) < 0; });
-  return static_cast<std::size_t>(found - entries.begin());
+const std::vector<Entry>& CSharedSet<Entry, Key>::Sorted() const {
+  if (!m_Storage->late.empty()) Settle();
+  return m_Storage->sorted;
+}
+
+template <typename Entry, typename Key>
+void CSharedSet<Entry, Key>::Settle() const {
+  Storage& storage = *m_Storage;
+  std::vector<Entry> all;
+  all.reserve(storage.GetCount());
+  std::merge(storage.sorted.begin(), storage.sorted.end(), storage.late.begin(), storage.late.end(),
+             std::back_inserter(all), Before());
+  if (m_Cursor != nullptr) m_Cursor = &*std::lower_bound(all.begin(), all.end(), *m_Cursor, Before());
+  storage.sorted.swap(all);
+  storage.late.clear();
+}
+
+template <typename Entry, typename Key>
+template <typename Wanted>
+const Entry* CSharedSet<Entry, Key>::Find(const Wanted& wanted) const {
+  if (m_Storage == nullptr) return nullptr;
+  const auto& sorted = m_Storage->sorted;
+  // Providers report in order, so the end comes first.
+  if (sorted.empty() || Before()(sorted.back(), wanted)) return nullptr;
+  const auto found = std::lower_bound(sorted.begin(), sorted.end(), wanted, Before());
+  if (!Before()(wanted, *found)) return &*found;
+  const auto late = m_Storage->late.find(wanted);
+  return late == m_Storage->late.end() ? nullptr : &*late;
 }
 
 #endif  // DISCOVERY_HBADISCOVERYLISTSET_H_

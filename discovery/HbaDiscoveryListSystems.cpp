@@ -25,9 +25,11 @@ CSystemEntry::CSystemEntry(const CSystemEntry& other)
 
 CSystemEntry& CSystemEntry::operator=(const CSystemEntry& other) {
   if (this == &other) return *this;
-  m_IsLocal = other.m_IsLocal;
-  m_Name.emplace(NameOf(other));
-  m_Ports = other.m_Ports;
+  // Copied first, so that a failed allocation changes nothing.
+  CSystemEntry copy(other);
+  m_IsLocal = copy.m_IsLocal;
+  m_Name.swap(copy.m_Name);
+  m_Ports.swap(copy.m_Ports);
   return *this;
 }
 

@@ -20,8 +20,8 @@ CVPortEntry& CVPortEntry::operator=(const CVPortEntry& other) {
 
 void CVPortEntry::CopyEntry(const CVPortEntry& other) {
   if (this == &other) return;
-  m_Info = other.m_Info;
   CTargetList targets = other.GetTargetList();  // ends with the old targets, and frees them without the lock
+  m_Info = other.m_Info;
   const CZylLockGuard guard(g_VPTargetLock);
   std::swap(m_Targets, targets);
 }

@@ -4,7 +4,6 @@ add_library(hbadisc_model OBJECT
   ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListEntry.cpp
   ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListEntryMerge.cpp
   ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListLocks.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListMemory.cpp
   ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListMerge.cpp
   ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListNames.cpp
   ${CMAKE_CURRENT_LIST_DIR}/HbaDiscoveryListSystems.cpp

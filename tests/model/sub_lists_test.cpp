@@ -115,21 +115,25 @@ TEST(TargetList, OrdersISCSIFirstThenByUnsignedNameAndKeepsTheFirstOfAName) {
 }
 
 TEST(TargetList, CursorStaysAtTheLookupResult) {
-  CTargetList list = FCList({1, 2, 3});
-  EXPECT_EQ(list.GetNextEntry(), nullptr);  // after a real add: the end
+  for (const Numbers& order : {Numbers{1, 2, 3}, Numbers{3, 1, 2}, Numbers{3, 2, 1}}) {
+    CTargetList list = FCList(order);
+    EXPECT_EQ(list.GetNextEntry(), nullptr);  // after a real add: the end
 
-  Add(list, Node(2));  // present: the cursor is there
-  EXPECT_EQ(NumberOf(list.GetNextEntry()), 2U);
-  EXPECT_EQ(NumberOf(list.GetNextEntry()), 3U);
+    Add(list, Node(2));  // present: the cursor is there
+    const CTargetList copy = list;
+    EXPECT_EQ(NumberOf(list.GetNextEntry()), 2U);
+    EXPECT_EQ(NumberOf(list.GetNextEntry()), 3U);
+    EXPECT_EQ(list.GetNextEntry(), nullptr);
 
-  EXPECT_EQ(NumberOf(list.FindEntry(Name(1).wwn)), 1U);
-  EXPECT_EQ(NumberOf(list.GetNextEntry()), 1U);
-  EXPECT_EQ(list.FindEntry(Name(9).wwn), nullptr);
-  EXPECT_EQ(list.GetNextEntry(), nullptr);
+    EXPECT_EQ(NumberOf(list.FindEntry(Name(1).wwn)), 1U);
+    EXPECT_EQ(NumberOf(list.GetNextEntry()), 1U);
+    EXPECT_EQ(list.FindEntry(Name(9).wwn), nullptr);
+    EXPECT_EQ(list.GetNextEntry(), nullptr);
 
-  Add(list, _RM_ISCSI_TARGET{});
-  EXPECT_EQ(list.FindEntry(Name(0).wwn), nullptr) << "no iSCSI target has this name";
-  EXPECT_NE(list.FindEntry(Name(1).wwn), nullptr);
+    Add(list, _RM_ISCSI_TARGET{});
+    EXPECT_EQ(list.FindEntry(Name(0).wwn), nullptr) << "no iSCSI target has this name";
+    EXPECT_NE(list.FindEntry(Name(1).wwn), nullptr);
+  }
 }
 
 TEST(TargetList, EqualityPairsByKeyAndMovesNoCursor) {
@@ -151,28 +155,28 @@ TEST(TargetList, EqualityPairsByKeyAndMovesNoCursor) {
 }
 
 TEST(TargetList, CopiesAreIndependent) {
-  CTargetList original = FCList({1, 3});
+  CTargetList original = FCList({1, 3, 5, 4});
   CTargetList copy = original;
   const CTargetEntry* shared = copy.GetFirstEntry();
   EXPECT_EQ(original.GetFirstEntry(), shared);  // one storage
 
   Add(original, Node(2));
-  EXPECT_EQ(All(original), (Numbers{1, 2, 3}));
-  EXPECT_EQ(All(copy), (Numbers{1, 3}));
+  EXPECT_EQ(All(original), (Numbers{1, 2, 3, 4, 5}));
+  EXPECT_EQ(All(copy), (Numbers{1, 3, 4, 5}));
   EXPECT_EQ(copy.GetFirstEntry(), shared);
 
-  Add(copy, Node(4));
+  Add(copy, Node(6));
   original.Clear();
   EXPECT_EQ(original.GetCount(), 0U);
   EXPECT_EQ(original.GetFirstEntry(), nullptr);
-  EXPECT_EQ(All(copy), (Numbers{1, 3, 4}));
+  EXPECT_EQ(All(copy), (Numbers{1, 3, 4, 5, 6}));
 }
 
 TEST(TargetList, AnEntryOfTheListItselfCanBeAddedAgain) {
   CTargetList list = FCList({1, 2});
+  const CTargetList keepsItAlive = list;
   const CTargetEntry* own = list.GetFirstEntry();
   EXPECT_EQ(list.AddEntry(own), 0);
-  const CTargetList keepsItAlive = list;
   list.Clear();
   EXPECT_EQ(list.AddEntry(own), 1);
   EXPECT_EQ(All(list), Numbers{1});

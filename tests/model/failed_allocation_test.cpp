@@ -1,0 +1,156 @@
+// What a failed allocation leaves behind: what was there before, and nothing half done.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <numeric>
+#include <vector>
+
+#include "discovery/HbaDiscoveryList.h"
+#include "discovery/HbaDiscoveryListSystems.h"
+#include "discovery/HbaDiscoveryListWwpns.h"
+#include "tests/inband/recorded_log.h"
+#include "tests/inband/samples.h"
+#include "tests/model/failing_memory.h"
+
+namespace {
+
+using Numbers = std::vector<std::uint64_t>;
+
+void AddTargets(CHbaEntry& port, const Numbers& targets) {
+  for (const std::uint64_t number : targets) {
+    const RM_NodeInfoEntry target = Node(number);
+    port.AddTarget(&target);
+  }
+}
+
+CHbaEntry PortWithTargets(std::uint64_t number, const Numbers& targets) {
+  CHbaEntry port = MakePort(Info(number));
+  AddTargets(port, targets);
+  return port;
+}
+
+CTargetList Targets(const Numbers& numbers) {
+  CTargetList list;
+  for (const std::uint64_t number : numbers) {
+    const RM_NodeInfoEntry record = Node(number);
+    const CTargetEntry target(&record);
+    list.AddEntry(&target);
+  }
+  return list;
+}
+
+TEST(FailedAllocation, LeavesTargetsAndTheirCursor) {
+  struct Subject {
+    explicit Subject(const Numbers& numbers, bool shared) : list(Targets(numbers)) {
+      if (shared) copy = list;
+      list.FindEntry(Name(2).wwn);
+    }
+    CTargetList list;
+    CTargetList copy;
+  };
+  const RM_NodeInfoEntry record = Node(3);
+  const CTargetEntry target(&record);
+  const auto check = [](Subject& subject) {
+    const CTargetEntry* next = subject.list.GetNextEntry();
+    EXPECT_EQ(next, subject.list.FindEntry(Name(2).wwn));
+    const CTargetList before = Targets({1, 2, 4});
+    EXPECT_TRUE(subject.list == &before);
+  };
+  for (const bool shared : {false, true}) {
+    for (const Numbers& numbers : {Numbers{1, 2, 4}, Numbers{4, 2, 1}}) {
+      const auto make = [&] { return std::make_unique<Subject>(numbers, shared); };
+      FailEachAllocation(
+          make, [&](Subject& subject) { subject.list.AddEntry(&target); }, check);
+    }
+  }
+  const auto make = [] { return std::make_unique<Subject>(Numbers{4, 2, 1}, false); };
+  FailEachAllocation(
+      make, [](Subject& subject) { subject.copy = subject.list; }, check);
+  FailEachAllocation(
+      make, [](Subject& subject) { subject.list.GetFirstEntry(); }, check);
+}
+
+TEST(FailedAllocation, LeavesPortsAndTheirWalk) {
+  constexpr std::uint64_t kLast = 50;
+  const auto make = [] {
+    auto list = std::make_unique<CHbaList>();
+    for (const std::uint64_t number : Numbers{1, kLast}) Add(*list, CHbaEntry(Name(number).wwn));
+    const CHbaListGuard guard(*list);
+    list->GetFirstEntry();
+    return list;
+  };
+  const auto work = [](CHbaList& list) {
+    for (std::uint64_t number = 2; number < kLast; ++number) Add(list, PortWithTargets(number, {7, 6, 5}));
+  };
+  FailEachAllocation(make, work, [&](CHbaList& list) {
+    {
+      const CHbaListGuard guard(list);
+      EXPECT_EQ(NumberOf(*list.GetNextEntry()), kLast);
+    }
+    Numbers expected(list.GetCount());
+    std::iota(expected.begin(), expected.end(), 1);
+    expected.back() = kLast;
+    EXPECT_EQ(Names(list), expected);
+  });
+}
+
+TEST(FailedAllocation, MergeCanBeDoneAgainAndTellsOfItsChanges) {
+  const RecordedLog log;
+  struct Lists {
+    Lists() {
+      for (const std::uint64_t number : Numbers{1, 2, 4}) Add(current, PortWithTargets(number, {1, 2}));
+      Add(found, PortWithTargets(1, {3, 2, 1}));
+      for (const std::uint64_t number : Numbers{3, 4, 5}) Add(found, PortWithTargets(number, {1, 2}));
+    }
+    CHbaList current{ListRank::kCurrent};
+    CHbaList found{ListRank::kGathered};
+  };
+  Lists whole;
+  whole.current.MergeLists(&whole.found, 1, 1);
+  ASSERT_EQ(Names(whole.current), (Numbers{1, 3, 4, 5}));
+  FailEachAllocation([] { return std::make_unique<Lists>(); },
+                     [](Lists& lists) { lists.current.MergeLists(&lists.found, 1, 1); },
+                     [&](Lists& lists) {
+                       EXPECT_EQ(lists.current.GetCount(), Names(lists.current).size());
+                       EXPECT_EQ(lists.current.MergeLists(&lists.found, 1, 1), 1);
+                       EXPECT_TRUE(lists.current == &whole.current);
+                       EXPECT_EQ(lists.current.MergeLists(&lists.found, 1, 1), 0);
+                     });
+}
+
+TEST(FailedAllocation, LeavesSystemsAndNames) {
+  const auto system = [](const char* name, const Numbers& ports) {
+    CSystemEntry entry(reinterpret_cast<const unsigned char*>(name));
+    for (const std::uint64_t number : ports) {
+      const CHbaEntry port = MakePort(Info(number));
+      entry.AddHbaEntry(&port);
+    }
+    return entry;
+  };
+  const CSystemEntry before = system("before", {1});
+  const CSystemEntry after = system("a name that does not fit into the string object", {2, 3});
+  FailEachAllocation([&] { return std::make_unique<CSystemEntry>(before); },
+                     [&](CSystemEntry& entry) { entry = after; },
+                     [&](CSystemEntry& entry) { EXPECT_TRUE(entry == &before); });
+
+  FailEachAllocation([] { return std::make_unique<CSystemList>(); },
+                     [&](CSystemList& list) {
+                       const CListGuard<CSystemList> guard(list);
+                       list.AddEntry(&after);
+                     },
+                     [](CSystemList& list) { EXPECT_EQ(list.GetCount(), 0U); });
+
+  FailEachAllocation([] { return std::make_unique<CDiscoWWPNList>(); },
+                     [](CDiscoWWPNList& list) {
+                       const CDiscoWWPNListGuard guard(list);
+                       list.AddEntry(Name(1).wwn, 0);
+                     },
+                     [](CDiscoWWPNList& list) {
+                       const CDiscoWWPNListGuard guard(list);
+                       EXPECT_EQ(list.GetCount(), 0U);
+                       EXPECT_EQ(list.IsListChanged(), 0);
+                     });
+}
+
+}  // namespace
