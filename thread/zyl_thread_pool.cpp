@@ -37,12 +37,22 @@ void CZylThreadPool::AdjustThreadCount(unsigned int count, WorkerProc proc, cons
   const auto wanted = static_cast<unsigned int>(std::clamp(static_cast<int>(count), 0, kMost));
   const CZylLockGuard guard(m_Lock);
   if (!m_Terminator) m_Terminator = CThreadTerminator::Start();
+  DropEnded();
   AskToStop(wanted);
   while (m_Count > wanted) {
     const std::shared_ptr<CZylTpThread> worker = std::move(m_Workers[--m_Count]);
     worker->Terminate();
   }
   while (m_Count < wanted) AddWorker(proc, arg, direct);
+}
+
+// A worker whose thread could not be made, or has ended by itself, would count and never work.
+void CZylThreadPool::DropEnded() {
+  const auto end = m_Workers.begin() + m_Count;
+  const auto living =
+      std::remove_if(m_Workers.begin(), end, [](const auto& worker) { return worker->Ended(); });
+  std::fill(living, end, nullptr);
+  m_Count = static_cast<unsigned int>(living - m_Workers.begin());
 }
 
 void CZylThreadPool::AddWorker(WorkerProc proc, const std::shared_ptr<void>& arg, int direct) {

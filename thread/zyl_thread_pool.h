@@ -59,7 +59,7 @@ class CZylThreadPool {
   // Makes the number of workers `count`, at most 15 (negative as a signed number: none). Surplus workers are
   // stopped and joined, the last one first. New ones run `proc(worker, arg.get())`, neither enabled nor busy,
   // and share `arg` until `proc` returns; workers that stay keep the procedure and argument they were started
-  // with.
+  // with. One without a running thread does not count.
   void AdjustThreadCount(unsigned int count, WorkerProc proc, const std::shared_ptr<void>& arg, int direct)
       EXCLUDES(m_Lock);
 
@@ -77,6 +77,7 @@ class CZylThreadPool {
 
  private:
   void AddWorker(WorkerProc proc, const std::shared_ptr<void>& arg, int direct) REQUIRES(m_Lock);
+  void DropEnded() REQUIRES(m_Lock);
   void AskToStop(unsigned int first) REQUIRES(m_Lock);
   void DisableFrom(unsigned int first) REQUIRES(m_Lock);
 
