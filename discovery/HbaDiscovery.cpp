@@ -88,11 +88,14 @@ EnumerationWalk::Port FindPort(const HBA_NAME& wwpn) {
 template <class Query>
 int AskPort(const HBA_NAME& wwpn, const void* records, unsigned int* count, Query query) {
   if (count == nullptr || (records == nullptr && *count != 0)) return 0;
-  return Guarded(0, [&] {
+  try {
     const EnumerationWalk::Port port = FindPort(wwpn);
-    if (port.snapshot == nullptr) *count = 0;
-    return port.entry == nullptr ? 0 : static_cast<int>(query(*port.entry));
-  });
+    if (port.snapshot != nullptr) return port.entry == nullptr ? 0 : static_cast<int>(query(*port.entry));
+  } catch (...) {
+    // No memory for a snapshot: there is none.
+  }
+  *count = 0;
+  return 0;
 }
 
 int FillNextSystem(system_discovery_info* info, bool first) {
