@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 
 #include "discovery/DiscoveryLog.h"
 
@@ -191,7 +192,11 @@ std::uint64_t CSlowHbaDiscover::ResetList() {
   disco_printf(kLogSlow, nullptr, "Slow Discovery thread: resetting list");
   m_SlowList.Set(nullptr);
   ZylSleep(kResetSettle);
-  m_SlowList.Set(std::make_shared<CHbaList>(ListRank::kGathered));
+  try {
+    m_SlowList.Set(std::make_shared<CHbaList>(ListRank::kGathered));
+  } catch (const std::bad_alloc&) {
+    // The next cycle makes it; who asked for the reset does not wait for memory.
+  }
   m_State.fetch_and(~static_cast<std::uint32_t>(kResetRequested));
   return m_Interval.load();
 }
@@ -211,6 +216,7 @@ std::uint64_t CSlowHbaDiscover::WaitAfter(std::uint64_t elapsed) const {
 
 void CSlowHbaDiscover::ProcessHbaList() {
   if (!EnterCycle()) return;
+  if (m_SlowList.Get() == nullptr) m_SlowList.Set(std::make_shared<CHbaList>(ListRank::kGathered));
   const std::shared_ptr<CHbaList> slow = m_SlowList.Get();
   disco_printf(kLogSlow, nullptr, "SLOW DISCOVERY CYCLE - PROCESSING SLOW LIST (%d)",
                static_cast<int>(slow->GetCount()));

@@ -38,7 +38,8 @@ class CSlowHbaDiscover : public CZylThread, public std::enable_shared_from_this<
   // The interval of in-band cycles in seconds; slow cycles run at 2.5 times that. 0 pauses.
   void ChangeDiscoveryInterval(unsigned int mainInterval);
 
-  // Null unless the thread was started. A reset replaces the list; whoever holds the old one keeps it alive.
+  // Null unless the thread was started, and after a reset that found no memory. A reset replaces the list;
+  // whoever holds the old one keeps it alive.
   std::shared_ptr<CHbaList> GetHbaList() const { return m_SlowList.Get(); }
 
   unsigned int GetInterval() const { return m_Interval.load(); }
