@@ -95,7 +95,12 @@ bool NamedLocks::Acquire(Handle handle) {
     if (lock == nullptr) return false;
     lock->holder = handle;
   }
-  const bool locked = LockFile(*lock);
+  bool locked = false;
+  try {
+    locked = LockFile(*lock);
+  } catch (...) {
+    // No memory. Who would keep the gate now would keep it for ever.
+  }
   const MutexLock held(m_Mutex);
   lock->acquired = locked && Find(handle) != nullptr;
   if (!lock->acquired) LeaveGate(*lock);
