@@ -3,11 +3,12 @@
 #include <microhttpd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 
-#include "agent/RequestHandler.h"
 #include "provider/ProviderLog.h"
 
 namespace agent {
@@ -33,16 +34,22 @@ void NotifyConnection(void* table, MHD_Connection* connection, void** /*ofSocket
   if (info != nullptr) static_cast<ConnectionTable*>(table)->Remove(info->connect_fd);
 }
 
-MHD_Daemon* StartDaemon(const ServedHosts& hosts, ConnectionTable& connections, const ServerOptions& options) {
+// Names in paths are written in one way only, so that there is nothing to be unescaped.
+std::size_t LeaveEscaped(void* /*unused*/, MHD_Connection* /*connection*/, char* text) {
+  return std::strlen(text);
+}
+
+MHD_Daemon* StartDaemon(const RequestContext& context, std::size_t mostConnections) {
   constexpr unsigned int kFlags =
       MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC;
-  // The handler only reads the hosts.
+  // The handlers only read the context.
+  auto* const common = const_cast<RequestContext*>(&context);
   MHD_Daemon* daemon = MHD_start_daemon(
-      kFlags, 0, nullptr, nullptr, &HandleRequest, const_cast<ServedHosts*>(&hosts),
-      MHD_OPTION_NOTIFY_CONNECTION, &NotifyConnection, &connections, MHD_OPTION_CONNECTION_LIMIT,
-      static_cast<unsigned int>(options.mostConnections + kClosingConnections), MHD_OPTION_CONNECTION_TIMEOUT,
-      options.idleSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_THREAD_STACK_SIZE,
-      kThreadStack, MHD_OPTION_END);
+      kFlags, 0, nullptr, nullptr, &HandleRequest, common, MHD_OPTION_NOTIFY_COMPLETED, &EndRequest, common,
+      MHD_OPTION_NOTIFY_CONNECTION, &NotifyConnection, &context.connections, MHD_OPTION_UNESCAPE_CALLBACK,
+      &LeaveEscaped, nullptr, MHD_OPTION_CONNECTION_LIMIT,
+      static_cast<unsigned int>(mostConnections + kClosingConnections), MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+      kConnectionMemory, MHD_OPTION_THREAD_STACK_SIZE, kThreadStack, MHD_OPTION_END);
   if (daemon == nullptr) throw std::runtime_error("the HTTP server could not be started");
   return daemon;
 }
@@ -57,9 +64,10 @@ Server::Server(ServedHosts hosts, const ServerOptions& options)
     : m_Hosts(std::move(hosts)),
       m_Options(options),
       m_Connections(options.mostConnections, options.mostConnectionsOfPeer),
+      m_Context{m_Hosts, m_Connections, options.requestLimit, options.answerLimit},
       m_Listeners(options.port) {
   ListenFirst();
-  m_Daemon.reset(StartDaemon(m_Hosts, m_Connections, m_Options));
+  m_Daemon.reset(StartDaemon(m_Context, m_Options.mostConnections));
 }
 
 Server::~Server() {
@@ -97,6 +105,12 @@ std::string Server::Addresses() const {
   return lines;
 }
 
+bool Server::IsOpenToOthers() const {
+  const std::vector<NetAddress> addresses = m_Listeners.Addresses();
+  return !std::all_of(addresses.begin(), addresses.end(),
+                      [](const NetAddress& address) { return address.IsLoopback(); });
+}
+
 // The hosts of a fabric file come and go as the file is changed.
 void Server::FollowAddresses() {
   if (!m_Options.listen.empty()) return;
@@ -114,12 +128,22 @@ void Server::Run(int stopDescriptor) {
   while (m_Listeners.Wait(stopDescriptor, kLookMilliseconds,
                           [this](Accepted accepted) { Accept(std::move(accepted)); })) {
     FollowAddresses();
+    EndOverdue();
   }
+}
+
+// However many connections come, not more often than it matters.
+void Server::EndOverdue() {
+  const auto now = ConnectionTable::Clock::now();
+  if (now < m_NextLook) return;
+  m_NextLook = now + std::chrono::milliseconds(kLookMilliseconds);
+  m_Connections.EndOverdue(now);
 }
 
 void Server::Accept(Accepted accepted) {
   const int socket = accepted.socket.Get();
-  if (!m_Connections.Add(socket, accepted.peerAddress, accepted.localAddress)) {
+  if (!m_Connections.Add(socket, accepted.peerAddress, accepted.localAddress,
+                         ConnectionTable::Clock::now() + m_Options.requestLimit)) {
     [[maybe_unused]] const ssize_t sent = send(socket, kTooMany.data(), kTooMany.size(), MSG_NOSIGNAL);
     shutdown(socket, SHUT_WR);
     return;

@@ -5,6 +5,7 @@
 #ifndef AGENT_SERVER_H_
 #define AGENT_SERVER_H_
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -13,6 +14,7 @@
 
 #include "agent/ConnectionTable.h"
 #include "agent/Listeners.h"
+#include "agent/RequestHandler.h"
 #include "agent/ServedHosts.h"
 #include "provider/NetAddress.h"
 
@@ -25,7 +27,10 @@ struct ServerOptions {
   std::uint16_t port = provider::kAgentPort;
   std::size_t mostConnections = 1024;
   std::size_t mostConnectionsOfPeer = 64;  // to one host
-  unsigned int idleSeconds = 30;           // after which a silent connection is closed
+  // From the connection's begin, or its last answer, to a whole request; and for the answer to be taken. Looked
+  // at once a second.
+  std::chrono::seconds requestLimit{15};
+  std::chrono::seconds answerLimit{30};
 };
 
 class Server {
@@ -39,6 +44,8 @@ class Server {
 
   // "listening on ...": a line for each address, one for all when they are many.
   std::string Addresses() const;
+  // Whether others than this machine can connect.
+  bool IsOpenToOthers() const;
   std::uint16_t Port() const { return m_Listeners.Port(); }
 
   // Takes connections until `stopDescriptor` becomes readable.
@@ -53,11 +60,14 @@ class Server {
   void FollowAddresses();
   void ListenFirst();
   void Accept(Accepted accepted);
+  void EndOverdue();
 
   const ServedHosts m_Hosts;
   const ServerOptions m_Options;
+  ConnectionTable::Clock::time_point m_NextLook;
   std::string m_Complaint;  // why an address could not be listened on; said once
   ConnectionTable m_Connections;
+  const RequestContext m_Context;
   Listeners m_Listeners;
   std::unique_ptr<MHD_Daemon, StopDaemon> m_Daemon;
 };

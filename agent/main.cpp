@@ -45,6 +45,10 @@ void Serve(const Options& options) {
   Server server(OpenHosts(options), options.server);
   DropPrivileges(options.user);
   LogLines(server.Addresses());
+  if (server.IsOpenToOthers()) {
+    provider::LogLine(
+        "warning: others than this machine can connect; all who can may read, and nothing is encrypted");
+  }
   server.Run(stop.Get());
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -83,6 +84,11 @@ AgentProcess::AgentProcess(const Hosts& remote) {
   Start();
 }
 
+AgentProcess::AgentProcess(const std::string& listen) : m_Listen(listen) {
+  WriteFabric(m_Scratch, {});
+  Start();
+}
+
 AgentProcess::~AgentProcess() {
   if (m_Process > 0) End(SIGKILL);
 }
@@ -95,17 +101,24 @@ void AgentProcess::Start() {
   m_Process = fork();
   if (m_Process == 0) {
     dup2(pipe[1], STDERR_FILENO);
+    const char* const none = nullptr;
+    if (!m_Listen.empty() && unshare(CLONE_NEWNET) != 0) _exit(126);
     execl(AGENT_PROGRAM, AGENT_PROGRAM, "--fabric", file.c_str(), "--port", port.c_str(), "--user", "root",
-          static_cast<char*>(nullptr));
+          m_Listen.empty() ? none : "--listen", m_Listen.c_str(), none);
     _exit(127);
   }
   close(pipe[1]);
   m_Log = FileDescriptor(pipe[0]);
+  const std::string line = NextLine();
+  ASSERT_NE(line.find("listening on "), std::string::npos) << line;
+  m_Port = static_cast<std::uint16_t>(std::stoul(line.substr(line.rfind(':') + 1)));
+}
+
+std::string AgentProcess::NextLine() const {
   std::string line;
   char c = 0;
   while (read(m_Log.Get(), &c, 1) == 1 && c != '\n') line += c;
-  ASSERT_NE(line.find("listening on "), std::string::npos) << line;
-  m_Port = static_cast<std::uint16_t>(std::stoul(line.substr(line.rfind(':') + 1)));
+  return line;
 }
 
 int AgentProcess::End(int signal) {
@@ -188,13 +201,23 @@ std::string Client::Ask(const std::string& request) {
   return answer;
 }
 
-bool Client::IsClosed() const {
+std::optional<std::string> Client::ReadToEnd() const {
+  std::string said;
   char bytes[4096];
   ssize_t count = 0;
-  do {
-    count = recv(m_Socket.Get(), bytes, sizeof(bytes), 0);
-  } while (count > 0);
-  return count == 0 || errno == ECONNRESET;
+  while ((count = recv(m_Socket.Get(), bytes, sizeof(bytes), 0)) > 0)
+    said.append(bytes, static_cast<std::size_t>(count));
+  return count == 0 || errno == ECONNRESET ? std::optional(said) : std::nullopt;
+}
+
+bool Client::IsCutOffDribbling() const {
+  constexpr int kPauseMilliseconds = 50;
+  pollfd end{m_Socket.Get(), POLLRDHUP, 0};
+  for (int i = 0; i < kPatienceMilliseconds / kPauseMilliseconds; ++i) {
+    const bool isTaken = send(m_Socket.Get(), "x", 1, MSG_NOSIGNAL) == 1;
+    if (!isTaken || poll(&end, 1, kPauseMilliseconds) != 0) return true;
+  }
+  return false;
 }
 
 bool HasIpv6() {

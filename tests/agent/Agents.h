@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -68,11 +69,15 @@ class Agent {
 class AgentProcess {
  public:
   explicit AgentProcess(const Hosts& remote);
+  // Serves the local host there, in a network of its own.
+  explicit AgentProcess(const std::string& listen);
   ~AgentProcess();
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
 
   void Start();
+  // The next line on standard error, after the first.
+  std::string NextLine() const;
   // Returns what waitpid says.
   int End(int signal);
   std::uint16_t Port() const { return m_Port; }
@@ -81,6 +86,7 @@ class AgentProcess {
 
  private:
   Scratch m_Scratch;
+  std::string m_Listen;
   std::uint16_t m_Port = 0;
   pid_t m_Process = -1;
   provider::FileDescriptor m_Log;
@@ -112,10 +118,15 @@ class Client {
 
   // Sends, and returns the answer as far as its Content-Length says; empty when the connection is closed.
   std::string Ask(const std::string& request);
-  std::string Get(const std::string& path) { return Ask("GET " + path + " HTTP/1.1\r\nHost: h\r\n\r\n"); }
+  std::string Get(const std::string& path) { return Ask(Request(path)); }
+  static std::string Request(const std::string& path) {
+    return "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+  }
   void Send(const std::string& bytes) const;
-  // Waits for the other side to close, whatever it says before; false when it does not.
-  bool IsClosed() const;
+  // What the other side says until it closes; nothing when it does not.
+  std::optional<std::string> ReadToEnd() const;
+  // Sends a byte at a time for as long as the other side takes them; false when it takes them for ten seconds.
+  bool IsCutOffDribbling() const;
 
  private:
   provider::FileDescriptor m_Socket;
