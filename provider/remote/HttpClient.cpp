@@ -1,10 +1,12 @@
 #include "provider/remote/HttpClient.h"
 
 #include <curl/curl.h>
+#include <strings.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <climits>
+#include <string_view>
 
 #include "rmapi/rmapi.h"
 
@@ -37,10 +39,24 @@ std::size_t TakeBody(const char* bytes, std::size_t /*one*/, std::size_t count, 
   }
 }
 
-std::size_t TakeHeader(const char* /*bytes*/, std::size_t size, std::size_t count, void* sink) noexcept {
+// curl unpacks what comes packed on the way, asked for or not and packed up to five times over: a few bytes
+// would be gigabytes to look through, without a look at the clock. Agents send bytes as they are, at most in
+// chunks.
+bool IsPacked(std::string_view header) {
+  constexpr std::string_view kName = "transfer-encoding:";
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const auto equals = [](std::string_view text, std::string_view other) {
+    return text.size() == other.size() && strncasecmp(text.data(), other.data(), text.size()) == 0;
+  };
+  if (!equals(header.substr(0, kName.size()), kName)) return false;
+  header.remove_prefix(std::min(header.find_first_not_of(kBlanks, kName.size()), header.size()));
+  return !equals(header.substr(0, header.find_last_not_of(kBlanks) + 1), "chunked");
+}
+
+std::size_t TakeHeader(const char* bytes, std::size_t /*one*/, std::size_t count, void* sink) noexcept {
   auto& into = *static_cast<Sink*>(sink);
-  into.headerBytes += size * count;
-  return into.headerBytes > kMostHeaderBytes ? 0 : size * count;
+  into.headerBytes += count;
+  return into.headerBytes > kMostHeaderBytes || IsPacked({bytes, count}) ? kRefused : count;
 }
 
 // The programs that the application starts have no use for our connections.

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <random>
+#include <sstream>
 
 #include "provider/remote/RemoteHost.h"
 #include "provider/remote/WireCodec.h"
@@ -61,6 +62,29 @@ TEST_F(BadAnswers, GoodOnesAreTaken) {
   EXPECT_EQ(StatusOf(Http(R"({"records": ["0x1000000000000001"], "status": 0, "format_version": 1})")),
             RM_STATUS_OK);
   EXPECT_EQ(StatusOf(Http("", "503 Service Unavailable")), RM_STATUS_BUSY);
+}
+
+std::string InChunks(const std::string& body, const std::string& encoding) {
+  std::ostringstream answer;
+  answer << "HTTP/1.1 200 OK\r\nTransfer-Encoding: " << encoding << "\r\n\r\n"
+         << std::hex << body.size() << "\r\n"
+         << body << "\r\n0\r\n\r\n";
+  return answer.str();
+}
+
+// What is packed is not unpacked, because nobody knows how large it is.
+TEST_F(BadAnswers, PackedOnesAreRefused) {
+  constexpr char kPacked[] =  // a document without names, by gzip
+      "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xab\x56\x4a\xcb\x2f\xca\x4d\x2c\x89\x2f\x4b\x2d"
+      "\x2a\xce\xcc\xcf\x53\xb2\x52\x30\xd4\x51\x50\x2a\x2e\x49\x2c\x29\x2d\x06\x72\x0c\x80\x9c"
+      "\xa2\xd4\xe4\xfc\xa2\x14\x10\x2f\x3a\xb6\x16\x00\x5c\x90\xf2\x8f\x31\x00\x00\x00";
+  const std::string packed(kPacked, sizeof(kPacked) - 1);
+  EXPECT_EQ(StatusOf(InChunks(Names(""), "chunked")), RM_STATUS_OK);
+  EXPECT_EQ(StatusOf(InChunks(Names(""), "gzip, chunked")), RM_STATUS_HOST_UNUSABLE);
+  for (const char* encoding : {"gzip, chunked", "x-gzip,\tchunked", "chunked, gzip", "gzip", ""}) {
+    EXPECT_EQ(StatusOf(InChunks(packed, encoding)), RM_STATUS_HOST_UNUSABLE) << encoding;
+  }
+  EXPECT_EQ(StatusOf(Http(packed, "200 OK", "Content-Encoding: gzip\r\n")), RM_STATUS_HOST_UNUSABLE);
 }
 
 TEST_F(BadAnswers, GarbageMakesAHostUnusable) {
