@@ -3,14 +3,17 @@
 //
 // The program is its own provider: its RM_ functions come before those of librmapi.so, answer at once or after
 // a fixed delay, and note how long each kind of call really took. Cases:
-//   cycle   one full cycle over 200 ports with a delay on every boundary call; wall / limit
-//   memory  1,000 ports x 64 targets after 100 cycles, full and lite in turn; resident growth / bytes of
-//   records
-//   sick    16 ports, the target read of one hangs: when all are listed, how long a stop takes
-//   refresh one port among 10,000 read again; processor time / 1 ms
-// Exits with 1 when a limit is missed.
+//   cycle     one full cycle over 200 ports with a delay on every boundary call; wall / limit
+//   memory-64, memory-16, memory-4
+//             30 cycles, full and lite in turn, of ports with so many targets each; bytes in use / bytes of
+//             records, after the last cycle and at most in a callback; most resident / most in use
+//   sick      16 ports, the target read of one hangs: when all are listed, how long a stop takes
+//   refresh   one port among 10,000 read again; processor time / 1 ms
+// Each runs in a process of its own, unless one is named. Exits with 1 when a limit is missed.
 
+#include <malloc.h>
 #include <sys/sysinfo.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -116,9 +119,9 @@ bool BenchCycle() {
   HBADisc_Terminate();
 
   constexpr double kPause = 1.0;
-  constexpr double kSlices = 0.5 + 0.25;  // a worker wakes, and is seen idle
+  constexpr double kSlice = 0.25;  // until the workers are seen idle
   const double gathering = std::max({SpentOn(kTargetLock), SpentOn(kVPortLock), SpentOn(kOther) / kWorkers});
-  const double limit = kPause + SpentOn(kEnumeration) + gathering + kSlices;
+  const double limit = kPause + SpentOn(kEnumeration) + gathering + kSlice;
   std::printf(
       "  enumeration %u calls %.3f s; under the target lock %u calls %.3f s; under the virtual-port lock %u "
       "calls %.3f s; others %u\n",
@@ -128,22 +131,58 @@ bool BenchCycle() {
   return Verdict("cycle", wall / limit, 1.05);
 }
 
-std::size_t ResidentBytes() {
+struct Memory {
+  double inUse = 0;     // bytes that were asked for and not given back, with what the heap adds to each
+  double resident = 0;  // bytes of pages, also those that the heap keeps for later
+};
+
+Memory Measure() {
   std::ifstream statm("/proc/self/statm");
-  std::size_t total = 0;
-  std::size_t resident = 0;
+  double total = 0;
+  double resident = 0;
   statm >> total >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const auto heap = mallinfo2();
+  return {static_cast<double>(heap.uordblks + heap.hblkhd),
+          resident * static_cast<double>(sysconf(_SC_PAGESIZE))};
 }
 
-bool BenchMemory() {
-  gs_Host = {1000, 64, std::chrono::microseconds(0)};
-  constexpr unsigned int kCycles = 100;
-  std::printf("\nmemory: %u ports x %u targets, %u cycles, full and lite in turn\n", gs_Host.ports,
-              gs_Host.targets, kCycles);
-  CycleWatch watch;
-  const std::size_t before = ResidentBytes();
-  HBADisc_RegisterCallBack(CycleWatch::OnCallBack, HBADISC_EVENT_EVERY_CYCLE, &watch);
+// Measures in each callback, when the lists of a cycle are alive beside the current one.
+class MemoryWatch {
+ public:
+  static void OnCallBack(unsigned int reason, void* context) {
+    auto* watch = static_cast<MemoryWatch*>(context);
+    const Memory now = Measure();
+    watch->m_Highest = {std::max(watch->m_Highest.inUse, now.inUse),
+                        std::max(watch->m_Highest.resident, now.resident)};
+    CycleWatch::OnCallBack(reason, &watch->m_Cycles);
+  }
+
+  void Await(unsigned int cycles) { m_Cycles.Await(cycles); }
+  const Memory& Highest() const { return m_Highest; }  // as of the cycle that was awaited
+
+ private:
+  CycleWatch m_Cycles;
+  Memory m_Highest;
+};
+
+// A cycle's lists go after its callback.
+Memory MeasureAtRest() {
+  Memory last = Measure();
+  for (;;) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    const Memory now = Measure();
+    if (now.inUse == last.inUse) return now;
+    last = now;
+  }
+}
+
+bool BenchMemory(unsigned int ports, unsigned int targets) {
+  gs_Host = {.ports = ports, .targets = targets};
+  constexpr unsigned int kCycles = 30;
+  std::printf("\nmemory: %u ports x %u targets, %u cycles, full and lite in turn\n", ports, targets, kCycles);
+  MemoryWatch watch;
+  const Memory before = Measure();
+  HBADisc_RegisterCallBack(MemoryWatch::OnCallBack, HBADISC_EVENT_EVERY_CYCLE, &watch);
   HBADisc_StartupEx(3600, HBADISC_NO_OOB_DISCOVERY, 1);
   watch.Await(1);
   for (unsigned int cycle = 2; cycle <= kCycles; ++cycle) {
@@ -154,14 +193,21 @@ bool BenchMemory() {
     }
     watch.Await(cycle);
   }
-  const std::size_t after = ResidentBytes();
+  const Memory after = MeasureAtRest();
   HBADisc_Terminate();
+  const Memory highest = watch.Highest();
   const double records =
-      static_cast<double>(gs_Host.ports) *
-      (sizeof(HBA_info_v4) + gs_Host.targets * static_cast<double>(sizeof(RM_NodeInfoEntry)));
-  const double grown = static_cast<double>(after) - static_cast<double>(before);
-  std::printf("  records %.1f MiB, resident growth %.1f MiB\n", records / 0x1p20, grown / 0x1p20);
-  return Verdict("memory", grown / records, 1.3);
+      ports * (sizeof(HBA_info_v4) + targets * static_cast<double>(sizeof(RM_NodeInfoEntry)));
+  std::printf(
+      "  records %.1f MiB; in use %.1f MiB at rest, %.1f MiB in a callback; resident %.1f and %.1f MiB\n",
+      records / 0x1p20, (after.inUse - before.inUse) / 0x1p20, (highest.inUse - before.inUse) / 0x1p20,
+      (after.resident - before.resident) / 0x1p20, (highest.resident - before.resident) / 0x1p20);
+  constexpr double kListLimit = 1.3;
+  bool good = Verdict("at rest", (after.inUse - before.inUse) / records, kListLimit);
+  // The current list and a full cycle's are alive together.
+  good = Verdict("callback", (highest.inUse - before.inUse) / records, 2 * kListLimit) && good;
+  // Each worker thread's heap keeps what its busiest cycle took.
+  return Verdict("resident", (highest.resident - before.resident) / (highest.inUse - before.inUse), 3) && good;
 }
 
 unsigned int CountPorts() {
@@ -314,25 +360,46 @@ PROVIDER int RM_VPList(const unsigned char*, const unsigned char*, RM_VPortList*
 
 }  // extern "C"
 
+namespace {
+
+struct Case {
+  const char* name;
+  bool (*run)();
+};
+
+constexpr Case kCases[] = {{"memory-64", [] { return BenchMemory(1'000, 64); }},
+                           {"memory-16", [] { return BenchMemory(10'000, 16); }},
+                           {"memory-4", [] { return BenchMemory(10'000, 4); }},
+                           {"cycle", BenchCycle},
+                           {"refresh", BenchRefresh},
+                           {"sick", BenchSick}};
+
+// What one case leaves behind must not hide what another one takes.
+bool RunInProcessOfItsOwn(const char* program, const Case& one) {
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    execl("/proc/self/exe", program, one.name, nullptr);
+    _exit(2);
+  }
+  int status = -1;
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  struct Case {
-    const char* name;
-    bool (*run)();
-  };
-  // Memory first: what the other cases leave behind must not hide growth.
-  constexpr Case kCases[] = {
-      {"memory", BenchMemory}, {"cycle", BenchCycle}, {"refresh", BenchRefresh}, {"sick", BenchSick}};
   bool good = true;
-  bool known = false;
-  PrintCircumstances();
+  if (argc < 2) {
+    PrintCircumstances();
+    for (const Case& one : kCases) good = RunInProcessOfItsOwn(argv[0], one) && good;
+    return good ? 0 : 1;
+  }
   for (const Case& one : kCases) {
-    if (argc > 1 && std::strcmp(argv[1], one.name) != 0) continue;
-    known = true;
-    good = one.run() && good;
+    if (std::strcmp(argv[1], one.name) == 0) return one.run() ? 0 : 1;
   }
-  if (!known) {
-    std::fprintf(stderr, "usage: cycle_bench [memory|cycle|refresh|sick]\n");
-    return 2;
-  }
-  return good ? 0 : 1;
+  std::fprintf(stderr, "usage: cycle_bench [CASE]; cases:");
+  for (const Case& one : kCases) std::fprintf(stderr, " %s", one.name);
+  std::fprintf(stderr, "\n");
+  return 2;
 }
