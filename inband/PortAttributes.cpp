@@ -76,12 +76,20 @@ class AttributeBuffer {
   }
 
   const char* Text(RM_AttributeId id, int* status) const {
-    return static_cast<const char*>(Find(id, true, status));
+    return static_cast<const char*>(Find(
+        id, [](unsigned int type) { return type == RM_ATTRIBUTE_TEXT; }, status));
   }
 
-  // Null, or at least one byte of a value that is no text.
+  // Null, or the 8 bytes of a value that is a name.
+  const unsigned char* Name(RM_AttributeId id, int* status) const {
+    return static_cast<const unsigned char*>(Find(
+        id, [](unsigned int type) { return type == RM_ATTRIBUTE_NAME; }, status));
+  }
+
+  // Null, or the at least 4 bytes of a value that is no text.
   const unsigned char* Bytes(RM_AttributeId id, int* status) const {
-    return static_cast<const unsigned char*>(Find(id, false, status));
+    return static_cast<const unsigned char*>(Find(
+        id, [](unsigned int type) { return type != RM_ATTRIBUTE_TEXT; }, status));
   }
 
   std::optional<std::uint32_t> Number(RM_AttributeId id, int* status) const {
@@ -93,14 +101,16 @@ class AttributeBuffer {
   }
 
  private:
-  const void* Find(RM_AttributeId id, bool text, int* status) const {
+  using IsWanted = bool (*)(unsigned int type);
+
+  const void* Find(RM_AttributeId id, IsWanted isWanted, int* status) const {
     unsigned int type = 0;
     *status = RM_STATUS_OK;
     const void* value = RM_GetAttributeValue(m_Bytes.data(), id, &type, status);
     if (*status != RM_STATUS_OK) return nullptr;
     if (value == nullptr) {
       *status = RM_STATUS_FAILED;
-    } else if ((type == RM_ATTRIBUTE_TEXT) != text) {
+    } else if (!isWanted(type)) {
       // A value of another type must not be read as what was asked for.
       *status = RM_STATUS_NOT_FOUND;
     }
@@ -274,7 +284,7 @@ void AttributeReader::ReadPortType() {
 }
 
 void AttributeReader::ReadFCName(RM_AttributeId id, std::uint8_t* name, const char* whenMissing) {
-  if (const unsigned char* value = m_Buffer.Bytes(id, &m_Status)) {
+  if (const unsigned char* value = m_Buffer.Name(id, &m_Status)) {
     std::memcpy(name, value, sizeof(HBA_NAME));
   } else {
     LogMissing(whenMissing);
@@ -333,7 +343,7 @@ void AttributeReader::ReadISCSINames() {
 
 void AttributeReader::ReadOtherPort() {
   LogCNAPort();
-  if (const unsigned char* value = m_Buffer.Bytes(RM_ATTR_FUNCTION_NODE_NAME, &m_Status)) {
+  if (const unsigned char* value = m_Buffer.Name(RM_ATTR_FUNCTION_NODE_NAME, &m_Status)) {
     std::memcpy(m_Info.nodeWwn, value, sizeof(m_Info.nodeWwn));
   }
   if (const char* name = m_Buffer.Text(RM_ATTR_MODEL, &m_Status)) {

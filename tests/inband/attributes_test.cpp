@@ -295,6 +295,18 @@ TEST_F(PortAttributes, ValuesOfTheWrongTypeOrWithoutValueAreMissing) {
   EXPECT_EQ(m_Log.Count(kText + "Could not get HBA port number attribute value"), 1);
 }
 
+// A value is as long as its type says, so that a number in a name's place has no 8 bytes to copy.
+TEST_F(PortAttributes, NamesComeFromNamesOnly) {
+  for (const unsigned int id : {518U, 535U, 571U}) Set(id, 0x41414141);
+  for (const std::uint32_t type : {0U, 3U}) {  // FC, NIC
+    Set(556, type);
+    ReadAfresh();
+    EXPECT_EQ(WwpnKey(Record().nodeWwn), 0U) << type;
+    EXPECT_EQ(WwpnKey(Record().fabricName), 0U) << type;
+  }
+  EXPECT_EQ(m_Log.Find(kText + "Could not get node WWN attribute value").mask, 33U);
+}
+
 TEST_F(PortAttributes, FailedCallsAndDisabledWorkersLeaveAClearedRecord) {
   ASSERT_EQ(Read(), 0);
   m_Provider.Script("RM_GetDiscoveryAttributes", {{64}});
