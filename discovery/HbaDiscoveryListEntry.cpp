@@ -105,14 +105,23 @@ void CHbaEntry::AddVF(HBA_NAME address) {
 
 void CHbaEntry::ClearTargets() {
   ReplaceTargets({});
+  m_State.targetsRead = true;
 }
 
 void CHbaEntry::ClearVPorts() {
   ReplaceVPorts({});
+  m_State.vportsRead = true;
 }
 
 void CHbaEntry::ClearVFs() {
   ReplaceVFs({});
+  m_State.vfsRead = true;
+}
+
+void CHbaEntry::ClearBelow() {
+  ClearTargets();
+  ClearVPorts();
+  ClearVFs();
 }
 
 unsigned int CHbaEntry::GetTargetCount() const {
@@ -146,15 +155,20 @@ CVFList CHbaEntry::GetVFList() const {
 }
 
 void CHbaEntry::TakeTargets(const CHbaEntry& from) {
+  m_State.targetsRead = from.m_State.targetsRead;
+  if (!from.m_State.targetsRead) return;
+  m_State.targetBindType = from.m_State.targetBindType;
   ReplaceTargets(from.GetTargetList());
 }
 
 void CHbaEntry::TakeVPorts(const CHbaEntry& from) {
-  ReplaceVPorts(from.GetVPortList());
+  m_State.vportsRead = from.m_State.vportsRead;
+  if (from.m_State.vportsRead) ReplaceVPorts(from.GetVPortList());
 }
 
 void CHbaEntry::TakeVFs(const CHbaEntry& from) {
-  ReplaceVFs(from.GetVFList());
+  m_State.vfsRead = from.m_State.vfsRead;
+  if (from.m_State.vfsRead) ReplaceVFs(from.GetVFList());
 }
 
 // The old list leaves in the parameter, so that its entries are freed without the lock.

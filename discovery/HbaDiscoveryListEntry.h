@@ -1,10 +1,14 @@
 // One adapter port: its record, how it is reached, the marks and counters of the discovery cycles, and what
 // hangs off it (targets, virtual ports, virtual functions, iSCSI names).
 //
-// Thread safety: the three lists may be read and changed from any thread, each call takes the list's global
+// Thread safety: the three lists may be read and added to from any thread, each call takes the list's global
 // lock for as long as it exchanges or copies the handle. Everything else is for one thread at a time: an entry
 // in a shared list is touched only under that list's lock, so a worker fills a private copy and puts the result
 // into the listed entry there (the Take calls).
+//
+// What was not read is not news: an entry knows of its targets (with their bind type), its virtual ports and
+// its functions whether they were read to an answer. "None" is an answer, and so is every failure but that of a
+// port in use. A merge and the Take calls leave what the listed entry has of a part that was not read.
 //
 // Ownership: an entry owns its parts; copies share the three lists and the names until one side changes.
 #ifndef DISCOVERY_HBADISCOVERYLISTENTRY_H_
@@ -76,6 +80,15 @@ class CHbaEntry {
   unsigned int GetTargetBindType() const { return m_State.targetBindType; }
   void SetTargetBindType(unsigned int type) { m_State.targetBindType = type; }
 
+  // A new entry counts as read; whoever is about to read below a port says so first. Clearing a list is an
+  // answer too.
+  void SetNothingRead() { m_State.targetsRead = m_State.vportsRead = m_State.vfsRead = false; }
+  void SetTargetsRead(bool read) { m_State.targetsRead = read; }
+  void SetVPortsRead(bool read) { m_State.vportsRead = read; }
+  void SetVFsRead(bool read) { m_State.vfsRead = read; }
+  // Of a listed entry: whether the last look came to an answer.
+  bool AreTargetsRead() const { return m_State.targetsRead; }
+
   // How many tries are left; each call uses one up.
   unsigned int GetTargetMapRetries() { return m_State.targetMapRetries == 0 ? 0 : m_State.targetMapRetries--; }
   void ResetTargetMapRetries() { m_State.targetMapRetries = 0; }  // no tries are left, not a fresh start
@@ -102,6 +115,8 @@ class CHbaEntry {
   void ClearTargets() EXCLUDES(g_TargetLock);
   void ClearVPorts() EXCLUDES(g_VPortLock);
   void ClearVFs() EXCLUDES(g_VFListLock);
+  // For a port that by its kind has nothing below it.
+  void ClearBelow() EXCLUDES(g_TargetLock, g_VPortLock, g_VFListLock);
 
   unsigned int GetTargetCount() const EXCLUDES(g_TargetLock);
   unsigned int GetVPortCount() const EXCLUDES(g_VPortLock);
@@ -112,7 +127,8 @@ class CHbaEntry {
   CVPortList GetVPortList() const EXCLUDES(g_VPortLock);
   CVFList GetVFList() const EXCLUDES(g_VFListLock);
 
-  // Replaces this entry's list by the other's, which both share from then on.
+  // Replaces this entry's list by the other's, which both share from then on, unless the other's was not read.
+  // Targets come with their bind type.
   void TakeTargets(const CHbaEntry& from) EXCLUDES(g_TargetLock);
   void TakeVPorts(const CHbaEntry& from) EXCLUDES(g_VPortLock);
   void TakeVFs(const CHbaEntry& from) EXCLUDES(g_VFListLock);
@@ -150,6 +166,9 @@ class CHbaEntry {
     unsigned int oldTargetCount = 0;
     unsigned int targetMapRetries = 3;
     unsigned int targetBindType = 0x1002;
+    bool targetsRead = true;
+    bool vportsRead = true;
+    bool vfsRead = true;
     unsigned char proxyAddress[8] = {};
     int proxyOnly = 0;
     int ipInfoValid = 0;

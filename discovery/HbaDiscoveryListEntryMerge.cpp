@@ -68,7 +68,9 @@ int CHbaEntry::MergeHbaEntry(const CHbaEntry* newer) {
   changed |= MergeISCSINames(*newer);
   changed |= MergeTargets(*newer);
   changed |= MergeVPorts(*newer);
-  changed |= TakeIfDifferent(m_State.targetBindType, newer->m_State.targetBindType);
+  if (newer->m_State.targetsRead) {
+    changed |= TakeIfDifferent(m_State.targetBindType, newer->m_State.targetBindType);
+  }
   changed |= MergeVFs(*newer);
   return changed ? 1 : 0;
 }
@@ -101,6 +103,12 @@ bool CHbaEntry::MergeISCSINames(const CHbaEntry& newer) {
 }
 
 bool CHbaEntry::MergeTargets(const CHbaEntry& newer) {
+  m_State.targetsRead = newer.m_State.targetsRead;
+  if (!newer.m_State.targetsRead) {
+    // The visit that makes up for it reports a change only when it finds another number than is listed.
+    m_State.oldTargetCount = GetTargetCount();
+    return false;
+  }
   const CTargetList theirs = newer.GetTargetList();
   if (SameList(GetTargetList(), theirs)) return false;
   ReplaceTargets(theirs.AsKind(IsISCSIPort()));
@@ -108,6 +116,8 @@ bool CHbaEntry::MergeTargets(const CHbaEntry& newer) {
 }
 
 bool CHbaEntry::MergeVPorts(const CHbaEntry& newer) {
+  m_State.vportsRead = newer.m_State.vportsRead;
+  if (!newer.m_State.vportsRead) return false;
   const CVPortList theirs = newer.GetVPortList();
   if (SameList(GetVPortList(), theirs)) return false;
   ReplaceVPorts(theirs);
@@ -115,6 +125,8 @@ bool CHbaEntry::MergeVPorts(const CHbaEntry& newer) {
 }
 
 bool CHbaEntry::MergeVFs(const CHbaEntry& newer) {
+  m_State.vfsRead = newer.m_State.vfsRead;
+  if (!newer.m_State.vfsRead) return false;
   const CVFList theirs = newer.GetVFList();
   if (SameList(GetVFList(), theirs)) return false;
   ReplaceVFs(theirs);

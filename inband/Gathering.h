@@ -5,11 +5,17 @@
 #include <cstdint>
 
 #include "discovery/DiscoveryLog.h"
+#include "rmapi/rmapi.h"
 #include "thread/zyl_thread_pool.h"
 
 // Whether to go on. Calls that no worker makes are never cut short.
 inline bool IsWorkerEnabled(const CZylTpThread* thread) {
   return thread == nullptr || thread->IsEnabled() != 0;
+}
+
+// A port in use has not answered: what is known of it stays. Every other failure is an answer.
+inline bool IsAnswer(int status) {
+  return status != RM_STATUS_LOCKED && status != RM_STATUS_TRY_AGAIN;
 }
 
 // Ports of remote hosts are read with few words; their cycle has masks of its own.

@@ -181,6 +181,8 @@ void CPortInfo::AddLocalPort(const LocalBoard& board) {
   entry.SetLinkStatus(board.linkStatus);
   entry.SetSpecialFeatures(info.specialFeatures);
   if (IsISCSIPort(info.specialFeatures)) board.names.StoreIn(entry.GetISCSINames());
+  entry.SetNothingRead();
+  if (IsTargetModePort(info)) entry.ClearBelow();
   if (m_LiteDiscovery != 0) {
     AddTo(m_pMainHbaList.get(), entry);
   } else {

@@ -128,12 +128,13 @@ bool CPortInfo::HasVFCountChanged(const LocalBoard& board) const {
   return true;
 }
 
-// A port's first targets may come late. Ports of other kinds use their retries up as well.
+// A port's first targets may come late. Ports of other kinds use their retries up as well. A visit that makes
+// up for one without an answer uses none up.
 void CPortInfo::RevisitWhileRetriesLast(const LocalBoard& board) {
   CHbaList& current = *m_pMainHbaList;
   CHbaListGuard guard(current);
   CHbaEntry* listed = current.FindEntry(board.info.portWwn);
-  if (listed == nullptr || listed->GetTargetMapRetries() == 0) return;
+  if (listed == nullptr || (listed->AreTargetsRead() && listed->GetTargetMapRetries() == 0)) return;
   const unsigned int features = board.info.specialFeatures;
   if (IsISCSIPort(features) || IsNICPort(features) || m_pDiscoPortsList == nullptr) return;
   CHbaEntry visit(*listed);
@@ -163,7 +164,6 @@ void CPortInfo::UpdateISCSIPort(const LocalBoard& board) {
   CHbaEntry* listed = current.FindEntry(wwn);
   if (listed == nullptr) return;
   const bool changed = HaveTargetsChanged(wwn, listed->GetTargetList(), copy.GetTargetList());
-  listed->SetTargetBindType(copy.GetTargetBindType());
   listed->TakeTargets(copy);
   if (!changed) return;
   disco_printf(kLogInBand, wwn, "Local port iSCSI target list changed");

@@ -87,10 +87,12 @@ std::optional<CHbaEntry> PortVisit::CopyListed() const {
 }
 
 // Reads targets, virtual ports and functions; true when the number of targets is not the old one. A port whose
-// number has changed needs no more visits on that account.
+// number has changed needs no more visits on that account; one that did not answer is visited again.
 bool PortVisit::ReadBelow(CHbaEntry& port) {
+  port.SetNothingRead();
   const unsigned int oldCount = port.GetOldTargetCount();
-  const bool changed = AddTargetInfo(&port, &m_Thread, 1, 1) != oldCount;
+  const unsigned int count = AddTargetInfo(&port, &m_Thread, 1, 1);
+  const bool changed = port.AreTargetsRead() && count != oldCount;
   if (!Enabled()) return false;
   if (changed) {
     port.ResetTargetMapRetries();
@@ -102,7 +104,11 @@ bool PortVisit::ReadBelow(CHbaEntry& port) {
 }
 
 void PortVisit::FileAsNew() {
-  if (!IsTargetModePort(*m_Port.GetHbaInfo())) ReadBelow(m_Port);
+  if (IsTargetModePort(*m_Port.GetHbaInfo())) {
+    m_Port.ClearBelow();
+  } else {
+    ReadBelow(m_Port);
+  }
   CHbaList& destination = *m_Block.destination;
   CHbaListGuard guard(destination);
   if (!Enabled()) return;
@@ -120,7 +126,6 @@ void PortVisit::Refresh(CHbaEntry port) {
   CHbaListGuard guard(destination);
   CHbaEntry* listed = destination.FindEntry(Wwn());
   if (listed == nullptr || !Enabled()) return;
-  listed->SetTargetBindType(port.GetTargetBindType());
   listed->TakeTargets(port);
   listed->TakeVPorts(port);
   listed->TakeVFs(port);

@@ -144,7 +144,7 @@ unsigned int TargetReader::Read() {
   if (!Enabled()) return current;
   CNodeBuffer nodes;
   const int status = ReadNodes(nodes);
-  if (!Enabled() || status == RM_STATUS_LOCKED || status == RM_STATUS_TRY_AGAIN) return current;
+  if (!Enabled() || !IsAnswer(status)) return current;
   m_Port.ClearTargets();
   if (status == RM_STATUS_OK) return StoreNodes(nodes, addAll);
   disco_printf(m_Masks.error, Wwn(), "AddTargetInfo, error getting targets %d", status);
@@ -156,6 +156,7 @@ unsigned int TargetReader::Read() {
 unsigned int AddTargetInfo(CHbaEntry* port, CZylTpThread* thread, int refresh, int verbose) {
   if (IsNICPort(port->GetSpecialFeatures())) {
     port->SetTargetBindType(0);
+    port->SetTargetsRead(true);
     return 0;
   }
   if (IsISCSIPort(port->GetSpecialFeatures())) return iSCSI_AddTargetInfo(port, thread, refresh);

@@ -5,6 +5,8 @@
 // lock, so that the local driver sees one such request at once; these locks come after any list's. Pauses
 // between tries are slept with that lock held. A null `thread` is never cut short; any other is looked at
 // between steps.
+//
+// The port's targets are marked as read once there is an answer.
 #ifndef INBAND_PORTTARGETS_H_
 #define INBAND_PORTTARGETS_H_
 

@@ -91,6 +91,7 @@ int VPortReader::Read() {
   CVPortBuffer vports;
   const auto ask = [&](RM_VPortList* list) { return RM_VPList(Proxy(), Wwn(), list); };
   int status = AskGrowing(vports, kFirstRoom, ask).value_or(kNoMemory);
+  if (IsAnswer(status)) m_Port.SetVPortsRead(true);
   if (status != RM_STATUS_OK || !Enabled()) return status;
   m_Port.ClearVPorts();
   for (std::uint32_t i = 0; i < vports.Count() && Enabled(); ++i) status = AddVPort(i, vports[i]);
@@ -100,8 +101,13 @@ int VPortReader::Read() {
 }  // namespace
 
 int AddVPortInfo(CHbaEntry* port, CZylTpThread* thread, int verbose) {
-  if (IsNICPort(port->GetSpecialFeatures())) return AddSriovVFInfo(port, thread, verbose);
-  if (IsISCSIPort(port->GetSpecialFeatures())) return RM_STATUS_OK;
+  const bool isNIC = IsNICPort(port->GetSpecialFeatures());
+  const bool isISCSI = IsISCSIPort(port->GetSpecialFeatures());
+  // What a kind of port never has needs no call to be known.
+  if (isNIC || isISCSI) port->SetVPortsRead(true);
+  if (!isNIC) port->SetVFsRead(true);
+  if (isNIC) return AddSriovVFInfo(port, thread, verbose);
+  if (isISCSI) return RM_STATUS_OK;
   VPortReader reader(port, thread, verbose);
   if (port->IsLocalPort() == 0) return reader.Read();
   CZylLockGuard guard(gs_LocalVPortDiscoveryLock);
@@ -110,6 +116,7 @@ int AddVPortInfo(CHbaEntry* port, CZylTpThread* thread, int verbose) {
 
 int AddSriovVFInfo(CHbaEntry* port, CZylTpThread* /*thread*/, int /*verbose*/) {
   const unsigned char* wwn = port->GetHbaInfo()->portWwn;
+  port->SetVFsRead(true);
   CVFBuffer functions;
   if (!functions.Allocate(kFirstVFRoom)) return 0;
   int status = RM_GetVirtualFunctionList(port->GetProxyAddress(), wwn, functions.Request());
@@ -118,6 +125,7 @@ int AddSriovVFInfo(CHbaEntry* port, CZylTpThread* /*thread*/, int /*verbose*/) {
     if (!functions.Grow()) return 0;
     status = RM_GetVirtualFunctionList(port->GetProxyAddress(), wwn, functions.Request());
   }
+  port->SetVFsRead(IsAnswer(status));
   if (status == RM_STATUS_OK && functions.Count() != 0) {
     disco_printf(kLogInBand, wwn, "Virtual Functions:");
     for (std::uint32_t i = 0; i < functions.Count(); ++i) {

@@ -193,7 +193,7 @@ void HostVisit::LogPort(const CHbaEntry& port) const {
 }
 
 void HostVisit::ReadBelow(CHbaEntry& port) {
-  if (IsTargetModePort(*port.GetHbaInfo())) return;
+  if (IsTargetModePort(*port.GetHbaInfo())) return port.ClearBelow();
   AddTargetInfo(&port, &m_Thread, m_Cycle.IsForced() ? 1 : 0, 0);
   AddVPortInfo(&port, &m_Thread, 0);
 }
@@ -216,6 +216,7 @@ int HostVisit::VisitPort(const HBA_NAME& wwpn) {
   HBA_info_v4 info{};
   std::memcpy(info.portWwn, wwpn.wwn, sizeof(info.portWwn));
   CHbaEntry port(&info, nullptr, 0, m_Proxy, 1, &m_Host);
+  port.SetNothingRead();
   const int status = ReadAttributes(port);
   if (!Enabled()) return status;
   CompleteLinkStatus(port, status);

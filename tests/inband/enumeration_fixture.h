@@ -35,9 +35,15 @@ class Enumeration : public testing::Test {
   int LiteCycle(unsigned int mark = 1) {
     return m_Ports.BuildDiscoPortsList(m_Current, nullptr, m_Slow, 1, mark);
   }
-  // A full cycle whose result becomes the current list.
+  // A full cycle whose workers find nothing below the ports, and whose result becomes the current list.
   void Settle() {
     ASSERT_EQ(FullCycle(), 0);
+    {
+      CHbaListGuard guard(*m_New);
+      for (CHbaEntry* port = m_New->GetFirstEntry(); port != nullptr; port = m_New->GetNextEntry()) {
+        port->ClearBelow();
+      }
+    }
     m_Current->MergeLists(m_New.get(), 1, 1);
   }
 

@@ -80,6 +80,29 @@ TEST_F(Lite, AKnownPortIsVisitedWhileItsRetriesLast) {
   EXPECT_EQ(m_Current->IsModified(), 0);
 }
 
+TEST_F(Lite, APortThatDidNotAnswerIsVisitedUntilItDoes) {
+  AddBoard(0);
+  AddBoard(1).info.modelId = RM_MODEL_TARGET_MODE;
+  for (std::uint64_t number = 0; number < 2; ++number) {
+    ASSERT_EQ(FullCycle(), 0);
+    m_Current->MergeLists(m_New.get(), 1, 1);
+  }
+  ChangeListed(kPort, [](CHbaEntry& port) { port.ResetTargetMapRetries(); });
+  ChangeListed(kPort + 1, [](CHbaEntry& port) { port.ResetTargetMapRetries(); });
+  for (int i = 0; i < 5; ++i) {
+    ASSERT_EQ(LiteCycle(), 0);
+    EXPECT_EQ(ToVisit(), List{kPort}) << "a port in target mode has no targets to wait for";
+  }
+  ChangeListed(kPort, [](CHbaEntry& port) { port.ClearTargets(); });
+  ASSERT_EQ(LiteCycle(), 0);
+  EXPECT_EQ(ToVisit(), List{});
+
+  ChangeListed(kPort, [](CHbaEntry& port) { port = MakePort(Info(kPort)), port.SetNothingRead(); });
+  ChangeListed(kPort, [](CHbaEntry& port) { port.SetLinkStatus(1); });
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(LiteCycle(), 0);
+  EXPECT_EQ(ListedPort(kPort).GetTargetMapRetries(), 3U) << "no answer uses none up";
+}
+
 // A new name asks for a full cycle when it is added and in the next lite cycle, then the flags rest.
 TEST_F(Lite, ANewTargetNameReportsAChangeTwice) {
   AddBoard(0);

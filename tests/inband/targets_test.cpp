@@ -92,7 +92,9 @@ TEST_F(Targets, OnlyALockedPortKeepsItsTargets) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.status);
     SetRoom(4);
+    m_Entry.SetNothingRead();
     ExpectTargets(row.targets, std::vector<Step>(5, {row.status}));
+    EXPECT_EQ(m_Entry.AreTargetsRead(), row.targets == 0);
     EXPECT_EQ(m_Provider.Rooms(kNodeCall), std::vector<std::uint32_t>(row.tries, 4)) << "each as the first";
     m_Provider.Script(kNodeCall, {});
   }
@@ -161,7 +163,9 @@ TEST_F(Targets, AStoppedWorkerLeavesTheTargets) {
 
 TEST_F(Targets, OtherKindsOfPorts) {
   m_Entry = MakePort(Info(kPort, RM_FEATURE_NIC));
+  m_Entry.SetNothingRead();
   EXPECT_EQ(Read(), 0U);
+  EXPECT_TRUE(m_Entry.AreTargetsRead()) << "it has none";
   EXPECT_EQ(m_Entry.GetTargetBindType(), 0U);
   EXPECT_EQ(m_Provider.Calls("RM_GetDriverType"), 0);
 
@@ -200,8 +204,10 @@ TEST_F(Targets, FailedISCSIReadsClear) {
     SCOPED_TRACE(row.text);
     const _RM_ISCSI_TARGET old = ISCSITarget("iqn.old");
     m_Entry.AddTarget(&old);
+    m_Entry.SetNothingRead();
     m_Provider.Script(kISCSICall, row.steps);
     EXPECT_EQ(Read(), 0U);
+    EXPECT_TRUE(m_Entry.AreTargetsRead());
     EXPECT_EQ(m_Entry.GetTargetCount(), 0U);
     EXPECT_EQ(m_Provider.Calls(kISCSICall), row.calls);
     EXPECT_EQ(m_Log.Find(std::string("iSCSI AddTargetInfo: ") + row.text).mask, 1U);

@@ -37,6 +37,20 @@ class VPorts : public testing::Test {
   }
 
   int Read(int verbose = 1) { return AddVPortInfo(&m_Entry, nullptr, verbose); }
+  // Whether the last read says something of what a listed port has: it is marked as read.
+  bool VPortsAnswered() const {
+    CHbaEntry listed;
+    const CVPortEntry vport(Name(99).wwn);
+    listed.AddVPort(&vport);
+    listed.TakeVPorts(m_Entry);
+    return listed.GetVPortList().FindEntry(Name(99).wwn) == nullptr;
+  }
+  bool VFsAnswered() const {
+    CHbaEntry listed;
+    listed.AddVF(Name(99));
+    listed.TakeVFs(m_Entry);
+    return listed.GetVFCount() == 0;
+  }
   std::vector<unsigned int> TargetCounts() const {
     std::vector<unsigned int> counts;
     const CVPortList list = m_Entry.GetVPortList();
@@ -79,15 +93,24 @@ TEST_F(VPorts, AFailedListLeavesThem) {
   const struct {
     Step step;
     int result;
-  } rows[] = {{{64}, 64}, {{303}, 303}, {{191, 5}, 191}, {{7, 0xFFFFFFFF}, 35}};
+    bool answered;
+  } rows[] = {{{64}, 64, false},
+              {{253}, 253, false},
+              {{303}, 303, true},
+              {{191, 5}, 191, true},
+              {{7, 0xFFFFFFFF}, 35, true}};
   for (const auto& row : rows) {
+    m_Entry.SetNothingRead();
     m_Provider.Script("RM_VPList", {row.step});
     EXPECT_EQ(Read(), row.result);
     EXPECT_EQ(m_Provider.Calls("RM_VPList"), 1);
     EXPECT_EQ(m_Entry.GetVPortCount(), 3U);
+    EXPECT_EQ(VPortsAnswered(), row.answered) << row.result;
   }
   m_Port.vports.clear();
+  m_Entry.SetNothingRead();
   EXPECT_EQ(Read(), 0);
+  EXPECT_TRUE(VPortsAnswered()) << "none is an answer";
   EXPECT_EQ(m_Entry.GetVPortCount(), 0U);
 }
 
@@ -117,6 +140,23 @@ TEST_F(VPorts, AreNotAskedForByAStoppedWorkerNorOfAnISCSIPort) {
   m_Entry = MakePort(Info(kPort, RM_FEATURE_ISCSI));
   EXPECT_EQ(Read(), 0);
   EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
+}
+
+TEST_F(VPorts, FunctionsAreMarkedAsReadOnceThereIsAnAnswer) {
+  const struct {
+    std::uint32_t features;
+    Step step;
+    bool answered;
+  } rows[] = {{RM_FEATURE_NIC, {64}, false}, {RM_FEATURE_NIC, {253}, false}, {RM_FEATURE_NIC, {0}, true},
+              {RM_FEATURE_NIC, {303}, true}, {RM_FEATURE_ISCSI, {}, true},   {0, {}, true}};
+  for (const auto& row : rows) {
+    m_Entry = MakePort(Info(kPort, row.features));
+    m_Entry.SetNothingRead();
+    m_Provider.Script("RM_GetVirtualFunctionList", {row.step});
+    Read();
+    EXPECT_EQ(VFsAnswered(), row.answered) << &row - rows;
+    EXPECT_TRUE(VPortsAnswered()) << "a kind that has none needs no call";
+  }
 }
 
 TEST_F(VPorts, FunctionsOfANICAreCollected) {

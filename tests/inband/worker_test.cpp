@@ -142,6 +142,24 @@ TEST_F(Worker, PutsExactlyWhatWasReadIntoAListedPort) {
   EXPECT_EQ(m_Log.Count("Got 1 targets (oldcount=5) for HBA (system: 'host')"), 1);
 }
 
+// A full cycle's new entry says how many targets its port had; that it cannot be read now is no change of that.
+TEST_F(Worker, APortInUseKeepsWhatItHasAndItsRetries) {
+  CHbaEntry listed = AddPort(0, true);
+  const RM_NodeInfoEntry node = Node(kTarget);
+  listed.AddTarget(&node);
+  listed.SetOldTargetCount(5);
+  AddToDestination(listed);
+  AddPort(1, true);
+  m_Provider.Script("RM_GetAllNodeInfo", std::vector<Step>(10, {64}));
+  CHbaEntry now = Visit();
+  EXPECT_EQ(now.GetTargetCount(), 1U);
+  EXPECT_EQ(now.GetTargetBindType(), 0x1002U) << "of targets that were not read";
+  EXPECT_EQ(now.GetTargetMapRetries(), 3U);
+  EXPECT_FALSE(now.AreTargetsRead());
+  EXPECT_FALSE(Listed(*m_Destination, kPort + 1).AreTargetsRead());
+  EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
+}
+
 TEST_F(Worker, OtherTargetsInTheSameNumberAreNoChange) {
   CHbaEntry listed = AddPort(0, true);
   listed.SetOldTargetCount(1);

@@ -130,6 +130,45 @@ TEST(HbaEntryMerge, LeavesWhatBelongsToTheListedPort) {
   EXPECT_EQ(ownThings(listed), before);
 }
 
+// Each part below a port that was not read keeps what is listed, and one that was read and is empty does not.
+TEST(HbaEntryMerge, WhatWasNotReadIsNotNews) {
+  const Change fill = [](CHbaEntry& p) {
+    p.SetTargetBindType(3);
+    p.AddVF(Name(6));
+  };
+  using Parts = std::tuple<unsigned int, unsigned int, unsigned int, unsigned int>;
+  const struct {
+    Change read;
+    Parts kept;  // bind type, targets, virtual ports, functions
+  } rows[] = {{[](CHbaEntry&) {}, {3, 1, 1, 1}},
+              {[](CHbaEntry& p) { p.SetTargetsRead(true); }, {0x1002, 0, 1, 1}},
+              {[](CHbaEntry& p) { p.SetVPortsRead(true); }, {3, 1, 0, 1}},
+              {[](CHbaEntry& p) { p.SetVFsRead(true); }, {3, 1, 1, 0}},
+              {[](CHbaEntry& p) { p.ClearBelow(); }, {0x1002, 0, 0, 0}}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    const auto below = [](const CHbaEntry& port) {
+      return Parts(port.GetTargetBindType(), port.GetTargetCount(), port.GetVPortCount(), port.GetVFCount());
+    };
+    CHbaEntry newer = MakePort(Info(1));
+    newer.SetLinkStatus(1);
+    newer.SetNothingRead();
+    row.read(newer);
+    const CHbaEntry copy = newer;
+    CHbaEntry merged = PortWith(fill);
+    CHbaEntry taken = merged;
+    EXPECT_EQ(Merge(merged, copy), row.kept == Parts(3, 1, 1, 1) ? 0 : 1);
+    EXPECT_EQ(below(merged), row.kept);
+    EXPECT_EQ(merged.AreTargetsRead(), std::get<1>(row.kept) == 0) << "it is looked at again";
+    EXPECT_EQ(merged.GetOldTargetCount(), std::get<1>(row.kept)) << "and compared with what is listed then";
+    taken.TakeTargets(copy);
+    taken.TakeVPorts(copy);
+    taken.TakeVFs(copy);
+    EXPECT_EQ(below(taken), row.kept);
+    EXPECT_EQ(taken.AreTargetsRead(), merged.AreTargetsRead());
+  }
+}
+
 TEST(HbaEntryMerge, NewOverTemperatureStopsTheMerge) {
   CHbaEntry listed = Port();
   const CHbaEntry newer = PortWith([](CHbaEntry& p) {
