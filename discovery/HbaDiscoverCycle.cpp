@@ -95,6 +95,7 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
   Cycle cycle;
   cycle.current = m_CurrentList.Get();
   cycle.ports.SetLocalMode(m_LocalOnly.load());
+  cycle.ports.SetStopQuery([this] { return StopRequested(); });
   // Looked at once, for both: a cycle that is not lite because of a request is the requested one.
   cycle.forced = (m_State.load() & kStateForced) != 0;
   cycle.lite = !m_FullDiscoveryOnly && full == 0 && !cycle.forced;

@@ -5,13 +5,8 @@
 #include <cstdint>
 
 #include "discovery/DiscoveryLog.h"
+#include "inband/StopQuery.h"
 #include "rmapi/rmapi.h"
-#include "thread/zyl_thread_pool.h"
-
-// Whether to go on. Calls that no worker makes are never cut short.
-inline bool IsWorkerEnabled(const CZylTpThread* thread) {
-  return thread == nullptr || thread->IsEnabled() != 0;
-}
 
 // A port in use has not answered: what is known of it stays. Every other failure is an answer.
 inline bool IsAnswer(int status) {

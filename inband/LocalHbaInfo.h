@@ -11,10 +11,12 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "discovery/HbaDiscoveryList.h"
 #include "discovery/HbaDiscoveryListWwpns.h"
 #include "inband/InitiatorNames.h"
+#include "inband/StopQuery.h"
 #include "rmapi/rmapi.h"
 
 class CPortInfo {
@@ -56,6 +58,9 @@ class CPortInfo {
 
   void SetLocalMode(int localMode) { m_LocalMode = localMode; }
 
+  // A lite cycle's own reads, which wait for those of the workers of killed cycles, end when it says so.
+  void SetStopQuery(StopQuery stopped) { m_Stopped = std::move(stopped); }
+
   // Without effect.
   int GetDiscoPorts(local_hba_info* /*boards*/) { return 0; }
   int SyncFoundOnHbas(CHbaEntry* /*first*/, CHbaEntry* /*second*/) { return 0; }
@@ -94,6 +99,7 @@ class CPortInfo {
   int m_LocalMode = 0;  // stored for the controller, decides nothing here
   unsigned int m_DiscoveryMark = 0;
   unsigned int m_NumLocalHbas = 0;
+  StopQuery m_Stopped;
 };
 
 #endif  // INBAND_LOCALHBAINFO_H_

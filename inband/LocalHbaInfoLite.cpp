@@ -159,7 +159,8 @@ void CPortInfo::UpdateISCSIPort(const LocalBoard& board) {
     }
     copy = *listed;
   }
-  iSCSI_AddTargetInfo(&copy, nullptr, 0);
+  iSCSI_AddTargetInfo(&copy, m_Stopped, 0);
+  if (!copy.AreTargetsRead()) return;
   CHbaListGuard guard(current);
   CHbaEntry* listed = current.FindEntry(wwn);
   if (listed == nullptr) return;

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "inband/Gathering.h"
+#include "inband/LocalTurn.h"
 #include "inband/PortKind.h"
 #include "inband/RecordBuffer.h"
 #include "thread/zyl_thread.h"
@@ -18,7 +19,7 @@ constexpr unsigned int kDriverTypes = 15;
 // Bit n: a driver of type n maps every node that exists by itself.
 constexpr unsigned int kMappingDrivers = 0x21F8;
 
-constinit CZylThreadLock gs_LocalTargetDiscoveryLock;
+CLocalReads& gs_LocalTargetReads = *new CLocalReads;
 
 // Room of the next target list, in records. Atomic: shared by all readers, and a stale value only costs one
 // more call.
@@ -34,8 +35,8 @@ bool SaysHowMany(int status) {
 
 class TargetReader {
  public:
-  TargetReader(CHbaEntry* port, CZylTpThread* thread, int verbose)
-      : m_Port(*port), m_Thread(thread), m_Masks(verbose != 0) {}
+  TargetReader(CHbaEntry* port, CZylTpThread* thread, int verbose, const CLocalTurn& turn)
+      : m_Port(*port), m_Thread(thread), m_Masks(verbose != 0), m_Turn(turn) {}
 
   unsigned int Read();
 
@@ -58,6 +59,7 @@ class TargetReader {
   CHbaEntry& m_Port;
   CZylTpThread* const m_Thread;
   const GatherMasks m_Masks;
+  const CLocalTurn& m_Turn;
 };
 
 // Repeats a call while the port is busy. A call that was never made counts as busy.
@@ -65,6 +67,7 @@ template <typename Call>
 int TargetReader::CallPatiently(unsigned int pause, Call call) const {
   int status = RM_STATUS_LOCKED;
   for (int tries = 0; tries < kTries && Enabled(); ++tries) {
+    m_Turn.NoteCall();
     status = call();
     if (!IsBusy(status) || !Enabled() || tries + 1 == kTries) break;
     ZylSleep(pause);
@@ -163,8 +166,8 @@ unsigned int AddTargetInfo(CHbaEntry* port, CZylTpThread* thread, int refresh, i
 
   disco_printf(GatherMasks(verbose != 0).info, port->GetHbaInfo()->portWwn,
                "AddTargetInfo, last target count=%d", gs_LastTargetCount.load(std::memory_order_relaxed));
-  TargetReader reader(port, thread, verbose);
-  if (port->IsLocalPort() == 0) return reader.Read();
-  CZylLockGuard guard(gs_LocalTargetDiscoveryLock);
-  return reader.Read();
+  const CLocalTurn turn(gs_LocalTargetReads, *port, StopOf(thread));
+  if (turn.HasCome()) return TargetReader(port, thread, verbose, turn).Read();
+  port->SetTargetsRead(false);
+  return port->GetTargetCount();
 }

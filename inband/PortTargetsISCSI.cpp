@@ -1,38 +1,41 @@
 #include <optional>
 
 #include "inband/Gathering.h"
+#include "inband/LocalTurn.h"
 #include "inband/PortTargets.h"
 #include "inband/RecordBuffer.h"
-#include "thread/zyl_thread.h"
 
 namespace {
 
 constexpr std::uint32_t kFirstRoom = 128;
 
-constinit CZylThreadLock gs_LocaliSCSITargetDiscoveryLock;
+CLocalReads& gs_LocaliSCSITargetReads = *new CLocalReads;
 
 // The last status, or nothing when there is no memory for what the provider wants to return.
-std::optional<int> AskForTargets(const CHbaEntry& port, const CZylTpThread* thread, int refresh,
-                                 CISCSITargetBuffer& targets) {
+std::optional<int> AskForTargets(const CHbaEntry& port, const StopQuery& stopped, int refresh,
+                                 const CLocalTurn& turn, CISCSITargetBuffer& targets) {
   const auto ask = [&] {
+    turn.NoteCall();
     return RM_iSCSI_GetTargets(port.GetProxyAddress(), port.GetHbaInfo()->portWwn, refresh != 0 ? 1 : 0,
                                targets.Request());
   };
   int status = ask();
-  if (IsWorkerEnabled(thread) && status == RM_STATUS_FAILED) status = ask();
-  if (IsWorkerEnabled(thread) && status == RM_STATUS_BUFFER_TOO_SMALL) {
+  if (status == RM_STATUS_FAILED && !IsStopped(stopped)) status = ask();
+  if (status == RM_STATUS_BUFFER_TOO_SMALL && !IsStopped(stopped)) {
     if (!targets.Grow()) return std::nullopt;
     status = ask();
   }
   return status;
 }
 
-std::optional<int> ReadTargets(const CHbaEntry& port, const CZylTpThread* thread, int refresh,
+// As AskForTargets once the turn comes; else RM_STATUS_LOCKED, and the port's targets are marked as not read.
+std::optional<int> ReadTargets(CHbaEntry& port, const StopQuery& stopped, int refresh,
                                CISCSITargetBuffer& targets) {
   if (!targets.Allocate(kFirstRoom)) return std::nullopt;
-  if (port.IsLocalPort() == 0) return AskForTargets(port, thread, refresh, targets);
-  CZylLockGuard guard(gs_LocaliSCSITargetDiscoveryLock);
-  return AskForTargets(port, thread, refresh, targets);
+  const CLocalTurn turn(gs_LocaliSCSITargetReads, port, stopped);
+  if (turn.HasCome()) return AskForTargets(port, stopped, refresh, turn, targets);
+  port.SetTargetsRead(false);
+  return RM_STATUS_LOCKED;
 }
 
 void AddTarget(CHbaEntry& port, const _RM_ISCSI_TARGET& target, unsigned int mask) {
@@ -51,6 +54,10 @@ void AddTarget(CHbaEntry& port, const _RM_ISCSI_TARGET& target, unsigned int mas
 }  // namespace
 
 unsigned int iSCSI_AddTargetInfo(CHbaEntry* port, CZylTpThread* thread, int refresh) {
+  return iSCSI_AddTargetInfo(port, StopOf(thread), refresh);
+}
+
+unsigned int iSCSI_AddTargetInfo(CHbaEntry* port, const StopQuery& stopped, int refresh) {
   const unsigned int mask = port->IsLocalPort() != 0 ? kLogInBand : kLogOob;
   const unsigned char* wwn = port->GetHbaInfo()->portWwn;
   port->SetTargetBindType(0);
@@ -58,18 +65,21 @@ unsigned int iSCSI_AddTargetInfo(CHbaEntry* port, CZylTpThread* thread, int refr
   disco_printf(mask, wwn, "iSCSI AddTargetInfo (refresh targets=%s)", refresh != 0 ? "true" : "false");
 
   CISCSITargetBuffer targets;
-  const std::optional<int> status = ReadTargets(*port, thread, refresh, targets);
+  const std::optional<int> status = ReadTargets(*port, stopped, refresh, targets);
   if (!status) {
     disco_printf(kLogLocalPorts, wwn, "iSCSI AddTargetInfo: failed to allocate target list");
     return 0;
   }
-  if (!IsWorkerEnabled(thread)) return 0;
+  if (IsStopped(stopped)) {
+    port->SetTargetsRead(false);
+    return 0;
+  }
   if (*status != RM_STATUS_OK) {
     disco_printf(kLogLocalPorts, wwn, "iSCSI AddTargetInfo: get targets error %d", *status);
     return 0;
   }
   disco_printf(mask, wwn, "iSCSI AddTargetInfo: got %d targets", targets.Count());
-  for (std::uint32_t i = 0; i < targets.Count() && IsWorkerEnabled(thread); ++i) {
+  for (std::uint32_t i = 0; i < targets.Count() && !IsStopped(stopped); ++i) {
     AddTarget(*port, targets[i], mask);
   }
   return port->GetTargetCount();

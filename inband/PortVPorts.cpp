@@ -4,16 +4,16 @@
 #include <cstring>
 
 #include "inband/Gathering.h"
+#include "inband/LocalTurn.h"
 #include "inband/PortKind.h"
 #include "inband/RecordBuffer.h"
-#include "thread/zyl_thread.h"
 
 namespace {
 
 constexpr int kNoMemory = 35;
 constexpr std::uint32_t kFirstRoom = 1;
 
-constinit CZylThreadLock gs_LocalVPortDiscoveryLock;
+CLocalReads& gs_LocalVPortReads = *new CLocalReads;
 
 RM_NodeInfoEntry NodeOf(const RM_VPortTargetEntry& target) {
   RM_NodeInfoEntry node{};
@@ -33,8 +33,8 @@ RM_NodeInfoEntry NodeOf(const RM_VPortTargetEntry& target) {
 
 class VPortReader {
  public:
-  VPortReader(CHbaEntry* port, CZylTpThread* thread, int verbose)
-      : m_Port(*port), m_Thread(thread), m_Masks(verbose != 0) {}
+  VPortReader(CHbaEntry* port, CZylTpThread* thread, int verbose, const CLocalTurn& turn)
+      : m_Port(*port), m_Thread(thread), m_Masks(verbose != 0), m_Turn(turn) {}
 
   int Read();
 
@@ -49,6 +49,7 @@ class VPortReader {
   CHbaEntry& m_Port;
   CZylTpThread* const m_Thread;
   const GatherMasks m_Masks;
+  const CLocalTurn& m_Turn;
 };
 
 int VPortReader::ReadTargets(std::uint32_t index, CVPortEntry& vport) const {
@@ -56,6 +57,7 @@ int VPortReader::ReadTargets(std::uint32_t index, CVPortEntry& vport) const {
   const CWwnText name(wwn);
   CVPortTargetBuffer targets;
   const std::optional<int> status = AskGrowing(targets, kFirstRoom, [&](RM_VPortTargetList* list) {
+    m_Turn.NoteCall();
     return RM_VPListTargets(Proxy(), Wwn(), wwn, list);
   });
   if (!status) {
@@ -89,7 +91,10 @@ int VPortReader::AddVPort(std::uint32_t index, const RM_VPortEntry& record) {
 int VPortReader::Read() {
   if (!Enabled()) return RM_STATUS_OK;
   CVPortBuffer vports;
-  const auto ask = [&](RM_VPortList* list) { return RM_VPList(Proxy(), Wwn(), list); };
+  const auto ask = [&](RM_VPortList* list) {
+    m_Turn.NoteCall();
+    return RM_VPList(Proxy(), Wwn(), list);
+  };
   int status = AskGrowing(vports, kFirstRoom, ask).value_or(kNoMemory);
   if (IsAnswer(status)) m_Port.SetVPortsRead(true);
   if (status != RM_STATUS_OK || !Enabled()) return status;
@@ -108,15 +113,16 @@ int AddVPortInfo(CHbaEntry* port, CZylTpThread* thread, int verbose) {
   if (!isNIC) port->SetVFsRead(true);
   if (isNIC) return AddSriovVFInfo(port, thread, verbose);
   if (isISCSI) return RM_STATUS_OK;
-  VPortReader reader(port, thread, verbose);
-  if (port->IsLocalPort() == 0) return reader.Read();
-  CZylLockGuard guard(gs_LocalVPortDiscoveryLock);
-  return reader.Read();
+  const StopQuery stopped = StopOf(thread);
+  const CLocalTurn turn(gs_LocalVPortReads, *port, stopped);
+  if (turn.HasCome()) return VPortReader(port, thread, verbose, turn).Read();
+  port->SetVPortsRead(false);
+  return IsStopped(stopped) ? RM_STATUS_OK : RM_STATUS_LOCKED;
 }
 
 int AddSriovVFInfo(CHbaEntry* port, CZylTpThread* /*thread*/, int /*verbose*/) {
   const unsigned char* wwn = port->GetHbaInfo()->portWwn;
-  port->SetVFsRead(true);
+  port->SetVFsRead(true);  // no memory for the answer is a failure like most others
   CVFBuffer functions;
   if (!functions.Allocate(kFirstVFRoom)) return 0;
   int status = RM_GetVirtualFunctionList(port->GetProxyAddress(), wwn, functions.Request());

@@ -10,8 +10,8 @@
 
 // Reads the virtual ports and their targets into the port; for a NIC its virtual functions, for an iSCSI port
 // nothing. 0 or a status: that of the list, else that of the last virtual port's targets. A failed list leaves
-// the virtual ports as they are; one whose targets cannot be read is added without. Marks virtual ports and
-// functions as read as AddTargetInfo does targets.
+// the virtual ports as they are; one whose targets cannot be read is added without. RM_STATUS_LOCKED when the
+// turn does not come. Marks virtual ports and functions as read as AddTargetInfo does targets.
 int AddVPortInfo(CHbaEntry* port, CZylTpThread* thread, int verbose) EXCLUDES(g_VPortLock, g_VPTargetLock);
 
 // Adds the virtual functions that the provider lists to those that the port has. Always 0.

@@ -1,6 +1,10 @@
+#include <atomic>
 #include <string>
+#include <thread>
 
+#include "inband/PortTargets.h"
 #include "tests/inband/enumeration_fixture.h"
+#include "tests/thread/wait_until.h"
 
 namespace {
 
@@ -161,6 +165,27 @@ TEST_F(Lite, ChangedISCSITargetsAreTakenOver) {
   EXPECT_EQ(Changes(), 1) << "a failed read leaves none";
   EXPECT_EQ(ListedPort(kPort).GetTargetCount(), 0U);
   EXPECT_EQ(m_Provider.lastRefresh, 0);
+}
+
+// The worker of a killed cycle hangs in its read of a port: the lite cycle's own read waits until it is
+// stopped.
+TEST_F(Lite, AHangingISCSIReadIsNotWaitedForOnceItIsStopped) {
+  MakeISCSIBoard();
+  Gate gate;
+  gate.Close();
+  m_Provider.OnCall("RM_iSCSI_GetTargets", [&] { gate.Pass(); });
+  std::jthread killed([] {
+    CHbaEntry port = MakePort(Info(kPort, RM_FEATURE_ISCSI));
+    iSCSI_AddTargetInfo(&port, nullptr, 1);
+  });
+  ASSERT_TRUE(gate.WaitForCalls(1));
+  const int before = m_Provider.Calls("RM_iSCSI_GetTargets");
+  std::atomic<int> asked{0};
+  m_Ports.SetStopQuery([&] { return ++asked > 2; });
+  EXPECT_EQ(Changes(), 0);
+  EXPECT_EQ(ListedPort(kPort).GetTargetCount(), 2U);
+  EXPECT_EQ(m_Provider.Calls("RM_iSCSI_GetTargets"), before);
+  gate.Open();
 }
 
 // The current list is free during provider calls, and may have lost the port when they return.

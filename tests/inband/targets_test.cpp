@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "inband/PortTargets.h"
+#include "inband/PortVPorts.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/scripted_provider.h"
 #include "tests/thread/wait_until.h"
@@ -158,6 +159,54 @@ TEST_F(Targets, AStoppedWorkerLeavesTheTargets) {
     ExpectTargets(3, {});
     EXPECT_EQ(m_Entry.GetTargetBindType(), 1U);
     m_Provider.OnCall(call, nullptr);
+  }
+}
+
+// Of each kind of read one hangs in the provider, and a worker that is stopped gives up the next.
+TEST_F(Targets, AStoppedWorkerDoesNotWaitForItsTurn) {
+  using Reader = unsigned int (*)(CHbaEntry*, CZylTpThread*);
+  const Reader readTargets = [](CHbaEntry* port, CZylTpThread* worker) {
+    return AddTargetInfo(port, worker, 1, 1);
+  };
+  const Reader readVPorts = [](CHbaEntry* port, CZylTpThread* worker) {
+    return static_cast<unsigned int>(AddVPortInfo(port, worker, 1));
+  };
+  const struct {
+    std::uint32_t features;
+    const char* call;
+    Reader read;
+    unsigned int result;
+  } rows[] = {{0, kNodeCall, readTargets, 1},
+              {RM_FEATURE_ISCSI, kISCSICall, readTargets, 0},
+              {0, "RM_VPList", readVPorts, 0}};
+  const RM_NodeInfoEntry node = Node(kTarget);
+  const CVPortEntry vport(Name(1).wwn);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.call);
+    m_Entry = MakePort(Info(kPort, row.features));
+    m_Entry.AddTarget(&node);
+    m_Entry.AddVPort(&vport);
+    CHbaEntry listed = m_Entry;
+    Gate gate;
+    gate.Close();
+    m_Provider.OnCall(row.call, [&] { gate.Pass(); });
+    std::jthread hanging([&] {
+      CHbaEntry port = MakePort(Info(kPort + 1, row.features));
+      row.read(&port, nullptr);
+    });
+    ASSERT_TRUE(gate.WaitForCalls(1));
+    m_Worker.Enable();
+    std::jthread waiting([&] { EXPECT_EQ(row.read(&m_Entry, &m_Worker), row.result); });
+    m_Worker.Disable();
+    waiting.join();  // never, were the turn waited for
+    EXPECT_EQ(m_Provider.Calls(row.call), 1);
+    listed.TakeTargets(m_Entry);
+    listed.TakeVPorts(m_Entry);
+    EXPECT_EQ(listed.GetTargetCount(), 1U);
+    EXPECT_EQ(listed.GetVPortCount(), 1U);
+    gate.Open();
+    hanging.join();
+    m_Provider.OnCall(row.call, nullptr);
   }
 }
 
