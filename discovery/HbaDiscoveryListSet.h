@@ -98,9 +98,13 @@ class CSharedSet {
     std::atomic<bool> shared{false};
     unsigned int kinds = 0;
     std::vector<Entry> sorted;
-    std::set<Entry, Before> late;  // all below the last one that is sorted; empty once the storage is shared
+    // All below the last one that is sorted. Null when there is none, as most often and once the storage is
+    // shared.
+    std::unique_ptr<std::set<Entry, Before>> late;
 
-    unsigned int GetCount() const { return static_cast<unsigned int>(sorted.size() + late.size()); }
+    unsigned int GetCount() const {
+      return static_cast<unsigned int>(sorted.size() + (late == nullptr ? 0 : late->size()));
+    }
   };
 
   std::shared_ptr<Storage> Share() const;
@@ -127,7 +131,8 @@ int CSharedSet<Entry, Key>::AddEntry(const Entry* entry) {
   if (own->sorted.empty() || Before()(own->sorted.back(), *entry)) {
     own->sorted.push_back(*entry);
   } else {
-    own->late.insert(*entry);
+    if (own->late == nullptr) own->late = std::make_unique<std::set<Entry, Before>>();
+    own->late->insert(*entry);
   }
   if constexpr (requires { entry->KindBit(); }) own->kinds |= entry->KindBit();
   m_Storage = std::move(own);
@@ -152,7 +157,7 @@ template <typename Entry, typename Key>
 auto CSharedSet<Entry, Key>::Share() const -> std::shared_ptr<Storage> {
   // Reads first, so that copying a handle again leaves the storage's cache line alone.
   if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) {
-    if (m_Storage->sorted.capacity() != m_Storage->sorted.size() || !m_Storage->late.empty()) Settle();
+    if (m_Storage->sorted.capacity() != m_Storage->sorted.size() || m_Storage->late != nullptr) Settle();
     m_Storage->shared.store(true, std::memory_order_relaxed);
   }
   return m_Storage;
@@ -174,7 +179,7 @@ auto CSharedSet<Entry, Key>::OwnStorage() const -> std::shared_ptr<Storage> {
 // All entries in order; there is at least one.
 template <typename Entry, typename Key>
 const std::vector<Entry>& CSharedSet<Entry, Key>::Sorted() const {
-  if (!m_Storage->late.empty()) Settle();
+  if (m_Storage->late != nullptr) Settle();
   return m_Storage->sorted;
 }
 
@@ -183,11 +188,15 @@ void CSharedSet<Entry, Key>::Settle() const {
   Storage& storage = *m_Storage;
   std::vector<Entry> all;
   all.reserve(storage.GetCount());
-  std::merge(storage.sorted.begin(), storage.sorted.end(), storage.late.begin(), storage.late.end(),
-             std::back_inserter(all), Before());
+  if (storage.late == nullptr) {
+    all = storage.sorted;
+  } else {
+    std::merge(storage.sorted.begin(), storage.sorted.end(), storage.late->begin(), storage.late->end(),
+               std::back_inserter(all), Before());
+  }
   if (m_Cursor != nullptr) m_Cursor = &*std::lower_bound(all.begin(), all.end(), *m_Cursor, Before());
   storage.sorted.swap(all);
-  storage.late.clear();
+  storage.late.reset();
 }
 
 template <typename Entry, typename Key>
@@ -199,8 +208,9 @@ const Entry* CSharedSet<Entry, Key>::Find(const Wanted& wanted) const {
   if (sorted.empty() || Before()(sorted.back(), wanted)) return nullptr;
   const auto found = std::lower_bound(sorted.begin(), sorted.end(), wanted, Before());
   if (!Before()(wanted, *found)) return &*found;
-  const auto late = m_Storage->late.find(wanted);
-  return late == m_Storage->late.end() ? nullptr : &*late;
+  if (m_Storage->late == nullptr) return nullptr;
+  const auto late = m_Storage->late->find(wanted);
+  return late == m_Storage->late->end() ? nullptr : &*late;
 }
 
 #endif  // DISCOVERY_HBADISCOVERYLISTSET_H_

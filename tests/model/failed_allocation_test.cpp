@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <numeric>
 #include <vector>
 
@@ -11,22 +14,55 @@
 #include "discovery/HbaDiscoveryListWwpns.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/samples.h"
-#include "tests/model/failing_memory.h"
 
 namespace {
 
-using Numbers = std::vector<std::uint64_t>;
+constexpr int kNever = -1;
+thread_local constinit int t_UntilFailure = kNever;
 
-void AddTargets(CHbaEntry& port, const Numbers& targets) {
-  for (const std::uint64_t number : targets) {
-    const RM_NodeInfoEntry target = Node(number);
-    port.AddTarget(&target);
-  }
+void* Allocate(std::size_t size, std::size_t alignment) {
+  if (t_UntilFailure != kNever && t_UntilFailure-- == 0) throw std::bad_alloc();
+  void* memory = nullptr;
+  if (posix_memalign(&memory, std::max(alignment, sizeof(void*)), size) != 0) throw std::bad_alloc();
+  return memory;
 }
+
+// While it lives, the thread's next allocation but `after` throws std::bad_alloc.
+class FailingMemory {
+ public:
+  explicit FailingMemory(int after) { t_UntilFailure = after; }
+  ~FailingMemory() { t_UntilFailure = kNever; }
+  FailingMemory(const FailingMemory&) = delete;
+  FailingMemory& operator=(const FailingMemory&) = delete;
+};
+
+// Does `work` on what `make` gives until no allocation is left that could fail, and looks at what each failure
+// has left behind.
+template <typename Make, typename Work, typename Check>
+void FailEachAllocation(Make make, Work work, Check check) {
+  int failed = 0;
+  for (bool done = false; !done && !testing::Test::HasFailure(); ++failed) {
+    const auto subject = make();
+    try {
+      const FailingMemory armed(failed);
+      work(*subject);
+      done = true;
+    } catch (const std::bad_alloc&) {
+      SCOPED_TRACE(failed);
+      check(*subject);
+    }
+  }
+  EXPECT_GT(failed, 1) << "nothing was allocated";
+}
+
+using Numbers = std::vector<std::uint64_t>;
 
 CHbaEntry PortWithTargets(std::uint64_t number, const Numbers& targets) {
   CHbaEntry port = MakePort(Info(number));
-  AddTargets(port, targets);
+  for (const std::uint64_t target : targets) {
+    const RM_NodeInfoEntry record = Node(target);
+    port.AddTarget(&record);
+  }
   return port;
 }
 
@@ -154,3 +190,22 @@ TEST(FailedAllocation, LeavesSystemsAndNames) {
 }
 
 }  // namespace
+
+void* operator new(std::size_t size) {
+  return Allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return Allocate(size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
+  std::free(memory);
+}
