@@ -35,20 +35,20 @@ class ValueBuilder {
 
   WireJson Take() {
     m_Count = 0;
-    return std::exchange(m_Value, WireJson());
+    return *std::exchange(m_Value, std::nullopt);
   }
 
  private:
   WireJson& Place(WireJson value) {
     if (++m_Count > kMostValues) throw WireError("too many values");
-    if (m_Open.empty()) return m_Value = std::move(value);
+    if (m_Open.empty()) return m_Value.emplace(std::move(value));
     WireJson& container = *m_Open.back();
     // A key is looked for among those before it, one by one: that is why they are few.
     return container.is_object() ? container[m_Key] = std::move(value)
                                  : container.emplace_back(std::move(value));
   }
 
-  WireJson m_Value;
+  std::optional<WireJson> m_Value;
   // None of them moves: a container gets no other element while one of its elements is open.
   std::vector<WireJson*> m_Open;
   std::string m_Key;
