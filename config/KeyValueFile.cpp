@@ -33,7 +33,7 @@ class PieceReader {
   std::optional<std::string_view> Next() {
     std::size_t length = 0;
     while (length < m_Piece.size() && (length == 0 || m_Piece[length - 1] != '\n')) {
-      const int byte = getc_unlocked(m_File.get());
+      const int byte = std::getc(m_File.get());
       if (byte == EOF) break;
       m_Piece[length++] = static_cast<char>(byte);
     }

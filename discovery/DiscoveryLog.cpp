@@ -146,13 +146,13 @@ void disco_printf(unsigned int mask, const unsigned char* wwn, const char* forma
   const std::size_t room = sizeof line - length;
   char twin[kLineSize];
   std::va_list arguments;
-  std::va_list again;
   va_start(arguments, format);
-  va_copy(again, arguments);
-  const std::size_t written = Written(std::vsnprintf(line + length, room, format, arguments), room);
-  const std::size_t twinLength = FormatTwin(twin, room, format, again);
-  va_end(again);
+  const int wanted = std::vsnprintf(line + length, room, format, arguments);
   va_end(arguments);
+  va_start(arguments, format);
+  const std::size_t twinLength = FormatTwin(twin, room, format, arguments);
+  va_end(arguments);
+  const std::size_t written = Written(wanted, room);
   ReplaceControls(line + length, written, {twin, twinLength});
   length += written;
 

@@ -151,10 +151,10 @@ TEST_F(DiscConfig, ALockThatFailsIsToldAndTouchesNothing) {
   for (const auto& row : rows) {
     row.fails = true;
     EXPECT_EQ(OutputOf([] { EXPECT_EQ(LockFile() + UnlockFile(), -1); }), row.message);
-    for (const auto& [name, call] : accessors) {
+    for (const auto& accessor : accessors) {
       gs_Semaphore.released = 0;
-      EXPECT_EQ(OutputOf([&] { EXPECT_GT(call(), 0); }),
-                row.message + ("\n  ERROR: " + name + ":  ") + row.function + " failed\n");
+      EXPECT_EQ(OutputOf([&] { EXPECT_GT(accessor.second(), 0); }),
+                row.message + ("\n  ERROR: " + accessor.first + ":  ") + row.function + " failed\n");
       EXPECT_EQ(gs_Semaphore.released, row.released);
     }
     row.fails = false;

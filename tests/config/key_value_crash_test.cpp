@@ -46,6 +46,7 @@ TEST_F(KeyValueWriters, ProcessesLoseNothingToEachOther) {
   const std::vector<const char*> keys = {"First", "Second", "Third"};
   Write("First:0\nSecond:0\nThird:0\n");
   std::vector<pid_t> children;
+  children.reserve(keys.size() + 1);
   for (const char* key : keys) {
     children.push_back(Fork([&] { _exit(ReplaceOften(key, kRounds) ? 0 : 1); }));
   }
