@@ -61,10 +61,6 @@ class CPortInfo {
   // A lite cycle's own reads, which wait for those of the workers of killed cycles, end when it says so.
   void SetStopQuery(StopQuery stopped) { m_Stopped = std::move(stopped); }
 
-  // Without effect.
-  int GetDiscoPorts(local_hba_info* /*boards*/) { return 0; }
-  int SyncFoundOnHbas(CHbaEntry* /*first*/, CHbaEntry* /*second*/) { return 0; }
-
   // Every target WWPN seen behind a local port since the process started; a name is never taken out. Never
   // destroyed, because the in-band thread may still run when the process exits.
   static CDiscoWWPNList& m_AllDiscoPorts;

@@ -23,7 +23,7 @@ struct PortDiscoveryBlock {
 // Ownership: shared by the owner of the pool and its workers; it and they share the lists.
 class PortDiscoveryParams {
  public:
-  // Called while no worker is enabled.
+  // Called while every worker of the pool is idle. Workers of a killed cycle keep the block that they took.
   void Set(std::shared_ptr<CHbaList> ports, std::shared_ptr<CHbaList> destination,
            std::shared_ptr<CHbaList> slow) EXCLUDES(m_Lock);
 
