@@ -75,22 +75,29 @@ void CSlowHbaDiscover::Startup(DiscoveryOwner* owner) {
   disco_printf(kLogSlow, nullptr, "Slow discovery startup (interval = %d)",
                static_cast<int>(m_Interval.load()));
   m_Owner = owner;
-  m_SlowList.Set(std::make_shared<CHbaList>(ListRank::kGathered));
-  // The thread's own share of this object.
-  auto share = std::make_unique<std::shared_ptr<CSlowHbaDiscover>>(shared_from_this());
-  m_ThreadCreated = true;
-  if (Create(DiscoveryThread, share.get(), 0, 0) != 0) {
-    static_cast<void>(share.release());
-  } else {
-    m_ThreadCreated = false;
+  try {
+    m_SlowList.Set(std::make_shared<CHbaList>(ListRank::kGathered));
+    // The thread's own share of this object.
+    auto share = std::make_unique<std::shared_ptr<CSlowHbaDiscover>>(shared_from_this());
+    m_ThreadCreated = true;
+    if (Create(DiscoveryThread, share.get(), 0, 0) != 0) {
+      static_cast<void>(share.release());
+      return;
+    }
+  } catch (const std::bad_alloc&) {
+    // As when there is no thread to be had.
   }
+  // Ports on a list that nobody tries again would be lost.
+  m_ThreadCreated = false;
+  m_SlowList.Set(nullptr);
 }
 
 int CSlowHbaDiscover::Terminate() {
   // A thread that was created counts as running: it may not have said so yet.
   if (!m_ThreadCreated.exchange(false)) return 1;
-  const std::uint32_t before = m_State.fetch_and(~static_cast<std::uint32_t>(kRunning | kInCycle));
+  // Paused first: no cycle begins once it is known whether one is running.
   m_State.fetch_or(kPaused);
+  const std::uint32_t before = m_State.fetch_and(~static_cast<std::uint32_t>(kRunning | kInCycle));
   if ((before & kInCycle) != 0) {
     disco_printf(kLogSlow, nullptr, "Termination slow discovery while in cycle!");
     m_ThreadPool.TerminateThreadsImmediate();

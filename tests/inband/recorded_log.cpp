@@ -5,8 +5,10 @@
 
 #include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscoveryListKey.h"
+#include "tests/inband/failing_memory.h"
 
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {
+  const ReliableMemory reliable;
   char text[1024];
   va_list arguments;
   va_start(arguments, format);

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/inband/failing_memory.h"
 #include "tests/inband/owner.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/scripted_provider.h"
@@ -186,6 +187,17 @@ TEST_F(SlowDiscovery, CallbackMayResetPauseAndChangeTheInterval) {
   EXPECT_TRUE(Logged("Slow Discovery thread: resetting list"));
   EXPECT_EQ(m_Log.Count("Discovery interval = 0 - pausing slow discovery"), 1);
   EXPECT_EQ(m_Log.Count("New slow discovery interval = 5 seconds"), 1);
+}
+
+TEST_F(SlowDiscovery, ResetIsTriedAgainWhenThereIsNoMemory) {
+  Make();
+  m_Owner.onCallBack = [&] {
+    m_Slow->Reset();
+    FailingMemory::s_Left = 0;
+  };
+  StartWithPort();
+  ASSERT_TRUE(Logged("Slow Discovery thread: resetting list", 2));
+  EXPECT_TRUE(WaitUntil([&] { return m_Slow->GetHbaList() != nullptr; }));
 }
 
 TEST_F(SlowDiscovery, TerminatesAtAnyMoment) {
