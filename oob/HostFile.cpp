@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 
 #include "config/FileDescriptor.h"
 #include "oob/HostEntry.h"
@@ -42,6 +43,7 @@ std::optional<struct stat> RegularStatus(const Descriptor& file) {
 // Never waits for the other end of a pipe that stands in the place of a file.
 constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 constexpr mode_t kMode = 0666;
+constexpr unsigned int kLockPoll = 20000;  // microseconds
 
 // The install directory with its trailing separator.
 std::optional<std::string> InstallDirectory() {
@@ -165,6 +167,7 @@ std::optional<std::string> ContentWithout(std::string_view content, std::string_
 class SCOPED_CAPABILITY HostFileGuard {
  public:
   explicit HostFileGuard(CHostFile& file) ACQUIRE(file) : m_File(file) { m_File.Lock(); }
+  HostFileGuard(CHostFile& file, std::adopt_lock_t /*locked*/) REQUIRES(file) : m_File(file) {}
   ~HostFileGuard() RELEASE() { m_File.Unlock(); }
   HostFileGuard(const HostFileGuard&) = delete;
   HostFileGuard& operator=(const HostFileGuard&) = delete;
@@ -214,13 +217,24 @@ void CHostFile::Lock() NO_THREAD_SAFETY_ANALYSIS {
   m_HasHandle = m_Handle != nullptr && RM_GetGlobalLock(m_Handle) == RM_STATUS_OK;
 }
 
+// Whoever has the file may be waiting for another process.
+bool CHostFile::LockUnless(const std::function<bool()>& stopped) NO_THREAD_SAFETY_ANALYSIS {
+  while (!m_ProcessLock.TryLock()) {
+    if (stopped()) return false;
+    ZylSleep(kLockPoll);
+  }
+  m_HasHandle = m_Handle != nullptr && RM_GetGlobalLock(m_Handle) == RM_STATUS_OK;
+  return true;
+}
+
 void CHostFile::Unlock() NO_THREAD_SAFETY_ANALYSIS {
   if (m_HasHandle) RM_ReleaseGlobalLock(m_Handle);
   m_ProcessLock.ReleaseLock();
 }
 
-std::optional<std::string> CHostFile::Read() {
-  const HostFileGuard guard(*this);
+std::optional<std::string> CHostFile::Read(const std::function<bool()>& stopped) {
+  if (!LockUnless(stopped)) return {};
+  const HostFileGuard guard(*this, std::adopt_lock);
   return ReadHostFile(m_Kind);
 }
 

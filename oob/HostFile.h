@@ -62,10 +62,12 @@ class CAPABILITY("file") CHostFile {
 
   // Without a working lock between processes there remains the one of this process.
   void Lock() ACQUIRE();
+  // Gives up, with false, once `stopped` says so while another thread of this process has the file.
+  bool LockUnless(const std::function<bool()>& stopped) TRY_ACQUIRE(true);
   void Unlock() RELEASE();
 
-  // The content, read under the lock.
-  std::optional<std::string> Read() EXCLUDES(this);
+  // The content, read under the lock; nothing either once `stopped`.
+  std::optional<std::string> Read(const std::function<bool()>& stopped) EXCLUDES(this);
   // Whether a line names exactly that host. A last line without newline gets one.
   bool HasHost(std::string_view host) EXCLUDES(this);
   // Appends a line unless one names that host already, in one hold of the lock.

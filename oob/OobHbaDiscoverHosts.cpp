@@ -61,8 +61,9 @@ void COOBHbaDiscover::AddToCycle(const _RM_IP_INFO& address, const char* host) {
 // The file is read as a whole first: a name that takes long to resolve keeps no other process waiting.
 void COOBHbaDiscover::ProcessHostsFile() {
   disco_printf(kLogOob, nullptr, "OOB: Processing host list");
-  const std::optional<std::string> content = m_HostFile.Read();
+  const std::optional<std::string> content = m_HostFile.Read([this] { return StopRequested(); });
   if (!content) {
+    if (StopRequested()) return;
     disco_printf(kLogOob, nullptr, "OOB discovery - host file not found");
     return;
   }
@@ -80,8 +81,9 @@ void COOBHbaDiscover::ProcessHostsFile() {
 
 void COOBHbaDiscover::ProcessCimHostsFile() {
   disco_printf(kLogOob, nullptr, "OOB: Processing Cim host list");
-  const std::optional<std::string> content = m_CimFile.Read();
+  const std::optional<std::string> content = m_CimFile.Read([this] { return StopRequested(); });
   if (!content) {
+    if (StopRequested()) return;
     disco_printf(kLogOob, nullptr, "OOB discovery - cimhost file not found");
     return;
   }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include "oob/HostList.h"
 #include "tests/oob/remote_provider.h"
@@ -27,7 +28,7 @@ class HostFile : public testing::Test {
   void ExpectRefused() {
     EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kFailed);
     EXPECT_FALSE(m_File.RemoveHost("10.0.0.1"));
-    EXPECT_FALSE(m_File.Read());
+    EXPECT_FALSE(m_File.Read([] { return false; }));
     std::uint32_t list[2] = {};
     EXPECT_EQ(GetOOBHostList(list), 0);
     EXPECT_EQ(list[0], 0U);
@@ -120,6 +121,16 @@ TEST(HostFileLocks, WithoutOneBetweenProcesses) {
   CHostFile file(kOobHostsFile);
   EXPECT_EQ(file.AddLine("10.0.0.1", "10.0.0.1\n"), CHostFile::Added::kDone);
   EXPECT_TRUE(file.RemoveHost("10.0.0.1"));
+}
+
+// Another thread of this process may have it for as long as another process does.
+TEST_F(HostFile, ReadingGivesUpWaitingWhenStopped) {
+  m_Provider.Write(kFile, "10.0.0.1\n");
+  m_File.Lock();
+  int looks = 0;
+  std::thread([&] { EXPECT_FALSE(m_File.Read([&looks] { return ++looks == 2; })); }).join();
+  m_File.Unlock();
+  EXPECT_TRUE(m_File.Read([] { return true; })) << "it was free";
 }
 
 // The tenth addition queries a host too, over a network; here it is the file alone, so a fixed allowance stands
