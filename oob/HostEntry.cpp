@@ -53,6 +53,19 @@ std::string_view SkipBlanks(std::string_view text) {
   return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
+bool IsBadAddress(std::string_view host) {
+  if (host.find_first_not_of("0123456789.") != std::string_view::npos) return false;
+  int numbers = 0;
+  for (bool last = false; !last; ++numbers) {
+    const std::size_t end = host.find('.');
+    last = end == std::string_view::npos;
+    const std::string number(host.substr(0, end));
+    if (number.empty() || number.size() > 3 || std::stoi(number) > 255) return true;
+    if (!last) host.remove_prefix(end + 1);
+  }
+  return numbers != 4;
+}
+
 bool HasTwoColons(std::string_view text) {
   return std::count(text.begin(), text.end(), ':') >= 2;
 }

@@ -62,6 +62,9 @@ inline constexpr char kBlanks[] = " \t";
 // The text from its first character that is neither blank nor tab.
 std::string_view SkipBlanks(std::string_view text);
 
+// Digits and dots that are no IPv4 address: a slip of the pen, which no resolver needs to see.
+bool IsBadAddress(std::string_view host);
+
 // Two or more colons are an IPv6 address, which without brackets has no port.
 bool HasTwoColons(std::string_view text);
 

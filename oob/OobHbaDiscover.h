@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -128,6 +129,7 @@ class COOBHbaDiscover final : public CZylThread {
 
   void GetOobSocketNumber();
   void AddToCycle(const _RM_IP_INFO& address, const char* host);
+  void TellUnusableHosts(std::set<std::string> hosts) EXCLUDES(m_ToldLock);
   void ForgetHost(const _RM_IP_INFO& address);
 
   DiscoveryOwner* const m_Owner;
@@ -147,6 +149,8 @@ class COOBHbaDiscover final : public CZylThread {
   CZylThreadLock m_KillLock;
   unsigned int m_KillWaiters GUARDED_BY(m_KillLock) = 0;
   std::atomic<unsigned int> m_CyclesEnded{0};
+  CZylThreadLock m_ToldLock;
+  std::set<std::string> m_ToldHosts GUARDED_BY(m_ToldLock);  // hosts of the file that the log calls unusable
   std::atomic<bool> m_ForceNext{false};  // a forced cycle was asked for while the running one was being stopped
 };
 

@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
+#include <utility>
 
 #include "discovery/DiscoveryLog.h"
 #include "oob/HostEntry.h"
@@ -67,16 +69,31 @@ void COOBHbaDiscover::ProcessHostsFile() {
     disco_printf(kLogOob, nullptr, "OOB discovery - host file not found");
     return;
   }
+  std::set<std::string> unusable;
   CHostFilePieces pieces(*content);
   while (const auto piece = pieces.Next()) {
     if (StopRequested()) return;
     char* line = pieces.Line(*piece);
     unsigned short port = m_OobPort.load();
+    if (ParseHostEntry(line, &port) == 0) continue;
     _RM_IP_INFO address{};
-    if (ParseHostEntry(line, &port) == 0 || RM_RemoteOOBHostAddrV2(line, port, &address) != RM_STATUS_OK)
-      continue;
-    AddToCycle(address, line);
+    if (IsBadAddress(line) || RM_RemoteOOBHostAddrV2(line, port, &address) != RM_STATUS_OK) {
+      unusable.insert(line);
+    } else {
+      AddToCycle(address, line);
+    }
   }
+  TellUnusableHosts(std::move(unusable));
+}
+
+// Each is told once for as long as it stands there.
+void COOBHbaDiscover::TellUnusableHosts(std::set<std::string> hosts) {
+  const CZylLockGuard guard(m_ToldLock);
+  for (const std::string& host : hosts) {
+    if (m_ToldHosts.count(host) != 0) continue;
+    disco_printf(kLogDetails, nullptr, "OOB: Host %s in host file cannot be used", host.c_str());
+  }
+  m_ToldHosts = std::move(hosts);
 }
 
 void COOBHbaDiscover::ProcessCimHostsFile() {
@@ -115,7 +132,9 @@ int COOBHbaDiscover::RemoveOOBHost(const char* host) {
     const std::string text(CutHost(host));
     if (text.empty()) return 0;
     _RM_IP_INFO address{};
-    if (RM_RemoteOOBHostAddrV2(text.c_str(), 0, &address) == RM_STATUS_OK) ForgetHost(address);
+    if (!IsBadAddress(text) && RM_RemoteOOBHostAddrV2(text.c_str(), 0, &address) == RM_STATUS_OK) {
+      ForgetHost(address);
+    }
     return m_HostFile.RemoveHost(text) ? 1 : 0;
   } catch (...) {
     return 0;

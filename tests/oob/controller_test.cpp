@@ -230,6 +230,27 @@ TEST_F(OobController, KilledWhileAHostAnswers) {
   EXPECT_EQ(ListedCount(), 1U);
 }
 
+// No resolver is asked for what cannot be an address, and the log is not filled with it.
+TEST_F(OobController, UnusableLinesAreToldOnce) {
+  m_Provider.Write("hbahosts.lst", "10.0.0.256\n10.0.0.1\n10.0.0.256 # again\n3com.invalid\nserver7\n");
+  Start();
+  ASSERT_TRUE(WaitForCycles(1));
+  EXPECT_EQ(m_Provider.scripted.Calls(kResolveCall), 2);
+  ASSERT_TRUE(RunForcedCycle(2));
+  const auto told = [this](const std::string& host) {
+    return m_Provider.log.Count("OOB: Host " + host + " in host file cannot be used");
+  };
+  EXPECT_EQ(told("10.0.0.256"), 1);
+  EXPECT_EQ(told("3com.invalid"), 1);
+  EXPECT_EQ(told("server7"), 0);  // no host at all
+  EXPECT_EQ(m_Provider.log.Find("OOB: Host 10.0.0.256").mask, kLogDetails);
+  m_Provider.Write("hbahosts.lst", "10.0.0.1\n");
+  ASSERT_TRUE(RunForcedCycle(3));
+  m_Provider.Write("hbahosts.lst", "10.0.0.256\n");
+  ASSERT_TRUE(RunForcedCycle(4));
+  EXPECT_EQ(told("10.0.0.256"), 2);
+}
+
 // Stopped before there are workers: no line of its end. A limited killer gives up and takes its request back;
 // the unlimited one of a shut-down stands.
 TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {

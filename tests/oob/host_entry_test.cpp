@@ -71,6 +71,18 @@ TEST(HostEntry, ControllerReadsHostAndPort) {
   }
 }
 
+TEST(HostEntry, BadAddresses) {
+  for (const char* bad : {"10.0.0.256", "10.0.0.5.", ".10.0.0.5", "10.0.0", "10.0.0.5.6", "10..0.5", "10", ".",
+                          "", "10.0.0.0005", "99999999999999999999.0.0.1"}) {
+    EXPECT_TRUE(IsBadAddress(bad)) << bad;
+  }
+  // The rest is the provider's to judge.
+  for (const char* other :
+       {"10.0.0.5", "0.0.0.0", "255.255.255.255", "010.000.000.005", "fe80::1", "3com", "10.0.0.x"}) {
+    EXPECT_FALSE(IsBadAddress(other)) << other;
+  }
+}
+
 TEST(HostEntry, HostListReadsHostAndName) {
   const std::string unknown = "*UNKNOWN HOST NAME*";
   const std::vector<std::pair<const char*, std::string>> rows = {
