@@ -30,7 +30,7 @@ bool CNodeAddresses::Begin() {
   return m_Block != nullptr || Allocate(kFirstRoom);
 }
 
-std::optional<int> CNodeAddresses::Ask(const _RM_IP_INFO& host) {
+std::optional<int> CNodeAddresses::Ask(const _RM_IP_INFO& host, const std::function<bool()>& goOn) {
   for (;;) {
     m_Block->capacity = m_Room;
     m_Block->count = 0;
@@ -38,7 +38,7 @@ std::optional<int> CNodeAddresses::Ask(const _RM_IP_INFO& host) {
     m_Count = status == RM_STATUS_OK ? std::min(m_Block->count, m_Room) : 0;
     const std::uint32_t needed = m_Block->capacity;
     if (status != RM_STATUS_MORE_DATA || needed <= m_Room || needed > kMostAddresses ||
-        m_Growths == kMostGrowths) {
+        m_Growths == kMostGrowths || !goOn()) {
       return status;
     }
     ++m_Growths;

@@ -5,6 +5,7 @@
 #define OOB_NODEADDRESSES_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -16,9 +17,9 @@ class CNodeAddresses {
 
   // Forgets an earlier host's answer; the room stays. False when there is no memory.
   bool Begin();
-  // Asks for the names, with more room as long as the provider wants it: a status, or nothing when there is no
-  // memory for WantedRoom() names.
-  std::optional<int> Ask(const _RM_IP_INFO& host);
+  // Asks for the names, with more room as long as the provider wants it and `goOn` says so: a status, or
+  // nothing when there is no memory for WantedRoom() names.
+  std::optional<int> Ask(const _RM_IP_INFO& host, const std::function<bool()>& goOn);
 
   std::uint32_t WantedRoom() const { return m_Room; }
   std::uint32_t Count() const { return m_Count; }

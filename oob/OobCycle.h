@@ -3,6 +3,7 @@
 #define OOB_OOBCYCLE_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
@@ -22,10 +23,14 @@ enum OobState : std::uint32_t {
 
 // What outlives a cycle. A late worker may need it longer than the controller lives.
 //
-// Thread safety: the list locks itself; its lock is never held together with another.
+// Thread safety: the lists lock themselves; their locks are never held together with another.
 struct OobShared {
-  std::atomic<std::uint32_t> state{0};  // atomic: changed by the main thread and by every caller
-  COobIpAddressList unreachableHosts;   // their last query failed
+  explicit OobShared(std::chrono::milliseconds limit = std::chrono::seconds(10)) : callLimit(limit) {}
+
+  const std::chrono::milliseconds callLimit;  // of one remote call
+  std::atomic<std::uint32_t> state{0};        // atomic: changed by the main thread and by every caller
+  COobIpAddressList unreachableHosts;         // their last query failed
+  COobIpAddressList silentHosts;              // they kept their last worker waiting for nothing
 };
 
 // Made anew for every cycle and kept alive by its workers, so that a killed cycle's late worker never works on
@@ -38,6 +43,18 @@ struct OobCycle {
   const std::shared_ptr<OobShared> shared;
   COobIpAddressList addresses;  // hosts to visit, from the cursor on
   CHbaList found{ListRank::kGathered};
+  // Silent hosts that have answered and are being read: the cycle waits for these. Atomic: written by the
+  // workers, read by the main thread.
+  std::atomic<int> silentInReading{0};
+  std::atomic<bool> isOver{false};  // atomic: written by the main thread, read by late workers
+};
+
+// The silent hosts of the cycle in which they began to be asked. Asking them may outlast it.
+struct OobSilentHosts {
+  explicit OobSilentHosts(std::shared_ptr<OobCycle> begun) : cycle(std::move(begun)) {}
+
+  const std::shared_ptr<OobCycle> cycle;
+  COobIpAddressList addresses;  // from the cursor on
 };
 
 // Where the workers find the running cycle; empty between cycles.
@@ -45,5 +62,9 @@ using OobCycleSlot = SharedSlot<OobCycle>;
 
 // A worker's procedure; `slot` is an OobCycleSlot.
 void HbaDiscoveryThread(CZylTpThread* thread, void* slot);
+
+// The procedure of a worker that asks silent hosts and ends when there is none left; `hosts` is an
+// OobSilentHosts.
+void SilentHostThread(CZylTpThread* thread, void* hosts);
 
 #endif  // OOB_OOBCYCLE_H_

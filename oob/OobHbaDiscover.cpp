@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 #include "discovery/DiscoveryLog.h"
 #include "oob/HostEntry.h"
@@ -15,7 +15,6 @@ constexpr unsigned short kDefaultPort = 23333;
 constexpr unsigned short kLowestPort = 1024;
 constexpr long kPortEnd = 65536;
 constexpr char kPortKey[] = "TcpSocketPortNumber";
-constexpr unsigned int kRemoteCallLimit = 10;  // seconds
 constexpr unsigned int kDefaultInterval = 90;
 constexpr unsigned int kLongestTooShort = 4;
 constexpr unsigned int kNoDiscovery = 0xFFFFFFFF;
@@ -32,10 +31,11 @@ bool TooShort(unsigned int seconds) {
 
 }  // namespace
 
-COOBHbaDiscover::COOBHbaDiscover(DiscoveryOwner* owner, const char* settingsPath)
+COOBHbaDiscover::COOBHbaDiscover(DiscoveryOwner* owner, const char* settingsPath,
+                                 std::chrono::milliseconds callLimit)
     : m_Owner(owner),
       m_SettingsPath(settingsPath),
-      m_Shared(std::make_shared<OobShared>()),
+      m_Shared(std::make_shared<OobShared>(callLimit)),
       m_Cycle(std::make_shared<OobCycleSlot>()),
       m_HostFile(kOobHostsFile),
       m_CimFile(kCimHostsFile) {}
@@ -54,7 +54,8 @@ bool COOBHbaDiscover::ChangeStateIf(std::uint32_t present, std::uint32_t clear, 
 
 void COOBHbaDiscover::Startup(unsigned int interval) {
   GetOobSocketNumber();
-  RM_SetOOBTimeout(kRemoteCallLimit);
+  const auto limit = std::chrono::ceil<std::chrono::seconds>(m_Shared->callLimit);
+  RM_SetOOBTimeout(static_cast<unsigned int>(limit.count()));
   const unsigned short port = m_OobPort.load();
   if (port < kLowestPort) {
     disco_printf(kLogStartStop, nullptr, "OOB discovery not started (illegal port number %d", port);
@@ -95,9 +96,10 @@ void COOBHbaDiscover::GetOobSocketNumber() {
     if (std::strstr(line, kPortKey) == nullptr) continue;
     CPieces pieces(line, ":");
     pieces.Next();
-    const std::string number(pieces.Next());
+    const std::string_view number = pieces.Next();
     if (number.empty()) continue;
-    const long value = std::strtol(number.c_str(), nullptr, 0);
+    // Ends where the number does, at the next ":" at the latest.
+    const long value = std::strtol(number.data(), nullptr, 0);
     port = value < kPortEnd ? static_cast<unsigned short>(value) : static_cast<unsigned short>(0);
   }
   m_OobPort = port;
@@ -107,12 +109,20 @@ void COOBHbaDiscover::Terminate() {
   ChangeState(kOobEnabled, kOobStopRequested);
   TerminateImmediate();
   if (IsOwnThread()) return;
-  m_ThreadPool.TerminateThreadsImmediate();
+  StopWorkers();
   CZylThread::Terminate();
 }
 
+// Leaves them to themselves; what they are inside of is dropped.
+void COOBHbaDiscover::StopWorkers() {
+  m_ThreadPool.TerminateThreadsImmediate();
+  m_SilentPool.TerminateThreadsImmediate();
+}
+
 void COOBHbaDiscover::PauseDiscovery() {
-  if (ChangeState(kOobEnabled, 0)) KillDiscoveryCycle(0);
+  if (!ChangeState(kOobEnabled, 0)) return;
+  KillDiscoveryCycle(0);
+  m_SilentPool.TerminateThreadsImmediate();
 }
 
 int COOBHbaDiscover::StartDiscoveryCycle() {

@@ -13,6 +13,7 @@
 #define OOB_OOBHBADISCOVER_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <set>
@@ -29,8 +30,12 @@
 
 class COOBHbaDiscover final : public CZylThread {
  public:
-  // A null owner is enough for a controller that is never started.
-  explicit COOBHbaDiscover(DiscoveryOwner* owner, const char* settingsPath = kDiscConfigPath);
+  static constexpr std::chrono::seconds kCallLimit{10};
+
+  // A null owner is enough for a controller that is never started. `callLimit` is how long a remote call may
+  // take.
+  explicit COOBHbaDiscover(DiscoveryOwner* owner, const char* settingsPath = kDiscConfigPath,
+                           std::chrono::milliseconds callLimit = kCallLimit);
   ~COOBHbaDiscover() override;
 
   // ---- Life cycle; intervals in seconds ----
@@ -111,7 +116,9 @@ class COOBHbaDiscover final : public CZylThread {
   bool EnterCycle();
   void EndCycle() EXCLUDES(m_KillLock);
   void VisitHosts(const std::shared_ptr<OobCycle>& cycle, unsigned int hosts);
-  void AwaitWorkers(OobCycle& cycle);
+  bool AskSilentHosts(const std::shared_ptr<OobCycle>& cycle);
+  void AwaitWorkers(OobCycle& cycle, bool silentAsked);
+  void StopWorkers();
   void IntermediateUpdate(OobCycle& cycle);
   bool StopForced();
   void MergeFound(OobCycle& cycle);
@@ -137,6 +144,7 @@ class COOBHbaDiscover final : public CZylThread {
   const std::shared_ptr<OobShared> m_Shared;    // shared with the workers
   const std::shared_ptr<OobCycleSlot> m_Cycle;  // shared with the workers, internally locked
   CZylThreadPool m_ThreadPool;                  // internally locked
+  CZylThreadPool m_SilentPool;                  // asks silent hosts; internally locked
   CHostFile m_HostFile;                         // internally locked
   CHostFile m_CimFile;                          // internally locked
 

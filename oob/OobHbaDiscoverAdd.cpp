@@ -76,7 +76,7 @@ std::optional<int> AskForNames(const char* text, const _RM_IP_INFO& address, CNo
   }
   int status = RM_STATUS_BUSY;
   for (int left = kTries; left > 0 && status == RM_STATUS_BUSY; --left) {
-    const std::optional<int> answer = names.Ask(address);
+    const std::optional<int> answer = names.Ask(address, [] { return true; });
     if (!answer) {
       disco_printf(kLogAddError, nullptr, "OOB: AddOOBHost could not allocate memory for HBA addresses (%d)",
                    static_cast<int>(names.WantedRoom()));

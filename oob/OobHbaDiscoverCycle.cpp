@@ -1,7 +1,9 @@
 // The main thread of out-of-band discovery and its cycle.
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
+#include <vector>
 
 #include "discovery/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
@@ -12,6 +14,8 @@ constexpr unsigned int kForEver = 0xFFFFFFFF;
 constexpr unsigned int kFirstPause = 500;  // milliseconds
 constexpr unsigned int kIdlePoll = 250;    // milliseconds
 constexpr unsigned int kMaxThreads = 14;
+// Of the limit of a call: as long a cycle waits for what silent hosts answer, which is soon or not at all.
+constexpr int kSilentShare = 5;
 // An application hears of a remote change with the in-band thread's next intermediate callback: merge a little
 // earlier.
 constexpr std::uint64_t kIntermediateLead = 2000;      // milliseconds
@@ -25,6 +29,28 @@ constexpr unsigned int kLogCycle = kLogOobCycle | kLogOob;
 std::uint64_t IntermediatePeriod(unsigned int seconds) {
   const std::uint64_t period = std::uint64_t{seconds} * 1000;
   return period > kIntermediateLead ? period - kIntermediateLead : period;
+}
+
+std::vector<_RM_IP_INFO> HostsOf(COobIpAddressList& list) {
+  std::vector<_RM_IP_INFO> hosts;
+  const COobIpAddressListGuard guard(list);
+  for (const auto* host = list.FirstEntry(); host != nullptr; host = list.NextEntry()) {
+    hosts.push_back(*host->GetIpAddress());
+  }
+  return hosts;
+}
+
+// Takes hosts out of a list, and returns those that were there as they stood there.
+std::vector<_RM_IP_INFO> Take(const std::vector<_RM_IP_INFO>& hosts, COobIpAddressList& list) {
+  std::vector<_RM_IP_INFO> taken;
+  const COobIpAddressListGuard guard(list);
+  for (const _RM_IP_INFO& host : hosts) {
+    const COobIpAddressEntry* entry = list.FindEntry(&host);
+    if (entry == nullptr) continue;
+    taken.push_back(*entry->GetIpAddress());
+    list.RemoveEntry(&host);
+  }
+  return taken;
 }
 
 // A wait for WaitForSignal, which reads milliseconds as a signed number.
@@ -49,7 +75,7 @@ void COOBHbaDiscover::DiscoveryProc() {
     KeepCache();
     AwaitNextCycle();
   }
-  m_ThreadPool.TerminateThreadsImmediate();
+  StopWorkers();
   m_Cycle->Set(nullptr);
   disco_printf(kLogStartStop, nullptr, "OOB main discovery thread terminated");
   m_ThreadId = std::thread::id();
@@ -59,11 +85,16 @@ void COOBHbaDiscover::DiscoveryProc() {
 void COOBHbaDiscover::RunCycle() {
   try {
     DoOOBDiscovery();
+    return;
   } catch (const std::exception& failure) {
     disco_printf(kLogDetails, nullptr, "OOB: cycle given up, error: %s", failure.what());
-    m_ThreadPool.TerminateThreadsImmediate();
-    EndCycle();
   }
+  try {
+    StopWorkers();
+  } catch (const std::exception&) {
+    // No memory for that either; the cycle ends all the same.
+  }
+  EndCycle();
 }
 
 // What remote hosts have answered is good for the next cycle too, until somebody turns the cache off.
@@ -103,7 +134,7 @@ void COOBHbaDiscover::DoOOBDiscovery() {
     }
     VisitHosts(cycle, hosts);
     if (StopForced()) {
-      m_ThreadPool.TerminateThreadsImmediate();
+      StopWorkers();
     } else {
       if (hosts != 0) MergeFound(*cycle);
       ReportCycle(*cycle);
@@ -125,15 +156,41 @@ void COOBHbaDiscover::VisitHosts(const std::shared_ptr<OobCycle>& cycle, unsigne
   m_ThreadPool.AdjustThreadCount(std::min(hosts, kMaxThreads), HbaDiscoveryThread, m_Cycle, 0);
   if (hosts == 0) return;
   disco_printf(kLogCycle, nullptr, "OOB Discovery: Enabling discovery threads");
+  const bool silentAsked = AskSilentHosts(cycle);
   m_ThreadPool.EnableThreads();
-  AwaitWorkers(*cycle);
+  AwaitWorkers(*cycle, silentAsked);
+}
+
+// Hosts that have kept a worker waiting for nothing are asked beside the others, so that these do not wait
+// behind them, and the cycle does not wait for them to run into the limit again. One that answers is read in
+// this cycle, or in the next one when it comes too late for this.
+bool COOBHbaDiscover::AskSilentHosts(const std::shared_ptr<OobCycle>& cycle) {
+  const std::vector<_RM_IP_INFO> hosts = Take(HostsOf(m_Shared->silentHosts), cycle->addresses);
+  // They may all be busy with the same hosts since an earlier cycle.
+  if (hosts.empty() || m_SilentPool.AllThreadsIdle() == 0) return false;
+  const auto silent = std::make_shared<OobSilentHosts>(cycle);
+  {
+    const COobIpAddressListGuard guard(silent->addresses);
+    for (const _RM_IP_INFO& host : hosts) silent->addresses.AddEntry(&host);
+    silent->addresses.SelectFirstEntry();
+  }
+  m_SilentPool.TerminateThreadsImmediate();  // they have ended by themselves
+  const auto threads = static_cast<unsigned int>(std::min<std::size_t>(hosts.size(), kMaxThreads));
+  m_SilentPool.AdjustThreadCount(threads, SilentHostThread, silent, 0);
+  m_SilentPool.EnableThreads();
+  return true;
 }
 
 // A wait that a signal cuts short counts as a whole one.
-void COOBHbaDiscover::AwaitWorkers(OobCycle& cycle) {
+void COOBHbaDiscover::AwaitWorkers(OobCycle& cycle, bool silentAsked) {
+  const auto silentEnd = std::chrono::steady_clock::now() + m_Shared->callLimit / kSilentShare;
+  const auto awaitsSilent = [&] {
+    if (cycle.silentInReading.load() != 0) return true;
+    return silentAsked && m_SilentPool.AllThreadsIdle() == 0 && std::chrono::steady_clock::now() < silentEnd;
+  };
   const std::uint64_t period = IntermediatePeriod(m_Owner->GetIntermediateCBInterval());
   std::uint64_t waits = 0;
-  while (m_ThreadPool.AllThreadsIdle() == 0 && !StopRequested()) {
+  while ((m_ThreadPool.AllThreadsIdle() == 0 || awaitsSilent()) && !StopRequested()) {
     WaitForSignal(kIdlePoll);
     if (!cycle.IsForced() || period < kShortestIntermediate) continue;
     if (++waits * kIdlePoll < period) continue;
@@ -192,6 +249,7 @@ int COOBHbaDiscover::RemoveUnDiscOOBEntries(OobCycle& cycle) {
 }
 
 void COOBHbaDiscover::EndCycle() {
+  if (const std::shared_ptr<OobCycle> cycle = m_Cycle->Get(); cycle != nullptr) cycle->isOver = true;
   m_Cycle->Set(nullptr);
   const CZylLockGuard guard(m_KillLock);
   const bool stopped = StopRequested();

@@ -118,10 +118,9 @@ void COOBHbaDiscover::ProcessCimHostsFile() {
 }
 
 void COOBHbaDiscover::ForgetHost(const _RM_IP_INFO& address) {
-  {
-    COobIpAddressList& unreachable = m_Shared->unreachableHosts;
-    const COobIpAddressListGuard guard(unreachable);
-    unreachable.RemoveEntry(&address);
+  for (COobIpAddressList* hosts : {&m_Shared->unreachableHosts, &m_Shared->silentHosts}) {
+    const COobIpAddressListGuard guard(*hosts);
+    hosts->RemoveEntry(&address);
   }
   RM_RemoveOOBAddrFromLookupTable(&address);
 }

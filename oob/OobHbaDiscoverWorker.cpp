@@ -1,6 +1,7 @@
 // The workers of an out-of-band cycle: each takes one host after the other and reads its ports.
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -12,6 +13,7 @@
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
 #include "oob/HostEntry.h"
+#include "oob/HostPatience.h"
 #include "oob/NodeAddresses.h"
 #include "oob/OobHbaDiscover.h"
 
@@ -67,20 +69,33 @@ int ReadPortAttributes(const CHbaEntry& port, const CZylTpThread* thread, PortAt
   return status;
 }
 
+bool IsListed(COobIpAddressList& hosts, const _RM_IP_INFO& host) {
+  const COobIpAddressListGuard guard(hosts);
+  return hosts.FindEntry(&host) != nullptr;
+}
+
 // One host on its way through a worker. Entries are the worker's own until they are filed, and filed only while
 // the worker is enabled, so that a killed cycle's late result lands nowhere.
 class HostVisit {
  public:
   HostVisit(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host)
-      : m_Thread(thread), m_Cycle(cycle), m_Names(names), m_Host(host), m_Text(host) {}
+      : m_Thread(thread),
+        m_Patience(thread, cycle.shared->callLimit),
+        m_Cycle(cycle),
+        m_Names(names),
+        m_Host(host),
+        m_Text(host) {}
 
-  void Run();
+  // The host's names: false when there is nothing to read.
+  bool Begin();
+  void ReadPorts();
 
  private:
   bool Enabled() const { return m_Thread.IsEnabled() != 0; }
+  bool IsPatient() const { return m_Patience.IsEnabled() != 0; }
   bool Register();
-  bool IsKnownUnreachable();
-  void NoteReachable(bool reachable);
+  void Note(COobIpAddressList& hosts, bool listed) const;
+  std::optional<int> AskForNames();
   bool ReadNames();
   void VisitPorts();
   int VisitPort(const HBA_NAME& wwpn);
@@ -91,6 +106,7 @@ class HostVisit {
   void File(CHbaEntry& port);
 
   CZylTpThread& m_Thread;
+  HostPatience m_Patience;  // in the thread's place for all that is read of the host
   OobCycle& m_Cycle;
   CNodeAddresses& m_Names;
   const _RM_IP_INFO m_Host;
@@ -104,32 +120,34 @@ bool HostVisit::Register() {
   return !IsIPv6(m_Host) || m_Proxy[0] != 0;
 }
 
-bool HostVisit::IsKnownUnreachable() {
-  COobIpAddressList& unreachable = m_Cycle.shared->unreachableHosts;
-  const COobIpAddressListGuard guard(unreachable);
-  return unreachable.FindEntry(&m_Host) != nullptr;
+void HostVisit::Note(COobIpAddressList& hosts, bool listed) const {
+  const COobIpAddressListGuard guard(hosts);
+  if (!Enabled()) return;
+  if (listed) {
+    hosts.AddEntry(&m_Host);
+  } else {
+    hosts.RemoveEntry(&m_Host);
+  }
 }
 
-void HostVisit::NoteReachable(bool reachable) {
-  COobIpAddressList& unreachable = m_Cycle.shared->unreachableHosts;
-  const COobIpAddressListGuard guard(unreachable);
-  if (!Enabled()) return;
-  if (reachable) {
-    unreachable.RemoveEntry(&m_Host);
-  } else {
-    unreachable.AddEntry(&m_Host);
+// A host that failed before and keeps its worker waiting again is not asked a second time.
+std::optional<int> HostVisit::AskForNames() {
+  std::optional<int> status;
+  const bool failedBefore = IsListed(m_Cycle.shared->unreachableHosts, m_Host);
+  for (int left = failedBefore ? kTriesUnreachable : kTries; left > 0 && IsPatient(); --left) {
+    status = m_Names.Ask(m_Host, [this] { return IsPatient(); });
+    const bool again = IsPatient() && !(failedBefore && m_Patience.HasRunIntoLimit());
+    if (status != RM_STATUS_BUSY || !again) break;
+    disco_printf(kLogOob, nullptr, "OOB: RM_GetAllNodeAddr (host %s), retrying(%d)", m_Text.Text(), left);
+    ZylSleep(kPause);
   }
+  return status;
 }
 
 bool HostVisit::ReadNames() {
   std::optional<int> status;
   if (m_Names.Begin()) {
-    for (int left = IsKnownUnreachable() ? kTriesUnreachable : kTries; left > 0 && Enabled(); --left) {
-      status = m_Names.Ask(m_Host);
-      if (status != RM_STATUS_BUSY) break;
-      disco_printf(kLogOob, nullptr, "OOB: RM_GetAllNodeAddr (host %s), retrying(%d)", m_Text.Text(), left);
-      ZylSleep(kPause);
-    }
+    status = AskForNames();
     if (!Enabled()) return false;
   }
   if (!status) {
@@ -141,21 +159,30 @@ bool HostVisit::ReadNames() {
     disco_printf(kLogDetails, nullptr, "OOB: RM_GetAllNodeAddr returned error %d for %s", *status,
                  m_Text.Text());
   }
-  NoteReachable(*status == RM_STATUS_OK);
-  return *status == RM_STATUS_OK;
+  const bool answered = *status == RM_STATUS_OK;
+  Note(m_Cycle.shared->unreachableHosts, !answered);
+  Note(m_Cycle.shared->silentHosts, !answered && m_Patience.HasWaited());
+  if (answered) m_Patience.NoteAnswer();
+  return answered;
 }
 
-void HostVisit::Run() {
-  if (!Register() || !ReadNames() || m_Names.Count() == 0) return;
-  if (RM_IsLocalHBA(m_Names[0].wwn) != 0) {
-    disco_printf(kLogOob, nullptr, "OOB: Trying to discover local host (%s) HBAs - skipped", m_Text.Text());
-    return;
-  }
+bool HostVisit::Begin() {
+  if (!Register() || !ReadNames() || m_Names.Count() == 0) return false;
+  if (RM_IsLocalHBA(m_Names[0].wwn) == 0) return true;
+  disco_printf(kLogOob, nullptr, "OOB: Trying to discover local host (%s) HBAs - skipped", m_Text.Text());
+  return false;
+}
+
+void HostVisit::ReadPorts() {
   VisitPorts();
+  if (!Enabled() || !m_Patience.IsExhausted()) return;
+  disco_printf(kLogDetails, nullptr, "OOB: host %s keeps discovery waiting, given up until the next cycle",
+               m_Text.Text());
+  Note(m_Cycle.shared->silentHosts, true);
 }
 
 void HostVisit::VisitPorts() {
-  for (std::uint32_t i = 0; i < m_Names.Count() && m_Thread.Terminated() == 0 && Enabled(); ++i) {
+  for (std::uint32_t i = 0; i < m_Names.Count() && m_Thread.Terminated() == 0 && IsPatient(); ++i) {
     if (VisitPort(m_Names[i]) == RM_STATUS_HOST_UNUSABLE) return;
   }
 }
@@ -163,10 +190,13 @@ void HostVisit::VisitPorts() {
 int HostVisit::ReadAttributes(CHbaEntry& port) {
   const unsigned char* wwn = port.GetHbaInfo()->portWwn;
   int status = RM_STATUS_FAILED;
-  for (int left = kTries; left > 0 && Enabled(); --left) {
-    status = GetRemotePortAttr(&port, &m_Thread);
+  for (int left = kTries; left > 0 && IsPatient(); --left) {
+    status = GetRemotePortAttr(&port, &m_Patience);
+    // What was answered last was not looked at any more.
+    if (m_Patience.IsExhausted() && !IsWorthARetry(status)) status = RM_STATUS_BUSY;
     disco_printf(kLogOob, wwn, "OOB: GetRemotePortAttr returned %d", status);
-    if (!IsWorthARetry(status)) break;
+    if (!IsWorthARetry(status)) m_Patience.NoteAnswer();
+    if (!IsWorthARetry(status) || !IsPatient()) break;
     disco_printf(kLogOob, wwn, "OOB: GetRemotePortAttr (host %s), retrying(%d)", m_Text.Text(), left);
     ZylSleep(kPause);
   }
@@ -177,7 +207,7 @@ int HostVisit::ReadAttributes(CHbaEntry& port) {
 void HostVisit::CompleteLinkStatus(CHbaEntry& port, int status) {
   if (port.GetLinkStatus() != 0) return;
   if (status == RM_STATUS_OVER_TEMPERATURE) port.SetLinkStatus(kLinkOverTemperature);
-  if (status == RM_STATUS_OK) port.SetLinkStatus(COOBHbaDiscover::GetPortLinkStatus(&port, &m_Thread));
+  if (status == RM_STATUS_OK) port.SetLinkStatus(COOBHbaDiscover::GetPortLinkStatus(&port, &m_Patience));
 }
 
 void HostVisit::LogPort(const CHbaEntry& port) const {
@@ -194,8 +224,8 @@ void HostVisit::LogPort(const CHbaEntry& port) const {
 
 void HostVisit::ReadBelow(CHbaEntry& port) {
   if (IsTargetModePort(*port.GetHbaInfo())) return port.ClearBelow();
-  AddTargetInfo(&port, &m_Thread, m_Cycle.IsForced() ? 1 : 0, 0);
-  AddVPortInfo(&port, &m_Thread, 0);
+  AddTargetInfo(&port, &m_Patience, m_Cycle.IsForced() ? 1 : 0, 0);
+  AddVPortInfo(&port, &m_Patience, 0);
 }
 
 void HostVisit::File(CHbaEntry& port) {
@@ -236,14 +266,40 @@ int HostVisit::VisitPort(const HBA_NAME& wwpn) {
   return status;
 }
 
-void VisitHosts(CZylTpThread& thread, OobCycle& cycle) {
+void VisitHost(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host) {
+  HostVisit visit(thread, cycle, names, host);
+  if (visit.Begin()) visit.ReadPorts();
+}
+
+class CountedScope {
+ public:
+  explicit CountedScope(std::atomic<int>& count) : m_Count(count) { ++m_Count; }
+  ~CountedScope() { --m_Count; }
+  CountedScope(const CountedScope&) = delete;
+  CountedScope& operator=(const CountedScope&) = delete;
+
+ private:
+  std::atomic<int>& m_Count;
+};
+
+// One that has found its tongue only after the cycle's end is read in the next one.
+void VisitSilentHost(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host) {
+  HostVisit visit(thread, cycle, names, host);
+  if (!visit.Begin()) return;
+  const CountedScope reading(cycle.silentInReading);
+  if (!cycle.isOver) visit.ReadPorts();
+}
+
+// Gives each host of the list to `visit`, until the worker is disabled. The list hands each host to one worker
+// only, and nobody takes hosts out of it.
+template <typename Visit>
+void VisitAll(CZylTpThread& thread, OobCycle& cycle, COobIpAddressList& hosts, Visit visit) {
   CNodeAddresses names;
   while (thread.IsEnabled() != 0) {
-    // The list hands each host to one worker only, and nobody takes hosts out of it.
-    const COobIpAddressEntry* host = cycle.addresses.InterlockedGetNextEntry();
+    const COobIpAddressEntry* host = hosts.InterlockedGetNextEntry();
     if (host == nullptr) return;
     try {
-      HostVisit(thread, cycle, names, *host->GetIpAddress()).Run();
+      visit(thread, cycle, names, *host->GetIpAddress());
     } catch (const std::exception& failure) {
       // Most likely no memory; the other hosts may still be read.
       disco_printf(kLogDetails, nullptr, "OOB: gives up on a host, error: %s", failure.what());
@@ -251,23 +307,36 @@ void VisitHosts(CZylTpThread& thread, OobCycle& cycle) {
   }
 }
 
+// The low half of the address tells workers apart.
+unsigned int IdOf(const CZylTpThread* thread) {
+  return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(thread));
+}
+
 }  // namespace
 
 void HbaDiscoveryThread(CZylTpThread* thread, void* slot) {
-  // The low half of the address tells the workers of one pool apart.
-  const auto id = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(thread));
+  const unsigned int id = IdOf(thread);
   while (thread->Terminated() == 0) {
     thread->WaitForSignal(kForEver);
     if (thread->Terminated() != 0) break;
     disco_printf(kLogOob, nullptr, "OOB Port Discovery Thread %x active", id);
     if (const std::shared_ptr<OobCycle> cycle = static_cast<OobCycleSlot*>(slot)->Get(); cycle != nullptr) {
-      VisitHosts(*thread, *cycle);
+      VisitAll(*thread, *cycle, cycle->addresses, VisitHost);
     }
     disco_printf(kLogOob, nullptr, "OOB Port Discovery Thread %x idle", id);
     thread->SetIdle();
   }
   thread->SetIdle();
   disco_printf(kLogOob, nullptr, "OOB PortDiscovery Thread %x exiting", id);
+}
+
+void SilentHostThread(CZylTpThread* thread, void* hosts) {
+  auto& silent = *static_cast<OobSilentHosts*>(hosts);
+  thread->WaitForSignal(kForEver);
+  disco_printf(kLogOob, nullptr, "OOB Port Discovery Thread %x active", IdOf(thread));
+  VisitAll(*thread, *silent.cycle, silent.addresses, VisitSilentHost);
+  thread->SetIdle();
+  disco_printf(kLogOob, nullptr, "OOB PortDiscovery Thread %x exiting", IdOf(thread));
 }
 
 unsigned int COOBHbaDiscover::GetPortLinkStatus(CHbaEntry* entry, CZylTpThread* thread) {

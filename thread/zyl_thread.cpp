@@ -15,6 +15,8 @@ namespace {
 constexpr unsigned int kUnlimitedSliceMs = 500;
 constexpr int kLimitedSliceMs = 1000;
 
+constinit thread_local std::chrono::microseconds t_Slept{0};
+
 #ifdef NDEBUG
 constexpr bool kCheckLockOwner = false;
 #else
@@ -45,7 +47,13 @@ int CreateWithSignalsBlocked(pthread_t* thread, void* (*routine)(void*), void* a
 }  // namespace
 
 void ZylSleep(unsigned int microseconds) {
+  const auto begin = std::chrono::steady_clock::now();
   std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+  t_Slept += std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+std::chrono::microseconds ZylSlept() {
+  return t_Slept;
 }
 
 int CZylThreadLock::GetLock() {

@@ -9,6 +9,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
@@ -16,6 +17,9 @@
 
 // Sleeps to the end, whatever signals come in between, on the monotonic clock.
 void ZylSleep(unsigned int microseconds);
+
+// How long the calling thread has slept so in all.
+std::chrono::microseconds ZylSlept();
 
 // The library's mutex. Not recursive.
 //

@@ -26,7 +26,7 @@ class CZylTpThread : public CZylThread {
   // Asks the worker to stop its job; only the worker's own SetIdle makes it idle.
   void Disable() { m_Enabled = 0; }
 
-  int IsEnabled() const { return m_Enabled; }
+  virtual int IsEnabled() const { return m_Enabled; }
 
   // A worker whose thread could not be started, or has ended, is never busy: whoever waits for it would wait
   // for ever.

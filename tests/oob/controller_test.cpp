@@ -6,6 +6,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "discovery/DiscoveryLog.h"
@@ -22,6 +23,8 @@ constexpr char kStart[] = "OOB DISCOVERY CYCLE - Starting discovery cycle";
 constexpr char kStopped[] = "Forced stop of OOB discovery cycle";
 constexpr char kHostCall[] = "RM_GetAllNodeAddr";
 constexpr char kResolveCall[] = "RM_RemoteOOBHostAddrV2";
+constexpr char kOtherHost[] = "10.0.0.2";
+constexpr char kOtherCall[] = "RM_GetAllNodeAddr of 10.0.0.2";
 
 std::string Done(int ports) {
   return "OOB DISCOVERY CYCLE DONE (" + std::to_string(ports) + ")\n";
@@ -227,6 +230,48 @@ TEST_F(OobController, KilledWhileAHostAnswers) {
   };
   m_Gate.Open();
   EXPECT_TRUE(WaitUntil([&] { return exits() >= 2; }));
+  EXPECT_EQ(ListedCount(), 1U);
+}
+
+// A host that let its last query run long delays no cycle, but is found again as soon as it answers.
+TEST_F(OobController, SilentHostsAreAskedBesideTheOthers) {
+  m_Provider.SetPorts(kOtherHost, {kPort + 1});
+  m_Provider.Write("hbahosts.lst", "10.0.0.1\n10.0.0.2\n");
+  const auto fall = [this] {
+    m_Provider.scripted.Script(kOtherCall, {{RM_STATUS_HOST_UNUSABLE}});
+    m_Provider.scripted.OnCall(kOtherCall, [] { std::this_thread::sleep_for(600ms); });
+  };
+  fall();
+  Start();
+  ASSERT_TRUE(WaitForCycles(1));
+  EXPECT_EQ(ListedCount(), 1U);
+
+  m_Provider.scripted.OnCall(kOtherCall, nullptr);  // answers again, in time
+  ASSERT_TRUE(RunForcedCycle(2));
+  EXPECT_EQ(ListedCount(), 2U);
+
+  fall();
+  ASSERT_TRUE(RunForcedCycle(3));
+  Hold(kOtherCall);
+  ASSERT_TRUE(RunForcedCycle(4));
+  ASSERT_TRUE(RunForcedCycle(5));
+  EXPECT_EQ(m_Provider.scripted.Calls(kOtherCall), 2);  // the cycles share one call
+  EXPECT_EQ(ListedCount(), 1U);
+  m_Gate.Open();  // too late for those cycles; the next one visits it as any other
+  ASSERT_TRUE(WaitUntil([this] { return ThreadCount() <= m_ThreadsBefore + 5; }));
+  ASSERT_TRUE(RunForcedCycle(6));
+  EXPECT_EQ(ListedCount(), 2U);
+  EXPECT_EQ(m_Provider.scripted.Calls(kOtherCall), 3);
+
+  // Nothing that stops discovery waits for such a call, and its answer comes to nothing.
+  fall();
+  ASSERT_TRUE(RunForcedCycle(7));
+  Hold(kOtherCall);
+  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
+  ASSERT_TRUE(WaitUntil([this] { return m_Provider.scripted.Calls(kOtherCall) == 2; }));
+  m_Discoverer->PauseDiscovery();
+  m_Discoverer->Terminate();
+  EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
   EXPECT_EQ(ListedCount(), 1U);
 }
 

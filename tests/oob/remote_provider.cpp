@@ -139,11 +139,14 @@ int RM_RemoveOOBAddrFromLookupTable(const _RM_IP_INFO* host) {
 }
 
 int RM_GetAllNodeAddr(const _RM_IP_INFO* host, RM_NodeAddrList* list) {
+  const std::string address = TextOf(*host);
+  if (const int status = StatusOf(("RM_GetAllNodeAddr of " + address).c_str()); status != RM_STATUS_OK)
+    return status;
   if (const auto step = Remote().scripted.Enter("RM_GetAllNodeAddr", list->capacity)) {
     if (step->count) list->capacity = *step->count;
     if (step->status != RM_STATUS_OK) return step->status;
   }
-  const std::vector<std::uint64_t> ports = Remote().PortsOf(TextOf(*host));
+  const std::vector<std::uint64_t> ports = Remote().PortsOf(address);
   list->count = static_cast<std::uint32_t>(ports.size());
   if (ports.size() > list->capacity) {
     list->capacity = list->count;

@@ -1,5 +1,6 @@
 // The remote half of the test's own provider: hosts with ports, the look-up tables, and locks that are files.
-// Faults are scripted in the ScriptedProvider, by the name of the call.
+// Faults are scripted in the ScriptedProvider, by the name of the call; RM_GetAllNodeAddr also by the name and
+// the host: "RM_GetAllNodeAddr of 10.0.0.1".
 #ifndef TESTS_OOB_REMOTE_PROVIDER_H_
 #define TESTS_OOB_REMOTE_PROVIDER_H_
 

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "discovery/DiscoveryLog.h"
@@ -11,6 +12,8 @@
 #include "tests/thread/wait_until.h"
 
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr char kHost[] = "10.0.0.1";
 constexpr char kHostCall[] = "RM_GetAllNodeAddr";
@@ -48,6 +51,11 @@ class OobWorker : public testing::Test {
     EXPECT_TRUE(WaitUntil([this] { return m_Worker->IsIdle() != 0; }));
     return Listed(m_Cycle->found, kPort);
   }
+  // Calls may take a fifth of a second from now on, and calls of that name do.
+  void LetRunIntoLimit(const char* call) {
+    m_Shared = std::make_shared<OobShared>(200ms);
+    m_Provider.scripted.OnCall(call, [] { std::this_thread::sleep_for(200ms); });
+  }
   // The same with the answers to the coming calls.
   CHbaEntry Visit(const char* call, const std::vector<Step>& steps) {
     m_Provider.scripted.Script(call, steps);
@@ -55,11 +63,12 @@ class OobWorker : public testing::Test {
   }
 
   bool Finds(std::uint64_t wwpn) { return NumberOf(Listed(m_Cycle->found, wwpn)) == wwpn; }
-  unsigned int Unreachable() {
-    COobIpAddressList& list = m_Shared->unreachableHosts;
+  static unsigned int CountOf(COobIpAddressList& list) {
     const COobIpAddressListGuard guard(list);
     return list.GetCount();
   }
+  unsigned int Unreachable() { return CountOf(m_Shared->unreachableHosts); }
+  unsigned int Silent() { return CountOf(m_Shared->silentHosts); }
   int Calls(const char* call) { return m_Provider.scripted.Calls(call); }
 
   struct Worker {
@@ -108,10 +117,73 @@ TEST_F(OobWorker, BusyHostsAreTriedFiveTimesAndTwiceWhenKnownUnreachable) {
   Visit();
   EXPECT_EQ(Calls(kHostCall), 7);
   EXPECT_EQ(Unreachable(), 1U);
+  EXPECT_EQ(Silent(), 0U);
   Visit();  // answers now
   EXPECT_EQ(Calls(kHostCall), 8);
   EXPECT_EQ(Unreachable(), 0U);
   EXPECT_TRUE(Finds(kPort));
+}
+
+TEST_F(OobWorker, AHostThatRunsIntoTheLimitIsAskedThreeTimesAndOnceWhenKnown) {
+  LetRunIntoLimit(kHostCall);
+  Visit(kHostCall, std::vector<Step>(9, {RM_STATUS_BUSY}));
+  EXPECT_EQ(Calls(kHostCall), 3);
+  EXPECT_EQ(m_Log.Count("OOB: RM_GetAllNodeAddr returned error 303 for 10.0.0.1"), 1);
+  EXPECT_EQ(Unreachable(), 1U);
+  EXPECT_EQ(Silent(), 1U);
+  Visit();
+  EXPECT_EQ(Calls(kHostCall), 4);
+  m_Provider.scripted.OnCall(kHostCall, nullptr);
+  Visit();  // busy at once: another try
+  EXPECT_EQ(Calls(kHostCall), 6);
+  EXPECT_EQ(Silent(), 0U);
+
+  // One that wants more room each time is not followed for longer either.
+  LetRunIntoLimit(kHostCall);
+  std::vector<Step> growing;
+  for (std::uint32_t i = 1; i <= 9; ++i) growing.push_back({RM_STATUS_MORE_DATA, 300 * i});
+  Visit(kHostCall, growing);
+  EXPECT_EQ(Calls(kHostCall), 3);
+}
+
+TEST_F(OobWorker, AHostThatHangsIsGivenUp) {
+  m_Provider.SetPorts(kHost, {kPort, kPort + 1});
+  const struct {
+    const char* call;
+    bool lists;  // the port whose targets hang
+  } rows[] = {{kAttributeCall, false}, {"RM_GetBindingSupport", true}};
+  for (const auto& row : rows) {
+    LetRunIntoLimit(row.call);
+    Visit(row.call, std::vector<Step>(9, {RM_STATUS_BUSY}));
+    EXPECT_EQ(Calls(row.call), 3) << row.call;
+    EXPECT_EQ(Finds(kPort), row.lists) << row.call;
+    EXPECT_FALSE(Finds(kPort + 1)) << row.call;
+    EXPECT_EQ(Silent(), 1U) << row.call;
+    m_Provider.scripted.OnCall(row.call, nullptr);
+    m_Provider.scripted.Script(row.call, {});
+  }
+  EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 0);
+  EXPECT_EQ(m_Log.Count("OOB: Did not get port attributes (host 10.0.0.1), error=303"), 1);
+  EXPECT_EQ(m_Log.Find("OOB: host 10.0.0.1 keeps discovery waiting").mask, kLogDetails);
+}
+
+// What a host may cost beside its answers does not depend on how many ports it lists; answers cost nothing.
+TEST_F(OobWorker, ABusyHostIsGivenUpASlowOneIsNot) {
+  std::vector<std::uint64_t> ports(20);
+  for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
+  m_Provider.SetPorts(kHost, ports);
+  LetRunIntoLimit("none");
+  m_Provider.scripted.OnCall(kAttributeCall, [] { std::this_thread::sleep_for(80ms); });
+  Visit();
+  EXPECT_EQ(m_Cycle->found.GetCount(), 20U);
+  EXPECT_EQ(Silent(), 0U);
+  m_Provider.scripted.OnCall(kAttributeCall, nullptr);
+  for (const char* call : {kAttributeCall, "RM_GetBindingSupport"}) {
+    Visit(call, std::vector<Step>(200, {RM_STATUS_BUSY}));
+    EXPECT_LE(Calls(call), 20) << call;
+    EXPECT_EQ(Silent(), 1U) << call;
+    m_Provider.scripted.Script(call, {});
+  }
 }
 
 TEST_F(OobWorker, RoomGrowsAsWantedButNeitherEndlesslyNorAbsurdly) {
