@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -20,7 +21,7 @@ constexpr std::size_t kMostHostCharacters = 128;
 constexpr long kLowestPort = 1024;
 constexpr long kHighestPort = 65535;
 constexpr int kTries = 2;
-constexpr int kMostBusyNames = 5;
+constexpr int kNamesLimit = 5;           // call limits
 constexpr unsigned int kPause = 100000;  // microseconds
 constexpr unsigned int kHostNameAttribute = 257;
 constexpr std::size_t kHostColumn = 48;
@@ -28,6 +29,8 @@ constexpr std::size_t kLongestLine = 1024;
 
 constexpr unsigned int kLogAdd = kLogOobAdd;
 constexpr unsigned int kLogAddError = kLogOobAdd | kLogDetails;
+
+using Milliseconds = std::chrono::milliseconds;
 
 // What an application asks for.
 struct HostRequest {
@@ -106,15 +109,14 @@ std::string NameFrom(const unsigned char* attributes) {
   return {text, std::find_if(text, text + strnlen(text, RM_ATTRIBUTE_ROOM), isControl)};
 }
 
-// The name that the first port gives whose attributes can be read.
-std::string ReadHostName(const unsigned char* proxy, const CNodeAddresses& names) {
+// The name that the first port gives whose attributes can be read. No failure ends the search but the time
+// does, as the caller waits: a host may have thousands of ports.
+std::string ReadHostName(const unsigned char* proxy, const CNodeAddresses& names, Milliseconds limit) {
   std::array<unsigned char, RM_ATTRIBUTE_ROOM> attributes{};
-  int busy = 0;
-  for (std::uint32_t i = 0; i < names.Count(); ++i) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  for (std::uint32_t i = 0; i < names.Count() && std::chrono::steady_clock::now() < end; ++i) {
     auto size = static_cast<unsigned int>(attributes.size());
     const int status = RM_GetServerAttributes(proxy, names[i].wwn, attributes.data(), &size);
-    // The caller waits: a host that stops answering is not asked about thousands of names.
-    if (status == RM_STATUS_HOST_UNUSABLE || (status == RM_STATUS_BUSY && ++busy == kMostBusyNames)) return {};
     if (status != RM_STATUS_OK) continue;
     return size <= attributes.size() ? NameFrom(attributes.data()) : std::string();
   }
@@ -149,7 +151,9 @@ int WriteHost(CHostFile& file, const HostLine& host) {
   }
 }
 
-int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short defaultPort) {
+int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short defaultPort,
+                  Milliseconds callLimit) {
+  if (IsBadAddress(request.host)) return COOBHbaDiscover::kRefused;
   _RM_IP_INFO address{};
   const char* text = request.host.c_str();
   if (RM_RemoteOOBHostAddrV2(text, request.port.value_or(defaultPort), &address) != RM_STATUS_OK) {
@@ -171,7 +175,7 @@ int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short de
   }
   // Zeros would ask this host.
   if (port.GetProxyAddress()[0] == 0) return COOBHbaDiscover::kNoAnswer;
-  const std::string name = ReadHostName(port.GetProxyAddress(), names);
+  const std::string name = ReadHostName(port.GetProxyAddress(), names, kNamesLimit * callLimit);
   if (name.empty()) return COOBHbaDiscover::kNoAnswer;
   // An address that the provider cannot write down would leave a line without one.
   if (*CIpText(address).Text() == '\0') return COOBHbaDiscover::kRefused;
@@ -192,7 +196,7 @@ int COOBHbaDiscover::AddOOBHost(const char* host) {
   text = SkipBlanks(text).substr(0, kMostHostCharacters);
   try {
     const std::optional<HostRequest> request = ParseRequest(text);
-    return request ? QueryAndWrite(m_HostFile, *request, m_OobPort.load()) : kRefused;
+    return request ? QueryAndWrite(m_HostFile, *request, m_OobPort.load(), m_Shared->callLimit) : kRefused;
   } catch (...) {
     return kRefused;
   }

@@ -1,8 +1,10 @@
 // Hosts that an application adds and removes.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "discovery/DiscoveryLog.h"
@@ -115,9 +117,35 @@ TEST_F(Hosts, BringTheirNameIntoTheLine) {
   EXPECT_EQ(Add("10.0.0.1"), 0);
   EXPECT_EQ(m_Provider.HostsFile(), Line("10.0.0.1", ""));
 
+  // No failure of one port ends the search.
+  EXPECT_EQ(Remove("10.0.0.1"), 1);
+  std::vector<std::uint64_t> ports(300);
+  for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
+  m_Provider.SetPorts("10.0.0.1", ports);
+  std::vector<Step> failures(298, {RM_STATUS_BUSY});
+  failures.push_back({RM_STATUS_HOST_UNUSABLE});
+  Script("RM_GetServerAttributes", failures);
+  EXPECT_EQ(Add("10.0.0.1"), 0);
+  EXPECT_EQ(m_Provider.scripted.Calls("RM_GetServerAttributes"), 300);
+
   std::filesystem::remove(m_Provider.folder / "hbahosts.lst");
   std::filesystem::create_directory(m_Provider.folder / "hbahosts.lst");
   EXPECT_EQ(Add("10.0.0.1"), -2);
+}
+
+// Whoever adds a host waits for five call limits at most.
+TEST_F(Hosts, ThatOnlyEverFailAreGivenUp) {
+  COOBHbaDiscover hasty(&m_Owner, "/nonexistent", std::chrono::milliseconds(20));
+  hasty.Startup(0);
+  std::vector<std::uint64_t> ports(300);
+  for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
+  m_Provider.SetPorts("10.0.0.1", ports);
+  Script("RM_GetServerAttributes", std::vector<Step>(300, {RM_STATUS_BUSY}));
+  m_Provider.scripted.OnCall("RM_GetServerAttributes",
+                             [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); });
+  EXPECT_EQ(hasty.AddOOBHost("10.0.0.1"), 2);
+  EXPECT_LE(m_Provider.scripted.Calls("RM_GetServerAttributes"), 5);
+  EXPECT_EQ(m_Provider.HostsFile(), "");
 }
 
 TEST_F(Hosts, OfCimAreOnlyRemoved) {
