@@ -8,6 +8,7 @@
 #include <exception>
 #include <new>
 
+#include "config/FileDescriptor.h"
 #include "discovery/DiscoveryLog.h"
 
 namespace {
@@ -58,7 +59,7 @@ CSlowHbaDiscover::CSlowHbaDiscover(const char* settingsPath)
 }
 
 void CSlowHbaDiscover::ReadSettings(const char* path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "re"), &std::fclose);
+  const FileStream file = OpenForReading(path);
   if (file == nullptr) return;
   char line[256];
   std::uint32_t seconds = 0;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "config/FileDescriptor.h"
 #include "discovery/DiscoveryLog.h"
 #include "oob/HostEntry.h"
 
@@ -89,8 +90,7 @@ bool COOBHbaDiscover::CreateThread() {
 // read.
 void COOBHbaDiscover::GetOobSocketNumber() {
   unsigned short port = kDefaultPort;
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(m_SettingsPath.c_str(), "re"),
-                                                             &std::fclose);
+  const FileStream file = OpenForReading(m_SettingsPath.c_str());
   char line[256];
   while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
     if (std::strstr(line, kPortKey) == nullptr) continue;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +12,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "tests/system/Harness.h"
+#include "tests/system/Fabric.h"
 
 namespace systemtest {
 namespace {
@@ -62,6 +63,16 @@ TEST(Settings, WithoutALogItsPathIsNotReadAtLoad) {
   const int withLog = OpensAtLoad("DISCO_LOG_MODE:1\n" + path);
   EXPECT_GT(withLog, 1);
   EXPECT_EQ(OpensAtLoad("DISCO_LOG_MODE:0\n" + path), withLog - 1);
+}
+
+TEST(Settings, NobodyWaitsForAPipeInTheirPlace) {
+  for (const char* path : {kSettingsPath, "/etc/varnix_disc.conf"}) ASSERT_EQ(mkfifo(path, 0600), 0);
+  const Library library(Fabric(std::vector<json>{FcBoard("1000000000000001")}).Path());
+  const CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
+  library.StartupEx(3600, 3600, 0);
+  EXPECT_EQ(callBacks.Await(1).size(), 1U);
+  EXPECT_EQ(library.Ports().size(), 1U);
+  library.Terminate();
 }
 
 }  // namespace
