@@ -5,7 +5,7 @@
 
 #include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscoveryListKey.h"
-#include "tests/inband/failing_memory.h"
+#include "tests/failing_memory.h"
 
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {
   const ReliableMemory reliable;

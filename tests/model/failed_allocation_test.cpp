@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <numeric>
@@ -12,28 +11,19 @@
 #include "discovery/HbaDiscoveryList.h"
 #include "discovery/HbaDiscoveryListSystems.h"
 #include "discovery/HbaDiscoveryListWwpns.h"
+#include "tests/failing_memory.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/samples.h"
 
 namespace {
 
-constexpr int kNever = -1;
-thread_local constinit int t_UntilFailure = kNever;
-
-void* Allocate(std::size_t size, std::size_t alignment) {
-  if (t_UntilFailure != kNever && t_UntilFailure-- == 0) throw std::bad_alloc();
-  void* memory = nullptr;
-  if (posix_memalign(&memory, std::max(alignment, sizeof(void*)), size) != 0) throw std::bad_alloc();
-  return memory;
-}
-
 // While it lives, the thread's next allocation but `after` throws std::bad_alloc.
-class FailingMemory {
+class OutOfMemory {
  public:
-  explicit FailingMemory(int after) { t_UntilFailure = after; }
-  ~FailingMemory() { t_UntilFailure = kNever; }
-  FailingMemory(const FailingMemory&) = delete;
-  FailingMemory& operator=(const FailingMemory&) = delete;
+  explicit OutOfMemory(int after) { FailingMemory::s_Left = after; }
+  ~OutOfMemory() { FailingMemory::s_Left = FailingMemory::kNever; }
+  OutOfMemory(const OutOfMemory&) = delete;
+  OutOfMemory& operator=(const OutOfMemory&) = delete;
 };
 
 // Does `work` on what `make` gives until no allocation is left that could fail, and looks at what each failure
@@ -44,7 +34,7 @@ void FailEachAllocation(Make make, Work work, Check check) {
   for (bool done = false; !done && !testing::Test::HasFailure(); ++failed) {
     const auto subject = make();
     try {
-      const FailingMemory armed(failed);
+      const OutOfMemory armed(failed);
       work(*subject);
       done = true;
     } catch (const std::bad_alloc&) {
@@ -190,22 +180,3 @@ TEST(FailedAllocation, LeavesSystemsAndNames) {
 }
 
 }  // namespace
-
-void* operator new(std::size_t size) {
-  return Allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  return Allocate(size, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
-  std::free(memory);
-}

@@ -1,12 +1,24 @@
 // Memory that runs out on request: of a thread's coming allocations by operator new one fails.
 //
-// Only a program with memory_test.cpp fails any.
-#ifndef TESTS_INBAND_FAILING_MEMORY_H_
-#define TESTS_INBAND_FAILING_MEMORY_H_
+// Only a program with failing_memory.cpp fails any.
+#ifndef TESTS_FAILING_MEMORY_H_
+#define TESTS_FAILING_MEMORY_H_
 
 #include <utility>
 
+// clang's thread sanitizer brings an operator new of its own into the program.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define FAILING_MEMORY_MISSING
+#endif
+#endif
+
 struct FailingMemory {
+#ifdef FAILING_MEMORY_MISSING
+  static constexpr bool kWorks = false;
+#else
+  static constexpr bool kWorks = true;
+#endif
   static constexpr int kNever = -1;
   // How many allocations of this thread succeed before one fails.
   static inline thread_local int s_Left = kNever;
@@ -24,4 +36,4 @@ class ReliableMemory {
   const int m_Left;
 };
 
-#endif  // TESTS_INBAND_FAILING_MEMORY_H_
+#endif  // TESTS_FAILING_MEMORY_H_
