@@ -73,7 +73,7 @@ PlainPorts BuildBlocks() {
 }
 
 void VisitPort(CHbaList& gathered, const PlainPort& block) {
-  const CHbaListGuard guard(gathered);
+  const HbaListGuard guard(gathered);
   CHbaEntry* listed = gathered.FindEntry(block.info.portWwn);
   CHbaEntry port(*listed);
   for (const RM_NodeInfoEntry& target : block.targets) port.AddTarget(&target);
@@ -84,7 +84,7 @@ void VisitPort(CHbaList& gathered, const PlainPort& block) {
 std::unique_ptr<CHbaList> BuildList(const PlainPorts& blocks) {
   CHbaList gathered;
   {
-    const CHbaListGuard guard(gathered);
+    const HbaListGuard guard(gathered);
     for (const PlainPort& block : blocks) {
       const CHbaEntry port(&block.info, nullptr, 1, nullptr, 0, nullptr);
       gathered.AddEntry(&port);
@@ -111,7 +111,7 @@ double Seconds(Work work) {
 }
 
 void CopyPorts(CHbaList& from, CHbaList& to) {
-  const CHbaListPairGuard guard(from, to);
+  const HbaListPairGuard guard(from, to);
   for (CHbaEntry* port = from.GetFirstEntry(); port != nullptr; port = from.GetNextEntry()) to.AddEntry(port);
 }
 

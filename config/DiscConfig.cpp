@@ -65,7 +65,7 @@ void StoreSetting(const char* key, const char* value) {
 int LockFile(void) {
   intptr_t semaphore = 0;
   {
-    const CZylLockGuard guard(gs_StateLock);
+    const LockGuard guard(gs_StateLock);
     if (IsOwnedByThisThread()) {
       ++gs_Depth;
       return 0;
@@ -77,7 +77,7 @@ int LockFile(void) {
     std::puts("\n: Error: LockFile: acquirer sem failed");
     return -1;
   }
-  const CZylLockGuard guard(gs_StateLock);
+  const LockGuard guard(gs_StateLock);
   gs_Owner = pthread_self();
   gs_Depth = 1;
   return 0;
@@ -86,7 +86,7 @@ int LockFile(void) {
 int UnlockFile(void) {
   intptr_t semaphore = 0;
   {
-    const CZylLockGuard guard(gs_StateLock);
+    const LockGuard guard(gs_StateLock);
     if (IsOwnedByThisThread() && --gs_Depth > 0) return 0;
     // Before the release, which lets the next owner in. A thread that does not own the lock gives it back all
     // the same, and with it every level of its owner's.

@@ -31,7 +31,7 @@ void FillWhenEmpty(SettingText& directory, int (*getter)(char*), const char* def
 }  // namespace
 
 int initDirPaths(void) {
-  const CZylLockGuard guard(gs_DirsLock);
+  const LockGuard guard(gs_DirsLock);
   FillWhenEmpty(gs_InstallDir, getInstallDirPath, kInstallDirDefault);
   FillWhenEmpty(gs_OptDir, getOptDirPath, kOptDirDefault);
   const Row rows[] = {

@@ -22,7 +22,7 @@ class Unlockable {
 }  // namespace
 
 bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   Unlockable lock(m_Lock);
   while (m_Held && !HeldByMe()) {
     if (giveUp(m_Beginner) || giveUp(m_Walker)) return false;
@@ -34,24 +34,24 @@ bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
 }
 
 void EnumerationWalk::Abandon() {
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   if (!HeldByMe()) return;
   DropLocked();
   OpenLocked();
 }
 
 void EnumerationWalk::DropSnapshot() {
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   DropLocked();
 }
 
 EnumerationWalk::Port EnumerationWalk::Find(const HBA_NAME& wwpn) {
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   return FindLocked(wwpn);
 }
 
 EnumerationWalk::Port EnumerationWalk::FindIn(std::shared_ptr<CHbaList> snapshot, const HBA_NAME& wwpn) {
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   if (m_Snapshot == nullptr) {
     m_Cursor = nullptr;
     m_Snapshot = std::move(snapshot);
@@ -63,7 +63,7 @@ EnumerationWalk::Port EnumerationWalk::FindLocked(const HBA_NAME& wwpn) {
   Port port{m_Snapshot, nullptr};
   if (m_Snapshot == nullptr) return port;
   if (m_Cursor == nullptr) {
-    CHbaListGuard listGuard(*m_Snapshot);
+    HbaListGuard listGuard(*m_Snapshot);
     port.entry = m_Snapshot->FindEntry(wwpn.wwn);
   } else if (std::memcmp(m_Cursor->GetHbaInfo()->portWwn, wwpn.wwn, sizeof wwpn.wwn) == 0) {
     port.entry = m_Cursor;

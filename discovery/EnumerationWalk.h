@@ -67,10 +67,10 @@ class EnumerationWalk {
 template <class Fill>
 unsigned int EnumerationWalk::Begin(std::shared_ptr<CHbaList> snapshot, Fill fill) {
   static_assert(noexcept(fill(std::declval<const CHbaEntry&>())), "the gate would stay closed");
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   DropLocked();
   if (snapshot != nullptr) {
-    CHbaListGuard listGuard(*snapshot);
+    HbaListGuard listGuard(*snapshot);
     m_Cursor = snapshot->GetFirstEntry();
   }
   if (m_Cursor == nullptr) {
@@ -85,10 +85,10 @@ unsigned int EnumerationWalk::Begin(std::shared_ptr<CHbaList> snapshot, Fill fil
 template <class Fill>
 bool EnumerationWalk::Next(Fill fill) {
   static_assert(noexcept(fill(std::declval<const CHbaEntry&>())), "the gate would stay closed");
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   const bool walking = m_Cursor != nullptr;
   if (walking) {
-    CHbaListGuard listGuard(*m_Snapshot);
+    HbaListGuard listGuard(*m_Snapshot);
     m_Cursor = m_Snapshot->GetNextEntry();
   }
   if (m_Cursor != nullptr) {

@@ -48,7 +48,7 @@ CHbaDiscover::~CHbaDiscover() {
   m_OobDiscoverer.Set(nullptr);
   if (const std::shared_ptr<CSlowHbaDiscover> slow = m_SlowDiscoverer.Get(); slow != nullptr) slow->Terminate();
   CZylThread::Terminate();
-  CZylLockGuard guard(m_LifecycleLock);
+  LockGuard guard(m_LifecycleLock);
   JoinDirectedThreads();
 }
 
@@ -123,7 +123,7 @@ void CHbaDiscover::StartOob(unsigned int oobInterval) {
 
 void CHbaDiscover::Terminate() {
   if (InCallBack()) return;
-  CZylLockGuard guard(m_LifecycleLock);
+  LockGuard guard(m_LifecycleLock);
   if (LeaveStartedState()) StopLocked();
 }
 
@@ -258,20 +258,20 @@ int CHbaDiscover::RequestForcedCycle() {
 CHbaDiscover::ControlCall::ControlCall(CHbaDiscover& controller)
     : m_Controller(InCallBack() ? nullptr : &controller), m_Thread(std::this_thread::get_id()) {
   if (m_Controller == nullptr) return;
-  CZylLockGuard guard(m_Controller->m_ControlLock);
+  LockGuard guard(m_Controller->m_ControlLock);
   m_Next = std::exchange(m_Controller->m_ControlCalls, this);
 }
 
 CHbaDiscover::ControlCall::~ControlCall() {
   if (m_Controller == nullptr) return;
-  CZylLockGuard guard(m_Controller->m_ControlLock);
+  LockGuard guard(m_Controller->m_ControlLock);
   ControlCall** link = &m_Controller->m_ControlCalls;
   while (*link != this) link = &(*link)->m_Next;
   *link = m_Next;
 }
 
 bool CHbaDiscover::IsInControlCall(std::thread::id thread) const {
-  CZylLockGuard guard(m_ControlLock);
+  LockGuard guard(m_ControlLock);
   const ControlCall* call = m_ControlCalls;
   while (call != nullptr && call->m_Thread != thread) call = call->m_Next;
   return call != nullptr;
@@ -290,7 +290,7 @@ void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
   if (InDiscoveryCycle() == 0) return;
   if (InCallBack()) {
     // The cycle may be waiting for this thread: leave the request. The end of the cycle clears it.
-    CZylLockGuard guard(m_KillLock);
+    LockGuard guard(m_KillLock);
     if (InDiscoveryCycle() == 0) return;
     m_State.fetch_or(kStateKillRequested);
     Signal();
@@ -304,7 +304,7 @@ void CHbaDiscover::KillDiscoveryCycle(int giveUp) {
 
 // False when the cycle has ended meanwhile; else the number of the cycle that is to stop.
 bool CHbaDiscover::RequestKill(unsigned int* cycle) {
-  CZylLockGuard guard(m_KillLock);
+  LockGuard guard(m_KillLock);
   if (InDiscoveryCycle() == 0) return false;
   ++m_KillWaiters;
   *cycle = m_CycleNumber.load();
@@ -328,14 +328,14 @@ void CHbaDiscover::AwaitCycleEnd(int giveUp, unsigned int cycle) {
 // The last of several killers clears the request, so that none takes it away from another. A later cycle has
 // cleared it, and what stands there now is its own.
 void CHbaDiscover::DropKillWaiter(unsigned int cycle) {
-  CZylLockGuard guard(m_KillLock);
+  LockGuard guard(m_KillLock);
   if (--m_KillWaiters == 0 && m_CycleNumber.load() == cycle) {
     m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
   }
 }
 
 void CHbaDiscover::DropUnawaitedKill() {
-  CZylLockGuard guard(m_KillLock);
+  LockGuard guard(m_KillLock);
   if (m_KillWaiters == 0) m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
 }
 
@@ -361,13 +361,13 @@ void CHbaDiscover::ChangeOOBDiscoveryInterval(unsigned int seconds) {
 void CHbaDiscover::FreeHbaList(SharedSlot<CHbaList>& slot) {
   const std::shared_ptr<CHbaList> list = slot.Get();
   if (list == nullptr) return;
-  CHbaListGuard guard(*list);
+  HbaListGuard guard(*list);
   slot.Set(nullptr);
 }
 
 void CHbaDiscover::FreeSystemList(SharedSlot<CSystemList>& slot) {
   const std::shared_ptr<CSystemList> list = slot.Get();
   if (list == nullptr) return;
-  CSystemListGuard guard(*list);
+  SystemListGuard guard(*list);
   slot.Set(nullptr);
 }

@@ -49,22 +49,22 @@ bool CHbaDiscover::InCallBack() {
 }
 
 void CHbaDiscover::RegisterCallBack(DiscoCallBack callback, unsigned int eventMask, void* context) {
-  CZylLockGuard guard(m_RegistrationLock);
+  LockGuard guard(m_RegistrationLock);
   m_Registration = {callback, eventMask, context};
 }
 
 CHbaDiscover::Registration CHbaDiscover::GetRegistration() const {
-  CZylLockGuard guard(m_RegistrationLock);
+  LockGuard guard(m_RegistrationLock);
   return m_Registration;
 }
 
 void CHbaDiscover::AllowCallBacks(bool allow) {
-  CZylLockGuard guard(m_CallbackLock);
+  LockGuard guard(m_CallbackLock);
   m_CallBacksAllowed = allow;
 }
 
 void CHbaDiscover::DoCallBack(int changed, int forced, int intermediate) {
-  CZylLockGuard guard(m_CallbackLock);
+  LockGuard guard(m_CallbackLock);
   if (!m_CallBacksAllowed) return;
   const Registration registration = GetRegistration();
   if (registration.callback == nullptr || registration.eventMask == 0) return;

@@ -146,7 +146,7 @@ bool CHbaDiscover::EnterCycle() {
   // A directed refresh lasts as long as its provider call; a stop must not wait for that.
   for (;;) {
     {
-      CZylLockGuard guard(m_CycleLock);
+      LockGuard guard(m_CycleLock);
       if (m_Refresh == nullptr) return BeginCycle();
     }
     if (Terminated() || (m_State.load() & kStateStarted) == 0) return false;
@@ -156,7 +156,7 @@ bool CHbaDiscover::EnterCycle() {
 
 // What was to stop an earlier cycle has no meaning for this one.
 bool CHbaDiscover::BeginCycle() {
-  CZylLockGuard guard(m_KillLock);
+  LockGuard guard(m_KillLock);
   if ((m_State.load() & (kStateInCycle | kStateStarted)) != kStateStarted) return false;
   ++m_CycleNumber;
   m_State.fetch_and(~static_cast<std::uint32_t>(kStateKillRequested));
@@ -167,7 +167,7 @@ bool CHbaDiscover::BeginCycle() {
 // Clears the in-cycle bit and `bits`, and answers what the state was. The signal of a kill that nobody waited
 // for would start the next cycle at once; it goes first, since from then on a signal asks for a cycle.
 std::uint32_t CHbaDiscover::LeaveCycle(std::uint32_t bits) {
-  CZylLockGuard guard(m_KillLock);
+  LockGuard guard(m_KillLock);
   if ((m_State.load() & kStateKillRequested) != 0) UnSignal();
   return m_State.fetch_and(~(bits | kStateInCycle));
 }
@@ -227,7 +227,7 @@ void CHbaDiscover::VisitPorts(Cycle& cycle) {
 
   const std::shared_ptr<CHbaList> visit = cycle.ports.GetDiscoPortsList();
   {
-    CHbaListGuard guard(*visit);
+    HbaListGuard guard(*visit);
     visit->SelectFirstEntry();
   }
   m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, GetSlowList());
@@ -299,7 +299,7 @@ void CHbaDiscover::StopCycle(const Cycle& cycle) {
 CHbaDiscover::CycleEnd CHbaDiscover::FinishLiteCycle(Cycle& cycle) {
   CHbaList& current = *cycle.current;
   {
-    CHbaListGuard guard(current);
+    HbaListGuard guard(current);
     cycle.changed = current.IsModified();
     disco_printf(kLogInBand, nullptr,
                  "In-Band Discovery: Checking for undiscovered HBAs on main discovery list");
@@ -309,7 +309,7 @@ CHbaDiscover::CycleEnd CHbaDiscover::FinishLiteCycle(Cycle& cycle) {
                  "In-Band Discovery: Checking for undiscovered HBAs on slow discovery list");
     if (const std::shared_ptr<CHbaList> slowList = GetSlowList(); slowList != nullptr) {
       CHbaList& slow = *slowList;
-      CHbaListGuard slowGuard(slow);
+      HbaListGuard slowGuard(slow);
       RemoveUnMarkedEntries(slow, m_LiteCycleCount);
     }
     if (StopRequested() || (m_State.load() & kStateForced) == 0) return CycleEnd::kDone;

@@ -93,11 +93,11 @@ int CHbaDiscover::DirectedDiscoveryUpdate(const HBA_NAME& wwpn, unsigned int wha
   const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
   if (directed == nullptr) return 0;
   // One step from the test to the mark: of two callers one is refused.
-  CZylLockGuard guard(directed->lock);
+  LockGuard guard(directed->lock);
   if (directed->thread.IsIdle() == 0 || current == nullptr) return 0;
   bool known = false;
   {
-    CHbaListGuard listGuard(*current);
+    HbaListGuard listGuard(*current);
     known = current->FindEntry(wwpn.wwn) != nullptr;
   }
   if (!known) {
@@ -127,7 +127,7 @@ void CHbaDiscover::DirectedDiscoveryThreadProc(Directed& directed) {
     HBA_NAME wwpn;
     unsigned int what = 0;
     {
-      CZylLockGuard guard(directed.lock);
+      LockGuard guard(directed.lock);
       if (!directed.pending) continue;
       directed.pending = false;
       wwpn = directed.wwpn;
@@ -160,19 +160,19 @@ bool CHbaDiscover::EnterRefresh(Directed& directed) {
 }
 
 bool CHbaDiscover::ClaimRefresh(Directed& directed) {
-  CZylLockGuard guard(m_CycleLock);
+  LockGuard guard(m_CycleLock);
   if (m_Refresh != nullptr) return false;
   m_Refresh = &directed;
   return true;
 }
 
 bool CHbaDiscover::IsRefreshing(const Directed& directed) const {
-  CZylLockGuard guard(m_CycleLock);
+  LockGuard guard(m_CycleLock);
   return m_Refresh == &directed;
 }
 
 void CHbaDiscover::LeaveRefresh(const Directed& directed) {
-  CZylLockGuard guard(m_CycleLock);
+  LockGuard guard(m_CycleLock);
   if (m_Refresh == &directed) m_Refresh = nullptr;
 }
 
@@ -181,7 +181,7 @@ void CHbaDiscover::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsig
   if (current == nullptr) return;
   CHbaEntry copy;
   {
-    CHbaListGuard guard(*current);
+    HbaListGuard guard(*current);
     const CHbaEntry* listed = current->FindEntry(wwpn.wwn);
     if (listed == nullptr) {
       *changed = 1;  // gone since the request
@@ -203,7 +203,7 @@ void CHbaDiscover::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsig
     copy.ClearVPorts();
     AddVPortInfo(&copy, &thread, 1);
   }
-  CHbaListGuard guard(*current);
+  HbaListGuard guard(*current);
   if (thread.Terminated() != 0) return;
   if (CHbaEntry* listed = current->FindEntry(wwpn.wwn); listed != nullptr) {
     *changed = listed->MergeHbaEntry(&copy);
@@ -211,7 +211,7 @@ void CHbaDiscover::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, unsig
 }
 
 void CHbaDiscover::DoDirectedCallBack(const Directed& directed, const HBA_NAME& wwpn, int changed) {
-  CZylLockGuard guard(m_CallbackLock);
+  LockGuard guard(m_CallbackLock);
   if (!IsRefreshing(directed)) return;  // given up, by a stop that discovery may have been started after
   const Registration registration = GetRegistration();
   const unsigned int every = registration.eventMask & kReasonEveryCycle;

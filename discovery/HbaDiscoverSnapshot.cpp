@@ -42,8 +42,8 @@ std::shared_ptr<CHbaList> CHbaDiscover::GetCurrentHbaList() const {
   const _RM_IP_INFO agent = LocalAgent(oob == nullptr ? kDefaultOobPort : oob->GetIpPortNumber());
 
   auto snapshot = std::make_shared<CHbaList>();
-  CHbaListGuard guard(*current);
-  CHbaListGuard snapshotGuard(*snapshot);
+  HbaListGuard guard(*current);
+  HbaListGuard snapshotGuard(*snapshot);
   for (const CHbaEntry* entry = current->GetFirstEntry(); entry != nullptr; entry = current->GetNextEntry()) {
     if (secure && ManagedByAgent(*entry)) {
       const CHbaEntry changed = ThroughAgent(*entry, agent);
@@ -59,8 +59,8 @@ std::shared_ptr<CSystemList> CHbaDiscover::GetCurrentSystemList() const {
   const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
   if (current == nullptr) return nullptr;
   auto systems = std::make_shared<CSystemList>();
-  CHbaListGuard guard(*current);
-  CSystemListGuard systemsGuard(*systems);
+  HbaListGuard guard(*current);
+  SystemListGuard systemsGuard(*systems);
   systems->CreateSystemListFromHbaList(current.get());
   return systems;
 }
@@ -68,7 +68,7 @@ std::shared_ptr<CSystemList> CHbaDiscover::GetCurrentSystemList() const {
 int CHbaDiscover::GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const {
   const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
   if (current == nullptr) return 0;
-  CHbaListGuard guard(*current);
+  HbaListGuard guard(*current);
   const CHbaEntry* entry = current->FindEntry(wwpn.wwn);
   if (entry == nullptr || (entry->GetSpecialFeatures() & RM_FEATURE_ISCSI) == 0) return 0;
   *names = *entry->GetISCSINames();

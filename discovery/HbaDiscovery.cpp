@@ -102,7 +102,7 @@ int FillNextSystem(system_discovery_info* info, bool first) {
   SharedSlot<CSystemList>& slot = TheLibrary().systems;
   const std::shared_ptr<CSystemList> systems = slot.Get();
   if (systems == nullptr) return 0;
-  CSystemListGuard guard(*systems);
+  SystemListGuard guard(*systems);
   CSystemEntry* system = first ? systems->GetFirstEntry() : systems->GetNextEntry();
   if (system == nullptr) {
     slot.Set(nullptr);

@@ -85,7 +85,7 @@ CHbaEntry* CHbaList::GetNextEntry() {
 }
 
 CHbaEntry* CHbaList::InterlockedGetNextEntry() {
-  const CHbaListGuard guard(*this);
+  const HbaListGuard guard(*this);
   return GetNextEntry();
 }
 
@@ -106,7 +106,7 @@ bool CHbaList::operator==(CHbaList* other) {
   if (other == nullptr) return false;
   if (other == this) return true;
   if (GetCount() != other->GetCount()) return false;
-  const CHbaListPairGuard guard(*this, *other);
+  const HbaListPairGuard guard(*this, *other);
   return EqualsLocked(*other);
 }
 

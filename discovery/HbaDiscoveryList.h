@@ -1,7 +1,7 @@
 // The ordered, lockable list of adapter ports: the current picture, a cycle's new list, the slow list, a
 // snapshot.
 //
-// Thread safety: the caller holds the list's lock (LockList, CHbaListGuard) around walks and changes; the calls
+// Thread safety: the caller holds the list's lock (LockList, HbaListGuard) around walks and changes; the calls
 // that EXCLUDE it take it themselves; GetCount, IsModified and SetModified need none. One walk at a time: the
 // cursor belongs to the list.
 //
@@ -96,7 +96,7 @@ class CAPABILITY("list") CHbaList {
   Ports::iterator m_Next GUARDED_BY(this) = m_Ports.end();
 };
 
-using CHbaListGuard = CListGuard<CHbaList>;
-using CHbaListPairGuard = CListPairGuard<CHbaList>;
+using HbaListGuard = ListGuard<CHbaList>;
+using HbaListPairGuard = ListPairGuard<CHbaList>;
 
 #endif  // DISCOVERY_HBADISCOVERYLIST_H_

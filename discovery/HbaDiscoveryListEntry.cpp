@@ -81,25 +81,25 @@ void CHbaEntry::SetProxyIpInfo(const _RM_IP_INFO* ipInfo) {
 void CHbaEntry::AddTarget(const RM_NodeInfoEntry* target) {
   if (target == nullptr) return;
   const CTargetEntry entry(target);
-  const CZylLockGuard guard(g_TargetLock);
+  const LockGuard guard(g_TargetLock);
   m_Targets.AddEntry(&entry);
 }
 
 void CHbaEntry::AddTarget(const _RM_ISCSI_TARGET* target) {
   if (target == nullptr) return;
   const CTargetEntry entry(target);
-  const CZylLockGuard guard(g_TargetLock);
+  const LockGuard guard(g_TargetLock);
   m_Targets.AddEntry(&entry);
 }
 
 void CHbaEntry::AddVPort(const CVPortEntry* vport) {
-  const CZylLockGuard guard(g_VPortLock);
+  const LockGuard guard(g_VPortLock);
   m_VPorts.AddEntry(vport);
 }
 
 void CHbaEntry::AddVF(HBA_NAME address) {
   const CVFEntry entry(address);
-  const CZylLockGuard guard(g_VFListLock);
+  const LockGuard guard(g_VFListLock);
   m_VFs.AddEntry(&entry);
 }
 
@@ -125,32 +125,32 @@ void CHbaEntry::ClearBelow() {
 }
 
 unsigned int CHbaEntry::GetTargetCount() const {
-  const CZylLockGuard guard(g_TargetLock);
+  const LockGuard guard(g_TargetLock);
   return m_Targets.GetCount();
 }
 
 unsigned int CHbaEntry::GetVPortCount() const {
-  const CZylLockGuard guard(g_VPortLock);
+  const LockGuard guard(g_VPortLock);
   return m_VPorts.GetCount();
 }
 
 unsigned int CHbaEntry::GetVFCount() const {
-  const CZylLockGuard guard(g_VFListLock);
+  const LockGuard guard(g_VFListLock);
   return m_VFs.GetCount();
 }
 
 CTargetList CHbaEntry::GetTargetList() const {
-  const CZylLockGuard guard(g_TargetLock);
+  const LockGuard guard(g_TargetLock);
   return m_Targets;
 }
 
 CVPortList CHbaEntry::GetVPortList() const {
-  const CZylLockGuard guard(g_VPortLock);
+  const LockGuard guard(g_VPortLock);
   return m_VPorts;
 }
 
 CVFList CHbaEntry::GetVFList() const {
-  const CZylLockGuard guard(g_VFListLock);
+  const LockGuard guard(g_VFListLock);
   return m_VFs;
 }
 
@@ -173,17 +173,17 @@ void CHbaEntry::TakeVFs(const CHbaEntry& from) {
 
 // The old list leaves in the parameter, so that its entries are freed without the lock.
 void CHbaEntry::ReplaceTargets(CTargetList targets) {
-  const CZylLockGuard guard(g_TargetLock);
+  const LockGuard guard(g_TargetLock);
   std::swap(m_Targets, targets);
 }
 
 void CHbaEntry::ReplaceVPorts(CVPortList vports) {
-  const CZylLockGuard guard(g_VPortLock);
+  const LockGuard guard(g_VPortLock);
   std::swap(m_VPorts, vports);
 }
 
 void CHbaEntry::ReplaceVFs(CVFList functions) {
-  const CZylLockGuard guard(g_VFListLock);
+  const LockGuard guard(g_VFListLock);
   std::swap(m_VFs, functions);
 }
 

@@ -10,12 +10,12 @@
 #include "thread/thread_annotations.h"
 
 template <typename List>
-class SCOPED_CAPABILITY CListGuard {
+class SCOPED_CAPABILITY ListGuard {
  public:
-  explicit CListGuard(List& list) ACQUIRE(list) : m_List(list) { m_List.LockList(); }
-  ~CListGuard() RELEASE() { m_List.UnlockList(); }
-  CListGuard(const CListGuard&) = delete;
-  CListGuard& operator=(const CListGuard&) = delete;
+  explicit ListGuard(List& list) ACQUIRE(list) : m_List(list) { m_List.LockList(); }
+  ~ListGuard() RELEASE() { m_List.UnlockList(); }
+  ListGuard(const ListGuard&) = delete;
+  ListGuard& operator=(const ListGuard&) = delete;
 
  private:
   List& m_List;
@@ -23,18 +23,18 @@ class SCOPED_CAPABILITY CListGuard {
 
 // Locks two different lists, the first one first, and frees them in that order too.
 template <typename List>
-class SCOPED_CAPABILITY CListPairGuard {
+class SCOPED_CAPABILITY ListPairGuard {
  public:
-  CListPairGuard(List& first, List& second) ACQUIRE(first, second) : m_First(first), m_Second(second) {
+  ListPairGuard(List& first, List& second) ACQUIRE(first, second) : m_First(first), m_Second(second) {
     m_First.LockList();
     m_Second.LockList();
   }
-  ~CListPairGuard() RELEASE() {
+  ~ListPairGuard() RELEASE() {
     m_First.UnlockList();
     m_Second.UnlockList();
   }
-  CListPairGuard(const CListPairGuard&) = delete;
-  CListPairGuard& operator=(const CListPairGuard&) = delete;
+  ListPairGuard(const ListPairGuard&) = delete;
+  ListPairGuard& operator=(const ListPairGuard&) = delete;
 
  private:
   List& m_First;

@@ -60,7 +60,7 @@ bool KeepOutOfBand(const CHbaEntry& port) {
 
 int CHbaList::MergeLists(CHbaList* newList, int inBand, int removeMissing) {
   if (newList == nullptr || newList == this) return 0;
-  const CHbaListPairGuard guard(*this, *newList);
+  const HbaListPairGuard guard(*this, *newList);
   // What a merge that a failed allocation has cut short had changed was never reported.
   bool changed = std::exchange(m_MergeUnfinished, true);
   changed |= MergeMatching(*newList, removeMissing != 0);

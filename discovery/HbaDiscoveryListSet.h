@@ -29,22 +29,22 @@
 // An Entry has `int CompareOrder(const Entry&) const` and `int CompareKey(Key) const` (below, at, above 0 as
 // memcmp) and `bool operator==(const Entry*) const`. It may have `unsigned int KindBit() const`.
 template <typename Entry, typename Key>
-class CSharedSet {
+class SharedSet {
  public:
-  CSharedSet() = default;
-  CSharedSet(const CSharedSet& other) : m_Storage(other.Share()) {}
-  CSharedSet(CSharedSet&& other) noexcept
+  SharedSet() = default;
+  SharedSet(const SharedSet& other) : m_Storage(other.Share()) {}
+  SharedSet(SharedSet&& other) noexcept
       : m_Storage(std::move(other.m_Storage)), m_Cursor(std::exchange(other.m_Cursor, nullptr)) {}
-  CSharedSet& operator=(const CSharedSet& other) {
-    *this = CSharedSet(other);
+  SharedSet& operator=(const SharedSet& other) {
+    *this = SharedSet(other);
     return *this;
   }
-  CSharedSet& operator=(CSharedSet&& other) noexcept {
+  SharedSet& operator=(SharedSet&& other) noexcept {
     m_Storage = std::move(other.m_Storage);
     m_Cursor = std::exchange(other.m_Cursor, nullptr);
     return *this;
   }
-  virtual ~CSharedSet() = default;
+  virtual ~SharedSet() = default;
 
   // Adds a copy and returns 1; 0 when the key is present (the old entry stays) or `entry` is null. Leaves the
   // cursor at the entry that was present, else at the end.
@@ -77,7 +77,7 @@ class CSharedSet {
   const Entry& GetEntry(std::size_t index) const { return Sorted()[index]; }
 
   // Same keys, and each pair equal. Moves no cursor.
-  bool operator==(const CSharedSet* other) const;
+  bool operator==(const SharedSet* other) const;
 
  protected:
   // The union of the entries' kind bits.
@@ -120,7 +120,7 @@ class CSharedSet {
 };
 
 template <typename Entry, typename Key>
-int CSharedSet<Entry, Key>::AddEntry(const Entry* entry) {
+int SharedSet<Entry, Key>::AddEntry(const Entry* entry) {
   if (entry == nullptr) return 0;
   const Entry* present = Find(*entry);
   if (present != nullptr) {
@@ -141,7 +141,7 @@ int CSharedSet<Entry, Key>::AddEntry(const Entry* entry) {
 }
 
 template <typename Entry, typename Key>
-bool CSharedSet<Entry, Key>::operator==(const CSharedSet* other) const {
+bool SharedSet<Entry, Key>::operator==(const SharedSet* other) const {
   if (other == nullptr) return false;
   if (m_Storage == other->m_Storage) return true;
   if (GetCount() != other->GetCount()) return false;
@@ -154,7 +154,7 @@ bool CSharedSet<Entry, Key>::operator==(const CSharedSet* other) const {
 
 // The storage, which is immutable from now on and takes no more room than its entries need.
 template <typename Entry, typename Key>
-auto CSharedSet<Entry, Key>::Share() const -> std::shared_ptr<Storage> {
+auto SharedSet<Entry, Key>::Share() const -> std::shared_ptr<Storage> {
   // Reads first, so that copying a handle again leaves the storage's cache line alone.
   if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) {
     if (m_Storage->sorted.capacity() != m_Storage->sorted.size() || m_Storage->late != nullptr) Settle();
@@ -165,7 +165,7 @@ auto CSharedSet<Entry, Key>::Share() const -> std::shared_ptr<Storage> {
 
 // Storage that may be changed, with the same entries: this handle's, or a clone when others share that.
 template <typename Entry, typename Key>
-auto CSharedSet<Entry, Key>::OwnStorage() const -> std::shared_ptr<Storage> {
+auto SharedSet<Entry, Key>::OwnStorage() const -> std::shared_ptr<Storage> {
   if (m_Storage != nullptr && !m_Storage->shared.load(std::memory_order_relaxed)) return m_Storage;
   auto own = std::make_shared<Storage>();
   if (m_Storage != nullptr) {
@@ -178,13 +178,13 @@ auto CSharedSet<Entry, Key>::OwnStorage() const -> std::shared_ptr<Storage> {
 
 // All entries in order; there is at least one.
 template <typename Entry, typename Key>
-const std::vector<Entry>& CSharedSet<Entry, Key>::Sorted() const {
+const std::vector<Entry>& SharedSet<Entry, Key>::Sorted() const {
   if (m_Storage->late != nullptr) Settle();
   return m_Storage->sorted;
 }
 
 template <typename Entry, typename Key>
-void CSharedSet<Entry, Key>::Settle() const {
+void SharedSet<Entry, Key>::Settle() const {
   Storage& storage = *m_Storage;
   std::vector<Entry> all;
   all.reserve(storage.GetCount());
@@ -201,7 +201,7 @@ void CSharedSet<Entry, Key>::Settle() const {
 
 template <typename Entry, typename Key>
 template <typename Wanted>
-const Entry* CSharedSet<Entry, Key>::Find(const Wanted& wanted) const {
+const Entry* SharedSet<Entry, Key>::Find(const Wanted& wanted) const {
   if (m_Storage == nullptr) return nullptr;
   const auto& sorted = m_Storage->sorted;
   // Providers report in order, so the end comes first.

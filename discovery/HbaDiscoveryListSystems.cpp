@@ -99,7 +99,7 @@ bool CSystemList::operator==(CSystemList* other) {
   if (other == nullptr) return false;
   if (other == this) return true;
   if (GetCount() != other->GetCount()) return false;
-  const CListPairGuard<CSystemList> guard(*this, *other);
+  const ListPairGuard<CSystemList> guard(*this, *other);
   return EqualsLocked(*other);
 }
 

@@ -86,6 +86,6 @@ class CAPABILITY("list") CSystemList {
   Systems::iterator m_Cursor GUARDED_BY(this) = m_Systems.end();
 };
 
-using CSystemListGuard = CListGuard<CSystemList>;
+using SystemListGuard = ListGuard<CSystemList>;
 
 #endif  // DISCOVERY_HBADISCOVERYLISTSYSTEMS_H_

@@ -51,7 +51,7 @@ class CTargetEntry {
 };
 
 // FindEntry takes an 8-byte port WWN and finds Fibre Channel targets only.
-class CTargetList : public CSharedSet<CTargetEntry, const unsigned char*> {
+class CTargetList : public SharedSet<CTargetEntry, const unsigned char*> {
  public:
   // These targets as a port of that kind has them: this list itself when all are of the kind, else a new one
   // made from the same records.

@@ -33,6 +33,6 @@ class CVFEntry {
 };
 
 // FindEntry takes an HBA_NAME.
-class CVFList : public CSharedSet<CVFEntry, HBA_NAME> {};
+class CVFList : public SharedSet<CVFEntry, HBA_NAME> {};
 
 #endif  // DISCOVERY_HBADISCOVERYLISTVFS_H_

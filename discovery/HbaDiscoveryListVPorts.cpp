@@ -22,30 +22,30 @@ void CVPortEntry::CopyEntry(const CVPortEntry& other) {
   if (this == &other) return;
   CTargetList targets = other.GetTargetList();  // ends with the old targets, and frees them without the lock
   m_Info = other.m_Info;
-  const CZylLockGuard guard(g_VPTargetLock);
+  const LockGuard guard(g_VPTargetLock);
   std::swap(m_Targets, targets);
 }
 
 unsigned int CVPortEntry::GetTargetCount() const {
-  const CZylLockGuard guard(g_VPTargetLock);
+  const LockGuard guard(g_VPTargetLock);
   return m_Targets.GetCount();
 }
 
 void CVPortEntry::ClearTargets() {
   CTargetList cleared;
-  const CZylLockGuard guard(g_VPTargetLock);
+  const LockGuard guard(g_VPTargetLock);
   std::swap(m_Targets, cleared);
 }
 
 void CVPortEntry::AddTarget(const RM_NodeInfoEntry* target) {
   if (target == nullptr) return;
   const CTargetEntry entry(target);
-  const CZylLockGuard guard(g_VPTargetLock);
+  const LockGuard guard(g_VPTargetLock);
   m_Targets.AddEntry(&entry);
 }
 
 CTargetList CVPortEntry::GetTargetList() const {
-  const CZylLockGuard guard(g_VPTargetLock);
+  const LockGuard guard(g_VPTargetLock);
   return m_Targets;
 }
 

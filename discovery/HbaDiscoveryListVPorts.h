@@ -47,6 +47,6 @@ class CVPortEntry {
 };
 
 // FindEntry takes an 8-byte port WWN.
-class CVPortList : public CSharedSet<CVPortEntry, const unsigned char*> {};
+class CVPortList : public SharedSet<CVPortEntry, const unsigned char*> {};
 
 #endif  // DISCOVERY_HBADISCOVERYLISTVPORTS_H_

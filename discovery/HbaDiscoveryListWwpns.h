@@ -74,6 +74,6 @@ class CAPABILITY("list") CDiscoWWPNList {
   Names::iterator m_Cursor GUARDED_BY(this) = m_Names.end();
 };
 
-using CDiscoWWPNListGuard = CListGuard<CDiscoWWPNList>;
+using DiscoWWPNListGuard = ListGuard<CDiscoWWPNList>;
 
 #endif  // DISCOVERY_HBADISCOVERYLISTWWPNS_H_

@@ -13,13 +13,13 @@ template <class T>
 class SharedSlot {
  public:
   std::shared_ptr<T> Get() const EXCLUDES(m_Lock) {
-    CZylLockGuard guard(m_Lock);
+    LockGuard guard(m_Lock);
     return m_Value;
   }
 
   void Set(std::shared_ptr<T> value) EXCLUDES(m_Lock) {
     {
-      CZylLockGuard guard(m_Lock);
+      LockGuard guard(m_Lock);
       m_Value.swap(value);
     }
     // The old value is dropped here, without the lock: its destructor may be long.

@@ -22,10 +22,10 @@ struct GatherMasks {
 };
 
 // A world-wide name as "xx:xx:xx:xx:xx:xx:xx:xx".
-class CWwnText {
+class WwnText {
  public:
   // By hand: one is made per target, whether or not the line is written.
-  explicit CWwnText(const std::uint8_t* wwn) {
+  explicit WwnText(const std::uint8_t* wwn) {
     constexpr char kDigits[] = "0123456789abcdef";
     char* at = m_Text;
     for (int i = 0; i < 8; ++i) {

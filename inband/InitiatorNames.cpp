@@ -14,17 +14,17 @@ bool Differs(const char* name, const char* stored) {
 
 }  // namespace
 
-int CInitiatorNames::Read(const unsigned char* proxy, const unsigned char* wwn) {
+int InitiatorNames::Read(const unsigned char* proxy, const unsigned char* wwn) {
   const int status = RM_iSCSI_GetInitiatorProperties(proxy, wwn, m_InitiatorName, m_DefaultName, m_Alias);
   m_InitiatorName[kNameBytes] = m_DefaultName[kNameBytes] = m_Alias[kNameBytes] = '\0';
   return status;
 }
 
-bool CInitiatorNames::DifferFrom(const CDiscISCSINames& stored) const {
+bool InitiatorNames::DifferFrom(const CDiscISCSINames& stored) const {
   return Differs(m_InitiatorName, stored.GetInitiatorName()) ||
          Differs(m_DefaultName, stored.GetDefaultName()) || Differs(m_Alias, stored.GetAlias());
 }
 
-void CInitiatorNames::StoreIn(CDiscISCSINames* stored) const {
+void InitiatorNames::StoreIn(CDiscISCSINames* stored) const {
   stored->SetNames(m_InitiatorName, m_DefaultName, m_Alias);
 }

@@ -6,7 +6,7 @@
 
 #include "discovery/HbaDiscoveryListNames.h"
 
-class CInitiatorNames {
+class InitiatorNames {
  public:
   // Asks the provider; a status. `proxy` may be null.
   int Read(const unsigned char* proxy, const unsigned char* wwn);

@@ -16,7 +16,7 @@ constexpr int kLockedTries = 3;
 
 void AddTo(CHbaList* list, const CHbaEntry& entry) {
   if (list == nullptr) return;
-  CHbaListGuard guard(*list);
+  HbaListGuard guard(*list);
   list->AddEntry(&entry);
 }
 
@@ -51,7 +51,7 @@ void KeepRecord(const local_hba_info& from, local_hba_info* to, const HBA_info_v
   std::memcpy(to->portWwn, info.portWwn, sizeof(to->portWwn));
 }
 
-bool ReadNames(const HBA_info_v4& info, CInitiatorNames* names) {
+bool ReadNames(const HBA_info_v4& info, InitiatorNames* names) {
   const int status = names->Read(nullptr, info.portWwn);
   if (status != RM_STATUS_OK) {
     disco_printf(kLogLocalPorts | kLogDetails, info.portWwn, "Local port Could not get iSCSI names (error %d)",
@@ -100,7 +100,7 @@ int CPortInfo::BuildDiscoPortsList(std::shared_ptr<CHbaList> mainList, std::shar
 void CPortInfo::BeginCycle() {
   m_pDiscoPortsList.reset();
   {
-    CDiscoWWPNListGuard guard(m_AllDiscoPorts);
+    DiscoWWPNListGuard guard(m_AllDiscoPorts);
     m_AllDiscoPorts.ResetCycleDiscoveredPorts();
     m_AllDiscoPorts.SetListChanged(0);
   }
@@ -196,7 +196,7 @@ void CPortInfo::AddLocalPort(const LocalBoard& board) {
 unsigned int CPortInfo::OldTargetCount(const LocalBoard& board) const {
   if (m_pMainHbaList == nullptr) return 0;
   CHbaList& current = *m_pMainHbaList;
-  CHbaListGuard guard(current);
+  HbaListGuard guard(current);
   const CHbaEntry* listed = current.FindEntry(board.info.portWwn);
   return listed == nullptr ? 0 : listed->GetTargetCount();
 }

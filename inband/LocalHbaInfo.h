@@ -70,7 +70,7 @@ class CPortInfo {
   struct LocalBoard {
     HBA_info_v4 info{};
     unsigned int linkStatus = 0;
-    CInitiatorNames names;  // iSCSI boards only
+    InitiatorNames names;  // iSCSI boards only
   };
 
   void BeginCycle();

@@ -81,7 +81,7 @@ bool NeedsVisit(CHbaEntry* listed) {
 // Whether slow discovery has this port, which is stamped then, so that its list keeps it.
 bool StampIfSlow(CHbaList* slowList, const unsigned char* wwn, unsigned int mark) {
   if (slowList == nullptr) return false;
-  CHbaListGuard guard(*slowList);
+  HbaListGuard guard(*slowList);
   CHbaEntry* slow = slowList->FindEntry(wwn);
   if (slow == nullptr) return false;
   disco_printf(kLogInBand, wwn, "found on slow discovery list");
@@ -104,7 +104,7 @@ std::optional<int> CPortInfo::StampKnownPort(const LocalBoard& board) {
   if (m_pMainHbaList == nullptr) return std::nullopt;
   const unsigned char* wwn = board.info.portWwn;
   CHbaList& current = *m_pMainHbaList;
-  CHbaListGuard guard(current);
+  HbaListGuard guard(current);
   CHbaEntry* listed = current.FindEntry(wwn);
   if (listed == nullptr) return std::nullopt;
   disco_printf(kLogInBand, wwn, "Found local HBA in main discovery list");
@@ -117,11 +117,11 @@ std::optional<int> CPortInfo::StampKnownPort(const LocalBoard& board) {
 // The provider is asked without the list's lock, so the port may be gone when its answer is there.
 bool CPortInfo::HasVFCountChanged(const LocalBoard& board) const {
   const unsigned char* wwn = board.info.portWwn;
-  CVFBuffer functions;
+  VFBuffer functions;
   const auto ask = [&](RM_VFList* list) { return RM_GetVirtualFunctionList(nullptr, wwn, list); };
   if (AskGrowing(functions, kFirstVFRoom, ask) != RM_STATUS_OK) return false;
   CHbaList& current = *m_pMainHbaList;
-  CHbaListGuard guard(current);
+  HbaListGuard guard(current);
   const CHbaEntry* listed = current.FindEntry(wwn);
   if (listed == nullptr || listed->GetVFCount() == functions.Count()) return false;
   disco_printf(kLogInBand, wwn, "Port VFCount changed. Doing full rediscovery");
@@ -132,7 +132,7 @@ bool CPortInfo::HasVFCountChanged(const LocalBoard& board) const {
 // up for one without an answer uses none up.
 void CPortInfo::RevisitWhileRetriesLast(const LocalBoard& board) {
   CHbaList& current = *m_pMainHbaList;
-  CHbaListGuard guard(current);
+  HbaListGuard guard(current);
   CHbaEntry* listed = current.FindEntry(board.info.portWwn);
   if (listed == nullptr || (listed->AreTargetsRead() && listed->GetTargetMapRetries() == 0)) return;
   const unsigned int features = board.info.specialFeatures;
@@ -140,7 +140,7 @@ void CPortInfo::RevisitWhileRetriesLast(const LocalBoard& board) {
   CHbaEntry visit(*listed);
   visit.SetOldTargetCount(visit.GetTargetCount());
   CHbaList& ports = *m_pDiscoPortsList;
-  CHbaListGuard portsGuard(ports);
+  HbaListGuard portsGuard(ports);
   ports.AddEntry(&visit);
 }
 
@@ -150,7 +150,7 @@ void CPortInfo::UpdateISCSIPort(const LocalBoard& board) {
   CHbaList& current = *m_pMainHbaList;
   CHbaEntry copy;
   {
-    CHbaListGuard guard(current);
+    HbaListGuard guard(current);
     CHbaEntry* listed = current.FindEntry(wwn);
     if (listed == nullptr) return;
     if (board.names.DifferFrom(*listed->GetISCSINames())) {
@@ -161,7 +161,7 @@ void CPortInfo::UpdateISCSIPort(const LocalBoard& board) {
   }
   iSCSI_AddTargetInfo(&copy, m_Stopped, 0);
   if (!copy.AreTargetsRead()) return;
-  CHbaListGuard guard(current);
+  HbaListGuard guard(current);
   CHbaEntry* listed = current.FindEntry(wwn);
   if (listed == nullptr) return;
   const bool changed = HaveTargetsChanged(wwn, listed->GetTargetList(), copy.GetTargetList());
@@ -176,7 +176,7 @@ void CPortInfo::ProcessLiteDiscovery(CHbaList* slowList) {
   if (m_pMainHbaList == nullptr || m_pDiscoPortsList == nullptr) return;
   CHbaList& current = *m_pMainHbaList;
   CHbaList& ports = *m_pDiscoPortsList;
-  CHbaListPairGuard guard(current, ports);
+  HbaListPairGuard guard(current, ports);
   for (CHbaEntry* port = ports.GetFirstEntry(); port != nullptr; port = ports.GetNextEntry()) {
     const HBA_info_v4& info = *port->GetHbaInfo();
     port->SetDiscoveryMark(m_DiscoveryMark);

@@ -12,7 +12,7 @@ constexpr std::uint32_t kFirstNodeRoom = 256;
 constexpr int kNoMemoryToGrow = 8;
 
 // One call, and one more with the room that the first asks for. Nothing when there is no memory at all.
-std::optional<int> ReadNodes(const unsigned char* wwn, CNodeBuffer& nodes) {
+std::optional<int> ReadNodes(const unsigned char* wwn, NodeBuffer& nodes) {
   if (!nodes.Allocate(kFirstNodeRoom)) return std::nullopt;
   const int status = RM_GetAllNodeInfo(nullptr, wwn, nodes.Request());
   if (status != RM_STATUS_MORE_DATA && status != RM_STATUS_BUFFER_TOO_SMALL &&
@@ -32,7 +32,7 @@ std::optional<int> ReadNodes(const unsigned char* wwn, CNodeBuffer& nodes) {
 
 void CPortInfo::UpdateAllDiscoPortsListWithTargets(const unsigned char* portInfo) {
   disco_printf(kLogInBand, portInfo, "Updating discovered ports list with targets for hba");
-  CNodeBuffer nodes;
+  NodeBuffer nodes;
   const std::optional<int> status = ReadNodes(portInfo, nodes);
   if (!status) {
     disco_printf(kLogInBand, portInfo, "ERROR - unable to allocate node info for get targets");
@@ -42,7 +42,7 @@ void CPortInfo::UpdateAllDiscoPortsListWithTargets(const unsigned char* portInfo
     disco_printf(kLogInBand, portInfo, "ERROR %d - unable to get targets", *status);
     return;
   }
-  CDiscoWWPNListGuard guard(m_AllDiscoPorts);
+  DiscoWWPNListGuard guard(m_AllDiscoPorts);
   for (std::uint32_t i = 0; i < nodes.Count(); ++i) {
     const RM_NodeInfoEntry& node = nodes[i];
     if ((node.nodeState & RM_NODE_EXISTS) == 0 || m_AllDiscoPorts.FindEntry(node.portWwn) != nullptr) continue;
@@ -57,7 +57,7 @@ void CPortInfo::UpdateAllDiscoPortsListWithTargets(const unsigned char* portInfo
 // is seen again, so a new name asks for a full cycle twice: in the cycle that adds it, and in the next, whose
 // reset flag differs.
 int CPortInfo::SettleDiscoPortFlags() {
-  CDiscoWWPNListGuard guard(m_AllDiscoPorts);
+  DiscoWWPNListGuard guard(m_AllDiscoPorts);
   bool changed = m_AllDiscoPorts.IsListChanged() != 0;
   for (CDiscoWWPNEntry* entry = m_AllDiscoPorts.GetFirstEntry(); entry != nullptr;
        entry = m_AllDiscoPorts.GetNextEntry()) {

@@ -19,12 +19,12 @@ class Unlockable {
 
 }  // namespace
 
-bool CLocalReads::IsStuck() const {
+bool LocalReads::IsStuck() const {
   return Clock::now().time_since_epoch() - m_LastCall.load(std::memory_order_relaxed) >= m_StuckAfter;
 }
 
-CLocalReads::Result CLocalReads::Enter(const StopQuery& stopped) {
-  const CZylLockGuard guard(m_Lock);
+LocalReads::Result LocalReads::Enter(const StopQuery& stopped) {
+  const LockGuard guard(m_Lock);
   Unlockable lock(m_Lock);
   while (m_Reading) {
     if (IsStopped(stopped)) return Result::kStopped;
@@ -36,22 +36,22 @@ CLocalReads::Result CLocalReads::Enter(const StopQuery& stopped) {
   return Result::kEntered;
 }
 
-void CLocalReads::Leave() {
+void LocalReads::Leave() {
   {
-    const CZylLockGuard guard(m_Lock);
+    const LockGuard guard(m_Lock);
     m_Reading = false;
   }
   m_Left.notify_one();
 }
 
-CLocalTurn::CLocalTurn(CLocalReads& reads, const CHbaEntry& port, const StopQuery& stopped)
+LocalTurn::LocalTurn(LocalReads& reads, const CHbaEntry& port, const StopQuery& stopped)
     : m_Reads(port.IsLocalPort() != 0 ? &reads : nullptr),
-      m_Result(m_Reads == nullptr ? CLocalReads::Result::kEntered : m_Reads->Enter(stopped)) {
-  if (m_Result == CLocalReads::Result::kStuck) {
+      m_Result(m_Reads == nullptr ? LocalReads::Result::kEntered : m_Reads->Enter(stopped)) {
+  if (m_Result == LocalReads::Result::kStuck) {
     disco_printf(kLogLocalPorts, port.GetHbaInfo()->portWwn, "Not read: the read of another local port hangs");
   }
 }
 
-CLocalTurn::~CLocalTurn() {
+LocalTurn::~LocalTurn() {
   if (m_Reads != nullptr && HasCome()) m_Reads->Leave();
 }

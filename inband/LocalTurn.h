@@ -21,11 +21,11 @@
 //
 // Thread safety: any thread; internally locked by a leaf. Nobody enters with a list locked. Ownership: never
 // destroyed while a thread may read, so a global one is leaked on purpose.
-class CLocalReads {
+class LocalReads {
  public:
   static constexpr std::chrono::milliseconds kStuckAfter{10'000};
 
-  explicit CLocalReads(std::chrono::milliseconds stuckAfter = kStuckAfter) : m_StuckAfter(stuckAfter) {}
+  explicit LocalReads(std::chrono::milliseconds stuckAfter = kStuckAfter) : m_StuckAfter(stuckAfter) {}
 
   enum class Result { kEntered, kStopped, kStuck };
 
@@ -51,23 +51,23 @@ class CLocalReads {
 // One read's turn, for a scope. A port of another host waits for nobody.
 //
 // Thread safety: used by one thread. Ownership: `reads` outlives the turn.
-class CLocalTurn {
+class LocalTurn {
  public:
-  CLocalTurn(CLocalReads& reads, const CHbaEntry& port, const StopQuery& stopped);
-  ~CLocalTurn();
-  CLocalTurn(const CLocalTurn&) = delete;
-  CLocalTurn& operator=(const CLocalTurn&) = delete;
+  LocalTurn(LocalReads& reads, const CHbaEntry& port, const StopQuery& stopped);
+  ~LocalTurn();
+  LocalTurn(const LocalTurn&) = delete;
+  LocalTurn& operator=(const LocalTurn&) = delete;
 
   // False: nothing is to be read.
-  bool HasCome() const { return m_Result == CLocalReads::Result::kEntered; }
+  bool HasCome() const { return m_Result == LocalReads::Result::kEntered; }
   // Before each call to the provider.
   void NoteCall() const {
     if (m_Reads != nullptr) m_Reads->NoteCall();
   }
 
  private:
-  CLocalReads* const m_Reads;  // null for a port of another host
-  const CLocalReads::Result m_Result;
+  LocalReads* const m_Reads;  // null for a port of another host
+  const LocalReads::Result m_Result;
 };
 
 #endif  // INBAND_LOCALTURN_H_

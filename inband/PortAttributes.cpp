@@ -329,7 +329,7 @@ void AttributeReader::ReadFCPort() {
 }
 
 void AttributeReader::ReadISCSINames() {
-  CInitiatorNames names;
+  InitiatorNames names;
   m_Status = names.Read(Proxy(), Wwn());
   if (m_Status != RM_STATUS_OK) {
     disco_printf(kMaskError, Wwn(), "GetRemotePortAttr: Could not get iSCSI names (error %d)", m_Status);

@@ -72,7 +72,7 @@ void PortVisit::FileAsSlow(int status) {
   disco_printf(kLogLocalPorts, Wwn(), "RM_GetHBAAttributes() error %d, ", status & 0xFF);
   if (m_Block.slow == nullptr) return;
   CHbaList& slow = *m_Block.slow;
-  CHbaListGuard guard(slow);
+  HbaListGuard guard(slow);
   if (!Enabled()) return;
   slow.AddEntry(&m_Port);
   disco_printf(kLogInBand, Wwn(), "put on slow discovery list");
@@ -80,7 +80,7 @@ void PortVisit::FileAsSlow(int status) {
 
 std::optional<CHbaEntry> PortVisit::CopyListed() const {
   CHbaList& destination = *m_Block.destination;
-  CHbaListGuard guard(destination);
+  HbaListGuard guard(destination);
   const CHbaEntry* listed = destination.FindEntry(Wwn());
   if (listed == nullptr) return std::nullopt;
   return *listed;
@@ -110,7 +110,7 @@ void PortVisit::FileAsNew() {
     ReadBelow(m_Port);
   }
   CHbaList& destination = *m_Block.destination;
-  CHbaListGuard guard(destination);
+  HbaListGuard guard(destination);
   if (!Enabled()) return;
   m_Port.SetHbaInfoValid();
   destination.AddEntry(&m_Port);
@@ -123,7 +123,7 @@ void PortVisit::Refresh(CHbaEntry port) {
   if (IsTargetModePort(*m_Port.GetHbaInfo())) return;
   const bool changed = ReadBelow(port);
   CHbaList& destination = *m_Block.destination;
-  CHbaListGuard guard(destination);
+  HbaListGuard guard(destination);
   CHbaEntry* listed = destination.FindEntry(Wwn());
   if (listed == nullptr || !Enabled()) return;
   listed->TakeTargets(port);
@@ -186,14 +186,14 @@ void PortDiscoveryParams::Clear() {
 
 void PortDiscoveryParams::Replace(std::shared_ptr<const PortDiscoveryBlock> block) {
   {
-    CZylLockGuard guard(m_Lock);
+    LockGuard guard(m_Lock);
     m_Block.swap(block);
   }
   // The old block goes here, without the lock: freeing lists may take long.
 }
 
 std::shared_ptr<const PortDiscoveryBlock> PortDiscoveryParams::Get() const {
-  CZylLockGuard guard(m_Lock);
+  LockGuard guard(m_Lock);
   return m_Block;
 }
 

@@ -19,7 +19,7 @@ constexpr unsigned int kDriverTypes = 15;
 // Bit n: a driver of type n maps every node that exists by itself.
 constexpr unsigned int kMappingDrivers = 0x21F8;
 
-CLocalReads& gs_LocalTargetReads = *new CLocalReads;
+LocalReads& gs_LocalTargetReads = *new LocalReads;
 
 // Room of the next target list, in records. Atomic: shared by all readers, and a stale value only costs one
 // more call.
@@ -35,7 +35,7 @@ bool SaysHowMany(int status) {
 
 class TargetReader {
  public:
-  TargetReader(CHbaEntry* port, CZylTpThread* thread, int verbose, const CLocalTurn& turn)
+  TargetReader(CHbaEntry* port, CZylTpThread* thread, int verbose, const LocalTurn& turn)
       : m_Port(*port), m_Thread(thread), m_Masks(verbose != 0), m_Turn(turn) {}
 
   unsigned int Read();
@@ -50,16 +50,16 @@ class TargetReader {
 
   bool DriverMapsNodes() const;
   void ReadBindType();
-  int ReadNodes(CNodeBuffer& nodes) const;
-  bool AllocateNodes(CNodeBuffer& nodes, std::uint32_t room) const;
-  int AskForNodes(CNodeBuffer& nodes) const;
-  unsigned int StoreNodes(CNodeBuffer& nodes, bool addAll);
+  int ReadNodes(NodeBuffer& nodes) const;
+  bool AllocateNodes(NodeBuffer& nodes, std::uint32_t room) const;
+  int AskForNodes(NodeBuffer& nodes) const;
+  unsigned int StoreNodes(NodeBuffer& nodes, bool addAll);
   void LogNode(std::uint32_t index, const RM_NodeInfoEntry& node, bool added) const;
 
   CHbaEntry& m_Port;
   CZylTpThread* const m_Thread;
   const GatherMasks m_Masks;
-  const CLocalTurn& m_Turn;
+  const LocalTurn& m_Turn;
 };
 
 // Repeats a call while the port is busy. A call that was never made counts as busy.
@@ -87,18 +87,18 @@ void TargetReader::ReadBindType() {
   if (status == RM_STATUS_OK && Enabled()) m_Port.SetTargetBindType(type);
 }
 
-bool TargetReader::AllocateNodes(CNodeBuffer& nodes, std::uint32_t room) const {
+bool TargetReader::AllocateNodes(NodeBuffer& nodes, std::uint32_t room) const {
   if (nodes.Allocate(room)) return true;
   disco_printf(m_Masks.error, Wwn(), "AddTargetInfo, unable to allocate memory for %d targets %d", room,
                RM_STATUS_FAILED);
   return false;
 }
 
-int TargetReader::AskForNodes(CNodeBuffer& nodes) const {
+int TargetReader::AskForNodes(NodeBuffer& nodes) const {
   return CallPatiently(kPause, [&] { return RM_GetAllNodeInfo(Proxy(), Wwn(), nodes.Request()); });
 }
 
-int TargetReader::ReadNodes(CNodeBuffer& nodes) const {
+int TargetReader::ReadNodes(NodeBuffer& nodes) const {
   if (!AllocateNodes(nodes, gs_LastTargetCount.load(std::memory_order_relaxed))) return RM_STATUS_FAILED;
   const int status = AskForNodes(nodes);
   if (!Enabled() || !SaysHowMany(status) || nodes.ReturnedCount() <= nodes.Room()) return status;
@@ -112,11 +112,11 @@ void TargetReader::LogNode(std::uint32_t index, const RM_NodeInfoEntry& node, bo
   disco_printf(
       m_Masks.info, Wwn(),
       "Target %d%s WWPN=%s, WWNN=%s,\n           BindType=0x%x, NodeState=%x, Bus=%d, Target=%d, LUN=%d", index,
-      added ? ":" : " (NOT READY - not added to list!):", CWwnText(node.portWwn).Text(),
-      CWwnText(node.nodeWwn).Text(), node.bindType, node.nodeState, node.bus, node.target, node.lun);
+      added ? ":" : " (NOT READY - not added to list!):", WwnText(node.portWwn).Text(),
+      WwnText(node.nodeWwn).Text(), node.bindType, node.nodeState, node.bus, node.target, node.lun);
 }
 
-unsigned int TargetReader::StoreNodes(CNodeBuffer& nodes, bool addAll) {
+unsigned int TargetReader::StoreNodes(NodeBuffer& nodes, bool addAll) {
   if (nodes.Count() == 0) {
     disco_printf(m_Masks.info, Wwn(), "AddTargetInfo, no targets");
   } else {
@@ -145,7 +145,7 @@ unsigned int TargetReader::Read() {
   if (!Enabled()) return current;
   ReadBindType();
   if (!Enabled()) return current;
-  CNodeBuffer nodes;
+  NodeBuffer nodes;
   const int status = ReadNodes(nodes);
   if (!Enabled() || !IsAnswer(status)) return current;
   m_Port.ClearTargets();
@@ -166,7 +166,7 @@ unsigned int AddTargetInfo(CHbaEntry* port, CZylTpThread* thread, int refresh, i
 
   disco_printf(GatherMasks(verbose != 0).info, port->GetHbaInfo()->portWwn,
                "AddTargetInfo, last target count=%d", gs_LastTargetCount.load(std::memory_order_relaxed));
-  const CLocalTurn turn(gs_LocalTargetReads, *port, StopOf(thread));
+  const LocalTurn turn(gs_LocalTargetReads, *port, StopOf(thread));
   if (turn.HasCome()) return TargetReader(port, thread, verbose, turn).Read();
   port->SetTargetsRead(false);
   return port->GetTargetCount();

@@ -9,11 +9,11 @@ namespace {
 
 constexpr std::uint32_t kFirstRoom = 128;
 
-CLocalReads& gs_LocaliSCSITargetReads = *new CLocalReads;
+LocalReads& gs_LocaliSCSITargetReads = *new LocalReads;
 
 // The last status, or nothing when there is no memory for what the provider wants to return.
 std::optional<int> AskForTargets(const CHbaEntry& port, const StopQuery& stopped, int refresh,
-                                 const CLocalTurn& turn, CISCSITargetBuffer& targets) {
+                                 const LocalTurn& turn, ISCSITargetBuffer& targets) {
   const auto ask = [&] {
     turn.NoteCall();
     return RM_iSCSI_GetTargets(port.GetProxyAddress(), port.GetHbaInfo()->portWwn, refresh != 0 ? 1 : 0,
@@ -30,9 +30,9 @@ std::optional<int> AskForTargets(const CHbaEntry& port, const StopQuery& stopped
 
 // As AskForTargets once the turn comes; else RM_STATUS_LOCKED, and the port's targets are marked as not read.
 std::optional<int> ReadTargets(CHbaEntry& port, const StopQuery& stopped, int refresh,
-                               CISCSITargetBuffer& targets) {
+                               ISCSITargetBuffer& targets) {
   if (!targets.Allocate(kFirstRoom)) return std::nullopt;
-  const CLocalTurn turn(gs_LocaliSCSITargetReads, port, stopped);
+  const LocalTurn turn(gs_LocaliSCSITargetReads, port, stopped);
   if (turn.HasCome()) return AskForTargets(port, stopped, refresh, turn, targets);
   port.SetTargetsRead(false);
   return RM_STATUS_LOCKED;
@@ -64,7 +64,7 @@ unsigned int iSCSI_AddTargetInfo(CHbaEntry* port, const StopQuery& stopped, int 
   port->ClearTargets();
   disco_printf(mask, wwn, "iSCSI AddTargetInfo (refresh targets=%s)", refresh != 0 ? "true" : "false");
 
-  CISCSITargetBuffer targets;
+  ISCSITargetBuffer targets;
   const std::optional<int> status = ReadTargets(*port, stopped, refresh, targets);
   if (!status) {
     disco_printf(kLogLocalPorts, wwn, "iSCSI AddTargetInfo: failed to allocate target list");

@@ -13,7 +13,7 @@ namespace {
 constexpr int kNoMemory = 35;
 constexpr std::uint32_t kFirstRoom = 1;
 
-CLocalReads& gs_LocalVPortReads = *new CLocalReads;
+LocalReads& gs_LocalVPortReads = *new LocalReads;
 
 RM_NodeInfoEntry NodeOf(const RM_VPortTargetEntry& target) {
   RM_NodeInfoEntry node{};
@@ -33,7 +33,7 @@ RM_NodeInfoEntry NodeOf(const RM_VPortTargetEntry& target) {
 
 class VPortReader {
  public:
-  VPortReader(CHbaEntry* port, CZylTpThread* thread, int verbose, const CLocalTurn& turn)
+  VPortReader(CHbaEntry* port, CZylTpThread* thread, int verbose, const LocalTurn& turn)
       : m_Port(*port), m_Thread(thread), m_Masks(verbose != 0), m_Turn(turn) {}
 
   int Read();
@@ -49,13 +49,13 @@ class VPortReader {
   CHbaEntry& m_Port;
   CZylTpThread* const m_Thread;
   const GatherMasks m_Masks;
-  const CLocalTurn& m_Turn;
+  const LocalTurn& m_Turn;
 };
 
 int VPortReader::ReadTargets(std::uint32_t index, CVPortEntry& vport) const {
   const std::uint8_t* wwn = vport.GetHbaInfo()->portWwn;
-  const CWwnText name(wwn);
-  CVPortTargetBuffer targets;
+  const WwnText name(wwn);
+  VPortTargetBuffer targets;
   const std::optional<int> status = AskGrowing(targets, kFirstRoom, [&](RM_VPortTargetList* list) {
     m_Turn.NoteCall();
     return RM_VPListTargets(Proxy(), Wwn(), wwn, list);
@@ -80,7 +80,7 @@ int VPortReader::ReadTargets(std::uint32_t index, CVPortEntry& vport) const {
 }
 
 int VPortReader::AddVPort(std::uint32_t index, const RM_VPortEntry& record) {
-  disco_printf(m_Masks.info, Wwn(), "NPIVDISC: VPORT %d - %s", index, CWwnText(record.portWwn).Text());
+  disco_printf(m_Masks.info, Wwn(), "NPIVDISC: VPORT %d - %s", index, WwnText(record.portWwn).Text());
   CVPortEntry vport(record.portWwn);
   std::memcpy(vport.GetHbaInfo()->nodeWwn, record.nodeWwn, sizeof(record.nodeWwn));
   const int status = ReadTargets(index, vport);
@@ -90,7 +90,7 @@ int VPortReader::AddVPort(std::uint32_t index, const RM_VPortEntry& record) {
 
 int VPortReader::Read() {
   if (!Enabled()) return RM_STATUS_OK;
-  CVPortBuffer vports;
+  VPortBuffer vports;
   const auto ask = [&](RM_VPortList* list) {
     m_Turn.NoteCall();
     return RM_VPList(Proxy(), Wwn(), list);
@@ -114,7 +114,7 @@ int AddVPortInfo(CHbaEntry* port, CZylTpThread* thread, int verbose) {
   if (isNIC) return AddSriovVFInfo(port, thread, verbose);
   if (isISCSI) return RM_STATUS_OK;
   const StopQuery stopped = StopOf(thread);
-  const CLocalTurn turn(gs_LocalVPortReads, *port, stopped);
+  const LocalTurn turn(gs_LocalVPortReads, *port, stopped);
   if (turn.HasCome()) return VPortReader(port, thread, verbose, turn).Read();
   port->SetVPortsRead(false);
   return IsStopped(stopped) ? RM_STATUS_OK : RM_STATUS_LOCKED;
@@ -123,7 +123,7 @@ int AddVPortInfo(CHbaEntry* port, CZylTpThread* thread, int verbose) {
 int AddSriovVFInfo(CHbaEntry* port, CZylTpThread* /*thread*/, int /*verbose*/) {
   const unsigned char* wwn = port->GetHbaInfo()->portWwn;
   port->SetVFsRead(true);  // no memory for the answer is a failure like most others
-  CVFBuffer functions;
+  VFBuffer functions;
   if (!functions.Allocate(kFirstVFRoom)) return 0;
   int status = RM_GetVirtualFunctionList(port->GetProxyAddress(), wwn, functions.Request());
   disco_printf(kLogInBand, wwn, "RM_GetVirtualFunctionList status = %d", status);

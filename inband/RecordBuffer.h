@@ -27,7 +27,7 @@ std::unique_ptr<Record[]> AllocateRecords(std::uint32_t count) {
 }
 
 template <typename Header, typename Record>
-class CRecordBuffer {
+class RecordBuffer {
  public:
   // A fresh zeroed block for `room` records; false, and no block, when it cannot be had.
   bool Allocate(std::uint32_t room) {
@@ -78,7 +78,7 @@ class CRecordBuffer {
 // Calls `ask`, and once more with a grown buffer when the first room was too small. The last status, or nothing
 // when there is no memory for the room wanted.
 template <typename Header, typename Record, typename Ask>
-std::optional<int> AskGrowing(CRecordBuffer<Header, Record>& buffer, std::uint32_t room, Ask ask) {
+std::optional<int> AskGrowing(RecordBuffer<Header, Record>& buffer, std::uint32_t room, Ask ask) {
   if (!buffer.Allocate(room)) return std::nullopt;
   const int status = ask(buffer.Request());
   if (status != RM_STATUS_BUFFER_TOO_SMALL) return status;
@@ -86,10 +86,10 @@ std::optional<int> AskGrowing(CRecordBuffer<Header, Record>& buffer, std::uint32
   return ask(buffer.Request());
 }
 
-using CNodeBuffer = CRecordBuffer<RM_NodeInfoList, RM_NodeInfoEntry>;
-using CISCSITargetBuffer = CRecordBuffer<RM_ISCSI_TargetList, _RM_ISCSI_TARGET>;
-using CVPortBuffer = CRecordBuffer<RM_VPortList, RM_VPortEntry>;
-using CVPortTargetBuffer = CRecordBuffer<RM_VPortTargetList, RM_VPortTargetEntry>;
-using CVFBuffer = CRecordBuffer<RM_VFList, HBA_NAME>;
+using NodeBuffer = RecordBuffer<RM_NodeInfoList, RM_NodeInfoEntry>;
+using ISCSITargetBuffer = RecordBuffer<RM_ISCSI_TargetList, _RM_ISCSI_TARGET>;
+using VPortBuffer = RecordBuffer<RM_VPortList, RM_VPortEntry>;
+using VPortTargetBuffer = RecordBuffer<RM_VPortTargetList, RM_VPortTargetEntry>;
+using VFBuffer = RecordBuffer<RM_VFList, HBA_NAME>;
 
 #endif  // INBAND_RECORDBUFFER_H_

@@ -263,8 +263,8 @@ bool CSlowHbaDiscover::EnterCycle() {
 std::shared_ptr<CHbaList> CSlowHbaDiscover::CopySlowList() const {
   const std::shared_ptr<CHbaList> slow = m_SlowList.Get();
   auto ports = std::make_shared<CHbaList>();
-  CHbaListGuard guard(*slow);
-  CHbaListGuard portsGuard(*ports);
+  HbaListGuard guard(*slow);
+  HbaListGuard portsGuard(*ports);
   for (const CHbaEntry* port = slow->GetFirstEntry(); port != nullptr; port = slow->GetNextEntry()) {
     ports->AddEntry(port);
   }
@@ -288,8 +288,8 @@ void CSlowHbaDiscover::MergeFound(CHbaList& found) {
   }
   {
     const std::shared_ptr<CHbaList> slow = m_SlowList.Get();
-    CHbaListGuard guard(*slow);
-    CHbaListGuard foundGuard(found);
+    HbaListGuard guard(*slow);
+    HbaListGuard foundGuard(found);
     for (CHbaEntry* port = found.GetFirstEntry(); port != nullptr && InCycle(); port = found.GetNextEntry()) {
       slow->RemoveEntry(port);
       disco_printf(kLogSlow, port->GetHbaInfo()->portWwn,

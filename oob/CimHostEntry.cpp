@@ -34,7 +34,7 @@ void StorePassword(CIMCredentials* record, std::string_view password) {
 // The third credential ends the fields that have a separator of their own: the rest is the password, commas and
 // all.
 void FillRecord(CIMCredentials* record, std::string_view line, bool passwordless) {
-  CPieces fields(line, kFieldEnd);
+  Pieces fields(line, kFieldEnd);
   Store(record->hostAddress, fields.Next());
   if (const std::string_view port = fields.Next(); !port.empty()) {
     record->port = static_cast<std::uint32_t>(std::strtol(std::string(port).c_str(), nullptr, 0));
@@ -51,7 +51,7 @@ int ValidateCredentialsString(const char* text, int* passwordless) {
   const std::string_view all(text);
   std::size_t cursor = 0;
   for (int count = 0; count <= kFieldCount;) {
-    const std::string_view field = CPieces(all.substr(cursor), kFieldEnd).Next();
+    const std::string_view field = Pieces(all.substr(cursor), kFieldEnd).Next();
     if (field.empty()) return 1;
     ++count;
     cursor += field.size();
@@ -90,7 +90,7 @@ int ParseCimHostEntry(char* line, CIMCredentials* record) {
   const std::unique_ptr<char[]> compact = RemoveAllWhiteSpaces(line);
   int passwordless = 0;
   // Blanks and separators alone are no host either.
-  if (CPieces(compact.get(), kFieldEnd).Next().empty()) return 0;
+  if (Pieces(compact.get(), kFieldEnd).Next().empty()) return 0;
   if (ValidateCredentialsString(compact.get(), &passwordless) == 0) return 0;
   record->port = kDefaultPort;
   FillRecord(record, compact.get(), passwordless != 0);

@@ -40,7 +40,7 @@ std::string_view HostOf(std::string_view text, unsigned short* port) {
     const std::size_t second = text.find(':', text.find(':') + 1);
     return text.substr(0, text.find_first_of(kBlanks, second));
   }
-  CPieces pieces(text, ":");
+  Pieces pieces(text, ":");
   const std::string_view host = UpToBlank(pieces.Next());
   // A name is not taken, only a number; the port counts either way.
   if (const std::string_view number = pieces.Next(); !number.empty()) TakePort(number, port);
@@ -76,7 +76,7 @@ BracketedHost SplitBrackets(std::string_view text) {
   return {text.substr(1, end - 1), text.substr(end + 1)};
 }
 
-std::string_view CPieces::Next() {
+std::string_view Pieces::Next() {
   const std::size_t begin = std::min(m_Rest.find_first_not_of(m_Separators), m_Rest.size());
   const std::size_t end = std::min(m_Rest.find_first_of(m_Separators, begin), m_Rest.size());
   const std::string_view piece = m_Rest.substr(begin, end - begin);

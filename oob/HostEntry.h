@@ -39,9 +39,9 @@ int EncryptPwd(const unsigned char* in, unsigned char* out);
 int FmtIpAddress(const _RM_IP_INFO* address, char* text);
 
 // The text of an address; empty when the provider has none.
-class CIpText {
+class IpText {
  public:
-  explicit CIpText(const _RM_IP_INFO& address) {
+  explicit IpText(const _RM_IP_INFO& address) {
     FmtIpAddress(&address, m_Text.data());
     m_Text.back() = '\0';
   }
@@ -77,9 +77,9 @@ struct BracketedHost {
 BracketedHost SplitBrackets(std::string_view text);
 
 // The pieces between separators, as strtok finds them: empty ones do not count.
-class CPieces {
+class Pieces {
  public:
-  CPieces(std::string_view text, const char* separators) : m_Rest(text), m_Separators(separators) {}
+  Pieces(std::string_view text, const char* separators) : m_Rest(text), m_Separators(separators) {}
   // The next piece; empty when there is none.
   std::string_view Next();
   // All that follows the last piece and its separator.

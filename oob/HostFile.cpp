@@ -125,7 +125,7 @@ bool Replace(const std::string& directory, const HostFileKind& kind, std::string
 std::size_t PieceBegin(std::string_view content, std::size_t from, std::size_t position) {
   const std::size_t newline = content.substr(from, position - from).rfind('\n');
   const std::size_t begin = newline == std::string_view::npos ? from : from + newline + 1;
-  return position - (position - begin) % CHostFilePieces::kMaxPiece;
+  return position - (position - begin) % HostFilePieces::kMaxPiece;
 }
 
 // The next piece, from `from` on, that names the host; empty when there is none. Only what can be such a piece
@@ -139,7 +139,7 @@ std::string_view FindPiece(std::string_view content, std::size_t from, std::stri
       from =
           PieceBegin(content, from, static_cast<std::size_t>(static_cast<const char*>(found) - content.data()));
     }
-    CHostFilePieces pieces(content.substr(from));
+    HostFilePieces pieces(content.substr(from));
     const std::string_view piece = pieces.Next().value_or(std::string_view());
     if (kind.hostOf(pieces.Line(piece)) == host) return piece;
     from += piece.size();
@@ -166,14 +166,14 @@ std::optional<std::string> ContentWithout(std::string_view content, std::string_
 
 class SCOPED_CAPABILITY HostFileGuard {
  public:
-  explicit HostFileGuard(CHostFile& file) ACQUIRE(file) : m_File(file) { m_File.Lock(); }
-  HostFileGuard(CHostFile& file, std::adopt_lock_t /*locked*/) REQUIRES(file) : m_File(file) {}
+  explicit HostFileGuard(HostFile& file) ACQUIRE(file) : m_File(file) { m_File.Lock(); }
+  HostFileGuard(HostFile& file, std::adopt_lock_t /*locked*/) REQUIRES(file) : m_File(file) {}
   ~HostFileGuard() RELEASE() { m_File.Unlock(); }
   HostFileGuard(const HostFileGuard&) = delete;
   HostFileGuard& operator=(const HostFileGuard&) = delete;
 
  private:
-  CHostFile& m_File;
+  HostFile& m_File;
 };
 
 }  // namespace
@@ -187,7 +187,7 @@ std::optional<std::string> ReadHostFile(const HostFileKind& kind) {
   return directory ? ReadFile(*directory + kind.name) : std::nullopt;
 }
 
-std::optional<std::string_view> CHostFilePieces::Next() {
+std::optional<std::string_view> HostFilePieces::Next() {
   if (m_Rest.empty()) return {};
   const std::size_t newline = m_Rest.substr(0, kMaxPiece).find('\n');
   const std::size_t size = newline == std::string_view::npos ? std::min(m_Rest.size(), kMaxPiece) : newline + 1;
@@ -196,29 +196,29 @@ std::optional<std::string_view> CHostFilePieces::Next() {
   return piece;
 }
 
-char* CHostFilePieces::Line(std::string_view piece) {
+char* HostFilePieces::Line(std::string_view piece) {
   std::copy(piece.begin(), piece.end(), m_Line.begin());
   m_Line[piece.size()] = '\0';
   return m_Line.data();
 }
 
-CHostFile::CHostFile(const HostFileKind& kind)
+HostFile::HostFile(const HostFileKind& kind)
     : m_Kind(kind),
       m_ProcessLock(&kind == &kCimHostsFile ? gs_CimFileLock : gs_OobFileLock),
       m_Handle(RM_OpenGlobalLock(kind.lockName)) {}
 
-CHostFile::~CHostFile() {
+HostFile::~HostFile() {
   if (m_Handle != nullptr) RM_CloseGlobalLock(m_Handle);
 }
 
 // The capability is the pair of both locks, which no analysis can follow.
-void CHostFile::Lock() NO_THREAD_SAFETY_ANALYSIS {
+void HostFile::Lock() NO_THREAD_SAFETY_ANALYSIS {
   m_ProcessLock.GetLock();
   m_HasHandle = m_Handle != nullptr && RM_GetGlobalLock(m_Handle) == RM_STATUS_OK;
 }
 
 // Whoever has the file may be waiting for another process.
-bool CHostFile::LockUnless(const std::function<bool()>& stopped) NO_THREAD_SAFETY_ANALYSIS {
+bool HostFile::LockUnless(const std::function<bool()>& stopped) NO_THREAD_SAFETY_ANALYSIS {
   while (!m_ProcessLock.TryLock()) {
     if (stopped()) return false;
     ZylSleep(kLockPoll);
@@ -227,18 +227,18 @@ bool CHostFile::LockUnless(const std::function<bool()>& stopped) NO_THREAD_SAFET
   return true;
 }
 
-void CHostFile::Unlock() NO_THREAD_SAFETY_ANALYSIS {
+void HostFile::Unlock() NO_THREAD_SAFETY_ANALYSIS {
   if (m_HasHandle) RM_ReleaseGlobalLock(m_Handle);
   m_ProcessLock.ReleaseLock();
 }
 
-std::optional<std::string> CHostFile::Read(const std::function<bool()>& stopped) {
+std::optional<std::string> HostFile::Read(const std::function<bool()>& stopped) {
   if (!LockUnless(stopped)) return {};
   const HostFileGuard guard(*this, std::adopt_lock);
   return ReadHostFile(m_Kind);
 }
 
-bool CHostFile::FindHostAndRepair(std::string_view host) {
+bool HostFile::FindHostAndRepair(std::string_view host) {
   const auto directory = InstallDirectory();
   const auto content = directory ? ReadFile(*directory + m_Kind.name) : std::nullopt;
   if (!content) return false;
@@ -247,12 +247,12 @@ bool CHostFile::FindHostAndRepair(std::string_view host) {
   return found;
 }
 
-bool CHostFile::HasHost(std::string_view host) {
+bool HostFile::HasHost(std::string_view host) {
   const HostFileGuard guard(*this);
   return FindHostAndRepair(host);
 }
 
-CHostFile::Added CHostFile::AddLine(std::string_view host, std::string_view line) {
+HostFile::Added HostFile::AddLine(std::string_view host, std::string_view line) {
   const HostFileGuard guard(*this);
   if (FindHostAndRepair(host)) return Added::kDuplicate;
   const auto directory = InstallDirectory();
@@ -260,7 +260,7 @@ CHostFile::Added CHostFile::AddLine(std::string_view host, std::string_view line
   return Added::kDone;
 }
 
-bool CHostFile::RemoveHost(std::string_view host) {
+bool HostFile::RemoveHost(std::string_view host) {
   const HostFileGuard guard(*this);
   const auto directory = InstallDirectory();
   const auto content = directory ? ReadFile(*directory + m_Kind.name) : std::nullopt;

@@ -36,11 +36,11 @@ extern const HostFileKind kCimHostsFile;
 std::optional<std::string> ReadHostFile(const HostFileKind& kind);
 
 // The pieces in which a file is read: lines with their newline, cut where they are longer than a piece.
-class CHostFilePieces {
+class HostFilePieces {
  public:
   static constexpr std::size_t kMaxPiece = 1023;
 
-  explicit CHostFilePieces(std::string_view content) : m_Rest(content) {}
+  explicit HostFilePieces(std::string_view content) : m_Rest(content) {}
   // Nothing at the end.
   std::optional<std::string_view> Next();
   // A copy of the piece that a parser may change, good until the next call.
@@ -51,14 +51,14 @@ class CHostFilePieces {
   std::array<char, kMaxPiece + 1> m_Line{};
 };
 
-class CAPABILITY("file") CHostFile {
+class CAPABILITY("file") HostFile {
  public:
   enum class Added { kDone, kDuplicate, kFailed };
 
-  explicit CHostFile(const HostFileKind& kind);
-  ~CHostFile();
-  CHostFile(const CHostFile&) = delete;
-  CHostFile& operator=(const CHostFile&) = delete;
+  explicit HostFile(const HostFileKind& kind);
+  ~HostFile();
+  HostFile(const HostFile&) = delete;
+  HostFile& operator=(const HostFile&) = delete;
 
   // Without a working lock between processes there remains the one of this process.
   void Lock() ACQUIRE();

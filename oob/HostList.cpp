@@ -35,7 +35,7 @@ template <typename Visit>
 void VisitCimHosts(Visit visit) {
   const auto content = ReadHostFile(kCimHostsFile);
   if (!content) return;
-  CHostFilePieces pieces(*content);
+  HostFilePieces pieces(*content);
   CIMCredentials record{};
   while (const auto piece = pieces.Next()) {
     if (ParseCimHostEntry(pieces.Line(*piece), &record) != 0 && !visit(record)) return;
@@ -47,7 +47,7 @@ int FillHostList(unsigned char* list) {
   std::memcpy(&room, list, sizeof(room));
   std::uint32_t found = 0;
   if (const auto content = ReadHostFile(kOobHostsFile)) {
-    CHostFilePieces pieces(*content);
+    HostFilePieces pieces(*content);
     char* host = nullptr;
     const char* name = nullptr;
     while (const auto piece = pieces.Next()) {

@@ -13,24 +13,24 @@ static_assert(sizeof(RM_NodeAddrList) % alignof(HBA_NAME) == 0);
 
 }  // namespace
 
-void CNodeAddresses::Free::operator()(RM_NodeAddrList* block) const {
+void NodeAddresses::Free::operator()(RM_NodeAddrList* block) const {
   std::free(block);
 }
 
-bool CNodeAddresses::Allocate(std::uint32_t room) {
+bool NodeAddresses::Allocate(std::uint32_t room) {
   m_Room = room;
   m_Block.reset(
       static_cast<RM_NodeAddrList*>(std::calloc(1, sizeof(RM_NodeAddrList) + room * sizeof(HBA_NAME))));
   return m_Block != nullptr;
 }
 
-bool CNodeAddresses::Begin() {
+bool NodeAddresses::Begin() {
   m_Growths = 0;
   m_Count = 0;
   return m_Block != nullptr || Allocate(kFirstRoom);
 }
 
-std::optional<int> CNodeAddresses::Ask(const _RM_IP_INFO& host, const std::function<bool()>& goOn) {
+std::optional<int> NodeAddresses::Ask(const _RM_IP_INFO& host, const std::function<bool()>& goOn) {
   for (;;) {
     m_Block->capacity = m_Room;
     m_Block->count = 0;
@@ -46,6 +46,6 @@ std::optional<int> CNodeAddresses::Ask(const _RM_IP_INFO& host, const std::funct
   }
 }
 
-const HBA_NAME& CNodeAddresses::operator[](std::uint32_t index) const {
+const HBA_NAME& NodeAddresses::operator[](std::uint32_t index) const {
   return reinterpret_cast<const HBA_NAME*>(m_Block.get() + 1)[index];
 }

@@ -11,7 +11,7 @@
 
 #include "rmapi/rmapi.h"
 
-class CNodeAddresses {
+class NodeAddresses {
  public:
   static constexpr std::uint32_t kFirstRoom = 256;
 

@@ -94,7 +94,7 @@ void COOBHbaDiscover::GetOobSocketNumber() {
   char line[256];
   while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
     if (std::strstr(line, kPortKey) == nullptr) continue;
-    CPieces pieces(line, ":");
+    Pieces pieces(line, ":");
     pieces.Next();
     const std::string_view number = pieces.Next();
     if (number.empty()) continue;
@@ -158,7 +158,7 @@ void COOBHbaDiscover::KillDiscoveryCycle(int giveUp) {
 
 // False when the cycle has ended meanwhile; else how many cycles have ended before it.
 bool COOBHbaDiscover::RequestKill(unsigned int* ended) {
-  const CZylLockGuard guard(m_KillLock);
+  const LockGuard guard(m_KillLock);
   if (!HasState(kOobInCycle)) return false;
   ++m_KillWaiters;
   *ended = m_CyclesEnded.load();
@@ -182,7 +182,7 @@ void COOBHbaDiscover::AwaitCycleEnd(int giveUp, unsigned int ended) const {
 
 // The last of several killers that give up takes the request back, so that none takes it away from another.
 void COOBHbaDiscover::DropKillWaiter(unsigned int ended) {
-  const CZylLockGuard guard(m_KillLock);
+  const LockGuard guard(m_KillLock);
   if (--m_KillWaiters == 0 && m_CyclesEnded.load() == ended) ChangeState(kOobStopRequested, 0);
 }
 

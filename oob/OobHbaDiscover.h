@@ -145,8 +145,8 @@ class COOBHbaDiscover final : public CZylThread {
   const std::shared_ptr<OobCycleSlot> m_Cycle;  // shared with the workers, internally locked
   CZylThreadPool m_ThreadPool;                  // internally locked
   CZylThreadPool m_SilentPool;                  // asks silent hosts; internally locked
-  CHostFile m_HostFile;                         // internally locked
-  CHostFile m_CimFile;                          // internally locked
+  HostFile m_HostFile;                          // internally locked
+  HostFile m_CimFile;                           // internally locked
 
   // Atomic: read by the main thread while callers change them.
   std::atomic<std::uint32_t> m_Interval{90};  // seconds

@@ -62,7 +62,7 @@ std::optional<HostRequest> ParseRequest(std::string_view text) {
     return HostRequest{std::string(bracketed.host), {}};
   }
   if (HasTwoColons(text)) return HostRequest{std::string(text), {}};
-  CPieces pieces(text, ":");
+  Pieces pieces(text, ":");
   const std::string_view host = pieces.Next();
   const std::string_view number = pieces.Next();
   if (host.empty()) return {};
@@ -71,7 +71,7 @@ std::optional<HostRequest> ParseRequest(std::string_view text) {
 }
 
 // Asks a host that is about to be added; a status, or nothing when there is no memory.
-std::optional<int> AskForNames(const char* text, const _RM_IP_INFO& address, CNodeAddresses& names) {
+std::optional<int> AskForNames(const char* text, const _RM_IP_INFO& address, NodeAddresses& names) {
   if (!names.Begin()) {
     disco_printf(kLogAddError, nullptr, "OOB: AddOOBHost could not allocate memory for %d HBA addresses",
                  static_cast<int>(names.WantedRoom()));
@@ -111,7 +111,7 @@ std::string NameFrom(const unsigned char* attributes) {
 
 // The name that the first port gives whose attributes can be read. No failure ends the search but the time
 // does, as the caller waits: a host may have thousands of ports.
-std::string ReadHostName(const unsigned char* proxy, const CNodeAddresses& names, Milliseconds limit) {
+std::string ReadHostName(const unsigned char* proxy, const NodeAddresses& names, Milliseconds limit) {
   std::array<unsigned char, RM_ATTRIBUTE_ROOM> attributes{};
   const auto end = std::chrono::steady_clock::now() + limit;
   for (std::uint32_t i = 0; i < names.Count() && std::chrono::steady_clock::now() < end; ++i) {
@@ -130,7 +130,7 @@ struct HostLine {
 
 // Only an IPv6 address with a port stands in brackets.
 HostLine FormLine(const _RM_IP_INFO& address, std::optional<unsigned short> port, const std::string& name) {
-  HostLine formed{CIpText(address).Text(), ""};
+  HostLine formed{IpText(address).Text(), ""};
   if (port && IsIPv6(address)) formed.host = '[' + formed.host + ']';
   formed.line = formed.host;
   if (port) formed.line += ':' + std::to_string(*port);
@@ -140,18 +140,18 @@ HostLine FormLine(const _RM_IP_INFO& address, std::optional<unsigned short> port
   return formed;
 }
 
-int WriteHost(CHostFile& file, const HostLine& host) {
+int WriteHost(HostFile& file, const HostLine& host) {
   switch (file.AddLine(host.host, host.line)) {
-    case CHostFile::Added::kDone:
+    case HostFile::Added::kDone:
       return COOBHbaDiscover::kAdded;
-    case CHostFile::Added::kDuplicate:
+    case HostFile::Added::kDuplicate:
       return COOBHbaDiscover::kDuplicate;
     default:
       return COOBHbaDiscover::kCannotWrite;
   }
 }
 
-int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short defaultPort,
+int QueryAndWrite(HostFile& file, const HostRequest& request, unsigned short defaultPort,
                   Milliseconds callLimit) {
   if (IsBadAddress(request.host)) return COOBHbaDiscover::kRefused;
   _RM_IP_INFO address{};
@@ -164,7 +164,7 @@ int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short de
   // An IPv4 host's proxy address is made from its own.
   const CHbaEntry port(nullptr, nullptr, 0, registered, 1, &address);
 
-  CNodeAddresses names;
+  NodeAddresses names;
   const std::optional<int> status = AskForNames(text, address, names);
   if (!status) return COOBHbaDiscover::kRefused;
   if (*status != RM_STATUS_OK) RM_RemoveOOBAddrFromLookupTable(&address);
@@ -178,7 +178,7 @@ int QueryAndWrite(CHostFile& file, const HostRequest& request, unsigned short de
   const std::string name = ReadHostName(port.GetProxyAddress(), names, kNamesLimit * callLimit);
   if (name.empty()) return COOBHbaDiscover::kNoAnswer;
   // An address that the provider cannot write down would leave a line without one.
-  if (*CIpText(address).Text() == '\0') return COOBHbaDiscover::kRefused;
+  if (*IpText(address).Text() == '\0') return COOBHbaDiscover::kRefused;
   return WriteHost(file, FormLine(address, request.port, name));
 }
 

@@ -33,7 +33,7 @@ std::uint64_t IntermediatePeriod(unsigned int seconds) {
 
 std::vector<_RM_IP_INFO> HostsOf(COobIpAddressList& list) {
   std::vector<_RM_IP_INFO> hosts;
-  const COobIpAddressListGuard guard(list);
+  const OobIpAddressListGuard guard(list);
   for (const auto* host = list.FirstEntry(); host != nullptr; host = list.NextEntry()) {
     hosts.push_back(*host->GetIpAddress());
   }
@@ -43,7 +43,7 @@ std::vector<_RM_IP_INFO> HostsOf(COobIpAddressList& list) {
 // Takes hosts out of a list, and returns those that were there as they stood there.
 std::vector<_RM_IP_INFO> Take(const std::vector<_RM_IP_INFO>& hosts, COobIpAddressList& list) {
   std::vector<_RM_IP_INFO> taken;
-  const COobIpAddressListGuard guard(list);
+  const OobIpAddressListGuard guard(list);
   for (const _RM_IP_INFO& host : hosts) {
     const COobIpAddressEntry* entry = list.FindEntry(&host);
     if (entry == nullptr) continue;
@@ -128,7 +128,7 @@ void COOBHbaDiscover::DoOOBDiscovery() {
   if (!StopForced()) {
     unsigned int hosts = 0;
     {
-      const COobIpAddressListGuard guard(cycle->addresses);
+      const OobIpAddressListGuard guard(cycle->addresses);
       hosts = cycle->addresses.GetCount();
       cycle->addresses.SelectFirstEntry();
     }
@@ -170,7 +170,7 @@ bool COOBHbaDiscover::AskSilentHosts(const std::shared_ptr<OobCycle>& cycle) {
   if (hosts.empty() || m_SilentPool.AllThreadsIdle() == 0) return false;
   const auto silent = std::make_shared<OobSilentHosts>(cycle);
   {
-    const COobIpAddressListGuard guard(silent->addresses);
+    const OobIpAddressListGuard guard(silent->addresses);
     for (const _RM_IP_INFO& host : hosts) silent->addresses.AddEntry(&host);
     silent->addresses.SelectFirstEntry();
   }
@@ -232,7 +232,7 @@ int COOBHbaDiscover::RemoveUnDiscOOBEntries(OobCycle& cycle) {
   CHbaList& current = *kept;
   CHbaList& found = cycle.found;
   int changed = 0;
-  const CHbaListPairGuard guard(current, found);
+  const HbaListPairGuard guard(current, found);
   for (CHbaEntry* port = current.GetFirstEntry(); port != nullptr; port = current.GetNextEntry()) {
     const HBA_info_v4& info = *port->GetHbaInfo();
     if (found.FindEntry(info.portWwn) != nullptr) continue;
@@ -251,7 +251,7 @@ int COOBHbaDiscover::RemoveUnDiscOOBEntries(OobCycle& cycle) {
 void COOBHbaDiscover::EndCycle() {
   if (const std::shared_ptr<OobCycle> cycle = m_Cycle->Get(); cycle != nullptr) cycle->isOver = true;
   m_Cycle->Set(nullptr);
-  const CZylLockGuard guard(m_KillLock);
+  const LockGuard guard(m_KillLock);
   const bool stopped = StopRequested();
   // The signal that came with the stop would start the next cycle at once.
   if (stopped) UnSignal();

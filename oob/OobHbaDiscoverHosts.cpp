@@ -22,7 +22,7 @@ std::string_view CutHost(std::string_view host) {
 // has.
 _RM_IP_INFO AddressFromNumbers(std::string_view text) {
   _RM_IP_INFO address{};
-  CPieces pieces(text, ".:");
+  Pieces pieces(text, ".:");
   for (int i = 0; i < 4; ++i) {
     const std::string number(pieces.Next());
     address.address[i] = static_cast<std::uint8_t>(std::strtol(number.c_str(), nullptr, 10));
@@ -50,7 +50,7 @@ void COOBHbaDiscover::AddToCycle(const _RM_IP_INFO& address, const char* host) {
   if (cycle == nullptr) return;
   int added = 0;
   {
-    const COobIpAddressListGuard guard(cycle->addresses);
+    const OobIpAddressListGuard guard(cycle->addresses);
     added = cycle->addresses.AddEntry(&address);
   }
   if (added != 0) {
@@ -70,7 +70,7 @@ void COOBHbaDiscover::ProcessHostsFile() {
     return;
   }
   std::set<std::string> unusable;
-  CHostFilePieces pieces(*content);
+  HostFilePieces pieces(*content);
   while (const auto piece = pieces.Next()) {
     if (StopRequested()) return;
     char* line = pieces.Line(*piece);
@@ -88,7 +88,7 @@ void COOBHbaDiscover::ProcessHostsFile() {
 
 // Each is told once for as long as it stands there.
 void COOBHbaDiscover::TellUnusableHosts(std::set<std::string> hosts) {
-  const CZylLockGuard guard(m_ToldLock);
+  const LockGuard guard(m_ToldLock);
   for (const std::string& host : hosts) {
     if (m_ToldHosts.count(host) != 0) continue;
     disco_printf(kLogDetails, nullptr, "OOB: Host %s in host file cannot be used", host.c_str());
@@ -104,7 +104,7 @@ void COOBHbaDiscover::ProcessCimHostsFile() {
     disco_printf(kLogOob, nullptr, "OOB discovery - cimhost file not found");
     return;
   }
-  CHostFilePieces pieces(*content);
+  HostFilePieces pieces(*content);
   CIMCredentials host{};
   while (const auto piece = pieces.Next()) {
     if (StopRequested()) return;
@@ -119,7 +119,7 @@ void COOBHbaDiscover::ProcessCimHostsFile() {
 
 void COOBHbaDiscover::ForgetHost(const _RM_IP_INFO& address) {
   for (COobIpAddressList* hosts : {&m_Shared->unreachableHosts, &m_Shared->silentHosts}) {
-    const COobIpAddressListGuard guard(*hosts);
+    const OobIpAddressListGuard guard(*hosts);
     hosts->RemoveEntry(&address);
   }
   RM_RemoveOOBAddrFromLookupTable(&address);

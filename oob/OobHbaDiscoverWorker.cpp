@@ -70,7 +70,7 @@ int ReadPortAttributes(const CHbaEntry& port, const CZylTpThread* thread, PortAt
 }
 
 bool IsListed(COobIpAddressList& hosts, const _RM_IP_INFO& host) {
-  const COobIpAddressListGuard guard(hosts);
+  const OobIpAddressListGuard guard(hosts);
   return hosts.FindEntry(&host) != nullptr;
 }
 
@@ -78,7 +78,7 @@ bool IsListed(COobIpAddressList& hosts, const _RM_IP_INFO& host) {
 // the worker is enabled, so that a killed cycle's late result lands nowhere.
 class HostVisit {
  public:
-  HostVisit(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host)
+  HostVisit(CZylTpThread& thread, OobCycle& cycle, NodeAddresses& names, const _RM_IP_INFO& host)
       : m_Thread(thread),
         m_Patience(thread, cycle.shared->callLimit),
         m_Cycle(cycle),
@@ -108,9 +108,9 @@ class HostVisit {
   CZylTpThread& m_Thread;
   HostPatience m_Patience;  // in the thread's place for all that is read of the host
   OobCycle& m_Cycle;
-  CNodeAddresses& m_Names;
+  NodeAddresses& m_Names;
   const _RM_IP_INFO m_Host;
-  const CIpText m_Text;
+  const IpText m_Text;
   unsigned char m_Proxy[8] = {};
 };
 
@@ -121,7 +121,7 @@ bool HostVisit::Register() {
 }
 
 void HostVisit::Note(COobIpAddressList& hosts, bool listed) const {
-  const COobIpAddressListGuard guard(hosts);
+  const OobIpAddressListGuard guard(hosts);
   if (!Enabled()) return;
   if (listed) {
     hosts.AddEntry(&m_Host);
@@ -231,7 +231,7 @@ void HostVisit::ReadBelow(CHbaEntry& port) {
 void HostVisit::File(CHbaEntry& port) {
   CHbaList& found = m_Cycle.found;
   port.SetHbaInfoValid();
-  const CHbaListGuard guard(found);
+  const HbaListGuard guard(found);
   if (!Enabled()) return;
   if (CHbaEntry* listed = found.FindEntry(port.GetHbaInfo()->portWwn); listed != nullptr) {
     listed->MergeHbaEntry(&port);
@@ -266,7 +266,7 @@ int HostVisit::VisitPort(const HBA_NAME& wwpn) {
   return status;
 }
 
-void VisitHost(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host) {
+void VisitHost(CZylTpThread& thread, OobCycle& cycle, NodeAddresses& names, const _RM_IP_INFO& host) {
   HostVisit visit(thread, cycle, names, host);
   if (visit.Begin()) visit.ReadPorts();
 }
@@ -283,7 +283,7 @@ class CountedScope {
 };
 
 // One that has found its tongue only after the cycle's end is read in the next one.
-void VisitSilentHost(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& names, const _RM_IP_INFO& host) {
+void VisitSilentHost(CZylTpThread& thread, OobCycle& cycle, NodeAddresses& names, const _RM_IP_INFO& host) {
   HostVisit visit(thread, cycle, names, host);
   if (!visit.Begin()) return;
   const CountedScope reading(cycle.silentInReading);
@@ -294,7 +294,7 @@ void VisitSilentHost(CZylTpThread& thread, OobCycle& cycle, CNodeAddresses& name
 // only, and nobody takes hosts out of it.
 template <typename Visit>
 void VisitAll(CZylTpThread& thread, OobCycle& cycle, COobIpAddressList& hosts, Visit visit) {
-  CNodeAddresses names;
+  NodeAddresses names;
   while (thread.IsEnabled() != 0) {
     const COobIpAddressEntry* host = hosts.InterlockedGetNextEntry();
     if (host == nullptr) return;

@@ -45,6 +45,6 @@ const COobIpAddressEntry* COobIpAddressList::NextEntry() {
 }
 
 const COobIpAddressEntry* COobIpAddressList::InterlockedGetNextEntry() {
-  const COobIpAddressListGuard guard(*this);
+  const OobIpAddressListGuard guard(*this);
   return NextEntry();
 }

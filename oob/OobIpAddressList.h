@@ -62,6 +62,6 @@ class CAPABILITY("list") COobIpAddressList {
   Entries::iterator m_Cursor GUARDED_BY(this) = m_Entries.end();
 };
 
-using COobIpAddressListGuard = CListGuard<COobIpAddressList>;
+using OobIpAddressListGuard = ListGuard<COobIpAddressList>;
 
 #endif  // OOB_OOBIPADDRESSLIST_H_

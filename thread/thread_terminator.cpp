@@ -34,7 +34,7 @@ void CThreadTerminator::TerminateThread(std::shared_ptr<CZylThread> thread) {
   // behind.
   thread->CleanUp();
   {
-    const CZylLockGuard guard(m_Lock);
+    const LockGuard guard(m_Lock);
     // Without a slot the thread ends all the same: it shares what it uses.
     if (std::shared_ptr<CZylThread>* slot = FreeSlot(); slot != nullptr) *slot = std::move(thread);
   }
@@ -60,7 +60,7 @@ void CThreadTerminator::Finish() {
 }
 
 std::size_t CThreadTerminator::Capacity() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   return m_Slots.size();
 }
 
@@ -79,12 +79,12 @@ void CThreadTerminator::TerminatorThreadProc() {
 // Drops the threads that have ended, outside the lock; true when one is left that has not.
 bool CThreadTerminator::Sweep() {
   while (TakeEnded() != nullptr) continue;
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   return std::any_of(m_Slots.begin(), m_Slots.end(), [](const auto& slot) { return slot != nullptr; });
 }
 
 std::shared_ptr<CZylThread> CThreadTerminator::TakeEnded() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   if (Terminated()) return nullptr;
   const auto ended = std::find_if(m_Slots.begin(), m_Slots.end(),
                                   [](const auto& slot) { return slot != nullptr && slot->Ended(); });

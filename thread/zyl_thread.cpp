@@ -108,7 +108,7 @@ CZylThread::~CZylThread() {
 }
 
 std::uint64_t CZylThread::Create(void* (*routine)(void*), void* arg, int /*ignored*/, int /*direct*/) {
-  const CZylLockGuard creating(m_State->createLock);
+  const LockGuard creating(m_State->createLock);
   // A thread that was let go has no handle any more, but would share its flags with a second one.
   if (m_State->thread != 0 || !m_State->ended) return 0;
   std::unique_ptr<State::Start> start(new (std::nothrow) State::Start{m_State, routine, arg});
@@ -130,7 +130,7 @@ std::uint64_t CZylThread::Create(void* (*routine)(void*), void* arg, int /*ignor
 // The top of every thread, also of one that was to start on its routine directly: each has to mark its end.
 void* CZylThread::RunThread(void* start) {
   const std::unique_ptr<State::Start> own(static_cast<State::Start*>(start));
-  { const CZylLockGuard handlesPublished(own->state->createLock); }
+  { const LockGuard handlesPublished(own->state->createLock); }
   void* result = nullptr;
   try {
     result = own->routine(own->arg);
@@ -192,7 +192,7 @@ void CZylThread::UnSignal() {
 }
 
 int CZylThread::WaitForSignal(unsigned int ms) {
-  const CZylLockGuard waiting(m_State->waitLock);
+  const LockGuard waiting(m_State->waitLock);
   if (const int limit = static_cast<int>(ms); limit < 0) {
     while (m_State->signalled == 0) ZylSleep(kUnlimitedSliceMs * 1000);
   } else {

@@ -50,12 +50,12 @@ class CAPABILITY("mutex") CZylThreadLock {
 //
 // Thread safety: used by one thread.
 // Ownership: the lock outlives the guard.
-class SCOPED_CAPABILITY CZylLockGuard {
+class SCOPED_CAPABILITY LockGuard {
  public:
-  explicit CZylLockGuard(CZylThreadLock& lock) ACQUIRE(lock) : m_Lock(lock) { m_Lock.GetLock(); }
-  ~CZylLockGuard() RELEASE() { m_Lock.ReleaseLock(); }
-  CZylLockGuard(const CZylLockGuard&) = delete;
-  CZylLockGuard& operator=(const CZylLockGuard&) = delete;
+  explicit LockGuard(CZylThreadLock& lock) ACQUIRE(lock) : m_Lock(lock) { m_Lock.GetLock(); }
+  ~LockGuard() RELEASE() { m_Lock.ReleaseLock(); }
+  LockGuard(const LockGuard&) = delete;
+  LockGuard& operator=(const LockGuard&) = delete;
 
  private:
   CZylThreadLock& m_Lock;

@@ -35,7 +35,7 @@ void CZylThreadPool::AdjustThreadCount(unsigned int count, WorkerProc proc, cons
                                        int direct) {
   constexpr int kMost = static_cast<int>(kMaxThreads);
   const auto wanted = static_cast<unsigned int>(std::clamp(static_cast<int>(count), 0, kMost));
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   if (!m_Terminator) m_Terminator = CThreadTerminator::Start();
   DropEnded();
   AskToStop(wanted);
@@ -65,17 +65,17 @@ void CZylThreadPool::AddWorker(WorkerProc proc, const std::shared_ptr<void>& arg
 }
 
 void CZylThreadPool::EnableThreads() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   for (unsigned int i = 0; i < m_Count; ++i) m_Workers[i]->Enable();
 }
 
 void CZylThreadPool::DisableThreads() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   DisableFrom(0);
 }
 
 int CZylThreadPool::AllThreadsIdle() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   return std::all_of(m_Workers.begin(), m_Workers.begin() + m_Count,
                      [](const auto& worker) { return worker->IsIdle() != 0; })
              ? 1
@@ -83,7 +83,7 @@ int CZylThreadPool::AllThreadsIdle() {
 }
 
 void CZylThreadPool::TerminateThreads() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   if (!m_Terminator) return;
   AskToStop(0);
   for (unsigned int i = 0; i < m_Count; ++i) {
@@ -94,7 +94,7 @@ void CZylThreadPool::TerminateThreads() {
 }
 
 void CZylThreadPool::TerminateThreadsImmediate() {
-  const CZylLockGuard guard(m_Lock);
+  const LockGuard guard(m_Lock);
   if (!m_Terminator || m_Count == 0) return;
   DisableFrom(0);
   for (unsigned int i = 0; i < m_Count; ++i) m_Terminator->TerminateThread(std::move(m_Workers[i]));

@@ -18,7 +18,7 @@ class Enumeration : public testing::Test {
 
   Enumeration() {
     // The names known behind local ports outlive a cycle, and so a test.
-    CDiscoWWPNListGuard guard(CPortInfo::m_AllDiscoPorts);
+    DiscoWWPNListGuard guard(CPortInfo::m_AllDiscoPorts);
     while (const CDiscoWWPNEntry* entry = CPortInfo::m_AllDiscoPorts.GetFirstEntry()) {
       CPortInfo::m_AllDiscoPorts.RemoveEntry(entry);
     }
@@ -39,7 +39,7 @@ class Enumeration : public testing::Test {
   void Settle() {
     ASSERT_EQ(FullCycle(), 0);
     {
-      CHbaListGuard guard(*m_New);
+      HbaListGuard guard(*m_New);
       for (CHbaEntry* port = m_New->GetFirstEntry(); port != nullptr; port = m_New->GetNextEntry()) {
         port->ClearBelow();
       }
@@ -48,7 +48,7 @@ class Enumeration : public testing::Test {
   }
 
   void ChangeListed(std::uint64_t wwpn, const std::function<void(CHbaEntry&)>& change) {
-    CHbaListGuard guard(*m_Current);
+    HbaListGuard guard(*m_Current);
     CHbaEntry* entry = m_Current->FindEntry(Name(wwpn).wwn);
     ASSERT_NE(entry, nullptr);
     change(*entry);

@@ -111,7 +111,7 @@ TEST_F(Enumeration, TargetNamesAreCollectedFromFCBoardsOnly) {
   ASSERT_EQ(FullCycle(), 0);
   EXPECT_EQ(m_Provider.Calls("RM_GetAllNodeInfo"), 1);
   EXPECT_EQ(m_Log.Count("Adding non-Varnix port discovered ports list"), 1);
-  CDiscoWWPNListGuard guard(CPortInfo::m_AllDiscoPorts);
+  DiscoWWPNListGuard guard(CPortInfo::m_AllDiscoPorts);
   EXPECT_EQ(CPortInfo::m_AllDiscoPorts.GetCount(), 1U);
   EXPECT_NE(CPortInfo::m_AllDiscoPorts.FindEntry(Name(kTarget).wwn), nullptr);
 }

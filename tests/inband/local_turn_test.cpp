@@ -19,9 +19,9 @@ const CHbaEntry kRemote = MakePort(Info(kPort), 0);
 class LocalTurns : public testing::Test {
  protected:
   // Whether another thread's turn comes.
-  bool TurnComes(CLocalReads& reads, const StopQuery& stopped = {}) {
+  bool TurnComes(LocalReads& reads, const StopQuery& stopped = {}) {
     bool came = false;
-    std::jthread([&] { came = CLocalTurn(reads, kLocal, stopped).HasCome(); }).join();
+    std::jthread([&] { came = LocalTurn(reads, kLocal, stopped).HasCome(); }).join();
     return came;
   }
 
@@ -29,13 +29,13 @@ class LocalTurns : public testing::Test {
 };
 
 TEST_F(LocalTurns, ComeOneAfterTheOther) {
-  CLocalReads reads;
-  std::optional<CLocalTurn> first(std::in_place, reads, kLocal, StopQuery());
-  EXPECT_TRUE(CLocalTurn(reads, kRemote, {}).HasCome()) << "other hosts have drivers of their own";
+  LocalReads reads;
+  std::optional<LocalTurn> first(std::in_place, reads, kLocal, StopQuery());
+  EXPECT_TRUE(LocalTurn(reads, kRemote, {}).HasCome()) << "other hosts have drivers of their own";
   std::atomic<bool> asked{false};
   std::atomic<bool> came{false};
   std::jthread second([&] {
-    const CLocalTurn turn(reads, kLocal, [&] {
+    const LocalTurn turn(reads, kLocal, [&] {
       asked = true;
       return false;
     });
@@ -50,10 +50,10 @@ TEST_F(LocalTurns, ComeOneAfterTheOther) {
 }
 
 TEST_F(LocalTurns, EndWhenTheReadBeforeHangs) {
-  CLocalReads reads(milliseconds(1000));
+  LocalReads reads(milliseconds(1000));
   const Stopwatch watch;
   {
-    const CLocalTurn hanging(reads, kLocal, {});
+    const LocalTurn hanging(reads, kLocal, {});
     EXPECT_FALSE(TurnComes(reads));
     EXPECT_GE(watch.Elapsed(), milliseconds(1000));
     EXPECT_EQ(m_Log.Find("Not read: the read of another local port hangs").wwn, kPort);
@@ -66,11 +66,11 @@ TEST_F(LocalTurns, EndWhenTheReadBeforeHangs) {
 
 // A read of many calls is slow, not stuck.
 TEST_F(LocalTurns, WaitForAReadThatGoesOn) {
-  CLocalReads reads(milliseconds(2000));
+  LocalReads reads(milliseconds(2000));
   const Stopwatch watch;
-  std::optional<CLocalTurn> slow(std::in_place, reads, kLocal, StopQuery());
+  std::optional<LocalTurn> slow(std::in_place, reads, kLocal, StopQuery());
   std::atomic<bool> came{false};
-  std::jthread waiter([&] { came = CLocalTurn(reads, kLocal, {}).HasCome(); });
+  std::jthread waiter([&] { came = LocalTurn(reads, kLocal, {}).HasCome(); });
   while (watch.Elapsed() < milliseconds(3000)) {
     slow->NoteCall();
     std::this_thread::sleep_for(milliseconds(10));

@@ -26,7 +26,7 @@ struct Job {
     known.AddTarget(&node);
     known.AddVPort(&vport);
     Add(*destination, known);
-    const CHbaListGuard guard(*visit);
+    const HbaListGuard guard(*visit);
     visit->SelectFirstEntry();
   }
 

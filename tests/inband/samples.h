@@ -51,19 +51,19 @@ inline CHbaEntry MakePort(const HBA_info_v4& info, int isLocal = 1) {
 }
 
 inline int Add(CHbaList& list, const CHbaEntry& port) EXCLUDES(list) {
-  const CHbaListGuard guard(list);
+  const HbaListGuard guard(list);
   return list.AddEntry(&port);
 }
 
 inline int Remove(CHbaList& list, std::uint64_t wwpn) EXCLUDES(list) {
-  const CHbaListGuard guard(list);
+  const HbaListGuard guard(list);
   const CHbaEntry port(Name(wwpn).wwn);
   return list.RemoveEntry(&port);
 }
 
 // A copy of the listed port, or a port of name 0.
 inline CHbaEntry Listed(CHbaList& list, std::uint64_t wwpn) EXCLUDES(list) {
-  const CHbaListGuard guard(list);
+  const HbaListGuard guard(list);
   const CHbaEntry* entry = list.FindEntry(Name(wwpn).wwn);
   return entry == nullptr ? CHbaEntry() : *entry;
 }
@@ -74,7 +74,7 @@ inline std::uint64_t NumberOf(const CHbaEntry& port) {
 
 inline std::vector<std::uint64_t> Names(CHbaList& list) EXCLUDES(list) {
   std::vector<std::uint64_t> names;
-  const CHbaListGuard guard(list);
+  const HbaListGuard guard(list);
   for (const CHbaEntry* port = list.GetFirstEntry(); port != nullptr; port = list.GetNextEntry()) {
     names.push_back(NumberOf(*port));
   }

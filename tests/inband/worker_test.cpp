@@ -28,7 +28,7 @@ class Worker : public testing::Test {
     m_Provider.ports[kPort + number].attributes = {
         {513, Attribute::Text("host-a")}, {553, Attribute::Text("1")}, {774, Attribute::Number(1)}};
     Add(*m_Visit, port);
-    CHbaListGuard guard(*m_Visit);
+    HbaListGuard guard(*m_Visit);
     m_Visit->SelectFirstEntry();
     return port;
   }

@@ -102,7 +102,7 @@ TEST(FailedAllocation, LeavesPortsAndTheirWalk) {
   const auto make = [] {
     auto list = std::make_unique<CHbaList>();
     for (const std::uint64_t number : Numbers{1, kLast}) Add(*list, CHbaEntry(Name(number).wwn));
-    const CHbaListGuard guard(*list);
+    const HbaListGuard guard(*list);
     list->GetFirstEntry();
     return list;
   };
@@ -111,7 +111,7 @@ TEST(FailedAllocation, LeavesPortsAndTheirWalk) {
   };
   FailEachAllocation(make, work, [&](CHbaList& list) {
     {
-      const CHbaListGuard guard(list);
+      const HbaListGuard guard(list);
       EXPECT_EQ(NumberOf(*list.GetNextEntry()), kLast);
     }
     Numbers expected(list.GetCount());
@@ -162,18 +162,18 @@ TEST(FailedAllocation, LeavesSystemsAndNames) {
 
   FailEachAllocation([] { return std::make_unique<CSystemList>(); },
                      [&](CSystemList& list) {
-                       const CListGuard<CSystemList> guard(list);
+                       const ListGuard<CSystemList> guard(list);
                        list.AddEntry(&after);
                      },
                      [](CSystemList& list) { EXPECT_EQ(list.GetCount(), 0U); });
 
   FailEachAllocation([] { return std::make_unique<CDiscoWWPNList>(); },
                      [](CDiscoWWPNList& list) {
-                       const CDiscoWWPNListGuard guard(list);
+                       const DiscoWWPNListGuard guard(list);
                        list.AddEntry(Name(1).wwn, 0);
                      },
                      [](CDiscoWWPNList& list) {
-                       const CDiscoWWPNListGuard guard(list);
+                       const DiscoWWPNListGuard guard(list);
                        EXPECT_EQ(list.GetCount(), 0U);
                        EXPECT_EQ(list.IsListChanged(), 0);
                      });

@@ -45,7 +45,7 @@ class HbaListWalk : public testing::Test {
 };
 
 TEST_F(HbaListWalk, OrdersByUnsignedNameAndKeepsTheFirst) {
-  const CHbaListGuard guard(m_List);
+  const HbaListGuard guard(m_List);
   EXPECT_EQ(m_List.GetNextEntry(), nullptr);
   EXPECT_EQ(m_List.AddEntry(nullptr), 0);
   EXPECT_EQ(m_List.IsModified(), 0);
@@ -65,7 +65,7 @@ TEST_F(HbaListWalk, OrdersByUnsignedNameAndKeepsTheFirst) {
 }
 
 TEST_F(HbaListWalk, LeavesNoPositionOnAnErasedEntry) {
-  const CHbaListGuard guard(m_List);
+  const HbaListGuard guard(m_List);
   Fill({1, 2, 3, 4, 5, 6});
   m_List.SelectFirstEntry();
   EXPECT_EQ(m_List.RemoveCurrentEntry(), 1);  // 1: current and next stood on it
@@ -86,7 +86,7 @@ TEST_F(HbaListWalk, LeavesNoPositionOnAnErasedEntry) {
 }
 
 TEST_F(HbaListWalk, FollowsTheEntries) {
-  const CHbaListGuard guard(m_List);
+  const HbaListGuard guard(m_List);
   Fill({10, 20, 30});
   m_List.GetFirstEntry();
   EXPECT_EQ(Next(), 20U);
@@ -148,7 +148,7 @@ TEST(ModelCost, NoOrderCostsMuchMoreThanAnother) {
   CHbaList lists[2];
   const auto ports = [&](CHbaList& list, const Numbers& numbers, int (CHbaList::*change)(const CHbaEntry*)) {
     return ProcessorSeconds([&] {
-      const CHbaListGuard guard(list);
+      const HbaListGuard guard(list);
       for (const std::uint64_t number : numbers) {
         const CHbaEntry port(Name(number).wwn);
         (list.*change)(&port);

@@ -36,12 +36,12 @@ bool IsWhole(const CHbaEntry& port) {
 }
 
 void Snapshot(CHbaList& from, CHbaList& to) EXCLUDES(from, to) {
-  const CHbaListPairGuard guard(from, to);
+  const HbaListPairGuard guard(from, to);
   for (CHbaEntry* port = from.GetFirstEntry(); port != nullptr; port = from.GetNextEntry()) to.AddEntry(port);
 }
 
 bool AllWhole(CHbaList& list) EXCLUDES(list) {
-  const CHbaListGuard guard(list);
+  const HbaListGuard guard(list);
   for (CHbaEntry* port = list.GetFirstEntry(); port != nullptr; port = list.GetNextEntry()) {
     if (!IsWhole(*port)) return false;
   }
@@ -55,7 +55,7 @@ void AddRound(CHbaList& list, unsigned int round) EXCLUDES(list) {
 // One port's new targets, put into the listed entry as a worker does it.
 void RefreshPort(CHbaList& list, unsigned int number, unsigned int round) EXCLUDES(list) {
   const CHbaEntry fresh = RoundPort(number, round);
-  const CHbaListGuard guard(list);
+  const HbaListGuard guard(list);
   list.FindEntry(Name(number).wwn)->TakeTargets(fresh);
 }
 
@@ -72,7 +72,7 @@ TEST(ModelThreads, SnapshotsStayWholeWhileTheListChanges) {
         Snapshot(current, snapshot);
         if (!AllWhole(snapshot)) ++broken;
         // Changing the own copy reaches nobody else.
-        const CHbaListGuard guard(snapshot);
+        const HbaListGuard guard(snapshot);
         const RM_NodeInfoEntry extra = Node(99);
         snapshot.GetFirstEntry()->AddTarget(&extra);
       } while (!done);

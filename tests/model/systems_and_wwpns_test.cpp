@@ -42,14 +42,14 @@ TEST(SystemList, OrdersFindsAndCompares) {
   CSystemList list;
   CSystemList other;
   for (CSystemList* each : {&list, &other}) {
-    const CSystemListGuard guard(*each);
+    const SystemListGuard guard(*each);
     for (const char* name : {"b", "\xE4", "a", "b", ""}) {
       const CSystemEntry system = System(name);
       each->AddEntry(&system);
     }
   }
   EXPECT_TRUE(list == &other);
-  const CSystemListGuard guard(list);
+  const SystemListGuard guard(list);
   EXPECT_EQ(list.GetCount(), 4U);
   EXPECT_STREQ(list.GetFirstEntry()->GetSystemName(), "");
   const CSystemEntry nameless;
@@ -65,7 +65,7 @@ TEST(SystemList, OrdersFindsAndCompares) {
 
 TEST(WwpnList, OnlyRealChangesSetTheFlagAndResetTouchesTheCycleFlags) {
   CDiscoWWPNList list;
-  const CDiscoWWPNListGuard guard(list);
+  const DiscoWWPNListGuard guard(list);
   EXPECT_EQ(list.IsListChanged(), 0);
   for (const unsigned int number : {3U, 1U, 2U}) EXPECT_EQ(list.AddEntry(Name(number).wwn, 0), 1);
   EXPECT_EQ(list.IsListChanged(), 1);

@@ -152,7 +152,7 @@ TEST(IpAddressList, OrdersByFamilyAndBytesAndKeepsTheFirstOfAnAddress) {
                            record(1, 0, RM_IP_FLAG_IPV6), record(1, 0, RM_IP_FLAG_IPV6)};
   ordered[4].address[15] = 1;
   COobIpAddressList list;
-  const COobIpAddressListGuard guard(list);
+  const OobIpAddressListGuard guard(list);
   for (const int i : {1, 4, 3, 2, 0}) EXPECT_EQ(list.AddEntry(&ordered[i]), 1);
   const _RM_IP_INFO otherPort = record(10, 2, 0, 2);
   EXPECT_EQ(list.AddEntry(&otherPort), 0);

@@ -18,15 +18,15 @@ namespace {
 constexpr char kFile[] = "hbahosts.lst";
 constexpr char kTemporary[] = "hbahosts.tmp";
 
-class HostFile : public testing::Test {
+class HostFiles : public testing::Test {
  protected:
-  CHostFile::Added Add(const std::string& host) { return m_File.AddLine(host, host + "\n"); }
+  HostFile::Added Add(const std::string& host) { return m_File.AddLine(host, host + "\n"); }
   std::string Content() const { return m_Provider.HostsFile(); }
   std::filesystem::path Path() const { return m_Provider.folder / kFile; }
 
   // Calls on something else in the file's place, which must neither wait nor change it.
   void ExpectRefused() {
-    EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kFailed);
+    EXPECT_EQ(Add("10.0.0.1"), HostFile::Added::kFailed);
     EXPECT_FALSE(m_File.RemoveHost("10.0.0.1"));
     EXPECT_FALSE(m_File.Read([] { return false; }));
     std::uint32_t list[2] = {};
@@ -35,25 +35,25 @@ class HostFile : public testing::Test {
   }
 
   RemoteProvider m_Provider;
-  CHostFile m_File{kOobHostsFile};
+  HostFile m_File{kOobHostsFile};
 };
 
-TEST_F(HostFile, AddsOnceAndRepairsTheLastLine) {
-  EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kDone);
+TEST_F(HostFiles, AddsOnceAndRepairsTheLastLine) {
+  EXPECT_EQ(Add("10.0.0.1"), HostFile::Added::kDone);
   EXPECT_EQ(Content(), "10.0.0.1\n");
-  EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kDuplicate);
+  EXPECT_EQ(Add("10.0.0.1"), HostFile::Added::kDuplicate);
   m_Provider.Write(kFile, "10.0.0.11\n 10.0.0.1:2000 # x");
-  EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kDuplicate);
+  EXPECT_EQ(Add("10.0.0.1"), HostFile::Added::kDuplicate);
   EXPECT_EQ(Content(), "10.0.0.11\n 10.0.0.1:2000 # x\n");
   m_Provider.Write(kFile, "# 10.0.0.1");
-  EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kDone);
+  EXPECT_EQ(Add("10.0.0.1"), HostFile::Added::kDone);
   EXPECT_EQ(Content(), "# 10.0.0.1\n10.0.0.1\n");
   m_Provider.Write(kFile, "");
   EXPECT_FALSE(m_File.HasHost("10.0.0.1"));
   EXPECT_EQ(Content(), "");
 }
 
-TEST_F(HostFile, RemovesEveryLineOfAHostAndKeepsTheRest) {
+TEST_F(HostFiles, RemovesEveryLineOfAHostAndKeepsTheRest) {
   using namespace std::string_literals;
   const std::string garbage =
       "\0\0 10.0.0.1\n"s + "# 10.0.0.1\n\n" + std::string(3000, 'x') + "\n\xff\xfe 10.0.0.1\n";
@@ -74,23 +74,23 @@ TEST_F(HostFile, RemovesEveryLineOfAHostAndKeepsTheRest) {
 }
 
 // A line longer than a piece counts as several, each of which may be a host.
-TEST_F(HostFile, LongLines) {
-  const std::string padding(300 * CHostFilePieces::kMaxPiece, ' ');
-  const std::string host = "10.0.0.1" + std::string(CHostFilePieces::kMaxPiece - 8, ' ');
+TEST_F(HostFiles, LongLines) {
+  const std::string padding(300 * HostFilePieces::kMaxPiece, ' ');
+  const std::string host = "10.0.0.1" + std::string(HostFilePieces::kMaxPiece - 8, ' ');
   m_Provider.Write(kFile, padding + host + "10.0.0.2\n10.0.0.3\n");
   EXPECT_TRUE(m_File.RemoveHost("10.0.0.1"));
   EXPECT_TRUE(Content() == padding + "10.0.0.2\n10.0.0.3\n");
-  EXPECT_EQ(Add("10.0.0.2"), CHostFile::Added::kDuplicate);
+  EXPECT_EQ(Add("10.0.0.2"), HostFile::Added::kDuplicate);
 
   // The text everywhere, its line nowhere.
   std::string near;
   while (near.size() < 10000000) near += "10.0.0.1";
   m_Provider.Write(kFile, near);
   EXPECT_FALSE(m_File.RemoveHost("10.0.0.1"));
-  EXPECT_EQ(Add("10.0.0.1"), CHostFile::Added::kDone);
+  EXPECT_EQ(Add("10.0.0.1"), HostFile::Added::kDone);
 }
 
-TEST_F(HostFile, WhatIsNoRegularFileIsRefused) {
+TEST_F(HostFiles, WhatIsNoRegularFileIsRefused) {
   ASSERT_EQ(mkdir(Path().c_str(), 0700), 0);
   ExpectRefused();
   ASSERT_EQ(rmdir(Path().c_str()), 0);
@@ -102,7 +102,7 @@ TEST_F(HostFile, WhatIsNoRegularFileIsRefused) {
 }
 
 // Run by root, no mode stops a write; a link does, and a folder in the temporary file's place.
-TEST_F(HostFile, ARewriteThatFailsLeavesTheFile) {
+TEST_F(HostFiles, ARewriteThatFailsLeavesTheFile) {
   const std::string content = "10.0.0.1\n10.0.0.2\n";
   m_Provider.Write(kFile, content);
   m_Provider.Write("elsewhere", "precious");
@@ -118,13 +118,13 @@ TEST_F(HostFile, ARewriteThatFailsLeavesTheFile) {
 TEST(HostFileLocks, WithoutOneBetweenProcesses) {
   RemoteProvider provider;
   provider.hasLocks = false;
-  CHostFile file(kOobHostsFile);
-  EXPECT_EQ(file.AddLine("10.0.0.1", "10.0.0.1\n"), CHostFile::Added::kDone);
+  HostFile file(kOobHostsFile);
+  EXPECT_EQ(file.AddLine("10.0.0.1", "10.0.0.1\n"), HostFile::Added::kDone);
   EXPECT_TRUE(file.RemoveHost("10.0.0.1"));
 }
 
 // Another thread of this process may have it for as long as another process does.
-TEST_F(HostFile, ReadingGivesUpWaitingWhenStopped) {
+TEST_F(HostFiles, ReadingGivesUpWaitingWhenStopped) {
   m_Provider.Write(kFile, "10.0.0.1\n");
   m_File.Lock();
   int looks = 0;
@@ -135,7 +135,7 @@ TEST_F(HostFile, ReadingGivesUpWaitingWhenStopped) {
 
 // The tenth addition queries a host too, over a network; here it is the file alone, so a fixed allowance stands
 // for that.
-TEST_F(HostFile, AddingToALongFileIsCheap) {
+TEST_F(HostFiles, AddingToALongFileIsCheap) {
   std::string content;
   for (int i = 0; i < 10000; ++i) {
     std::string line = "10.1." + std::to_string(i / 100) + '.' + std::to_string(i % 100);
@@ -145,19 +145,19 @@ TEST_F(HostFile, AddingToALongFileIsCheap) {
   m_Provider.Write(kFile, content);
   // Processor time, which other tests do not take; a fraction of a millisecond each without a sanitizer.
   const std::clock_t begin = std::clock();
-  for (int i = 0; i < 21; ++i) EXPECT_EQ(Add("10.2.0." + std::to_string(i)), CHostFile::Added::kDone);
+  for (int i = 0; i < 21; ++i) EXPECT_EQ(Add("10.2.0." + std::to_string(i)), HostFile::Added::kDone);
   EXPECT_LT((std::clock() - begin) / 21, CLOCKS_PER_SEC / 20);
 }
 
-TEST_F(HostFile, CimHostsAreFoundByTheirAddress) {
-  CHostFile file(kCimHostsFile);
+TEST_F(HostFiles, CimHostsAreFoundByTheirAddress) {
+  HostFile file(kCimHostsFile);
   m_Provider.Write("zylhbacimhosts.so", "10. 0.0.1,5989,a\n# 10.0.0.1\n10.0.0.2");
   EXPECT_TRUE(file.HasHost("10.0.0.1"));
   EXPECT_TRUE(file.RemoveHost("10.0.0.1"));
   EXPECT_EQ(m_Provider.Read("zylhbacimhosts.so"), "# 10.0.0.1\n10.0.0.2\n");
 }
 
-TEST_F(HostFile, HostListCountsWhatDoesNotFit) {
+TEST_F(HostFiles, HostListCountsWhatDoesNotFit) {
   m_Provider.Write(kFile, "10.0.0.1:2000 # one\n# no host\nserver7\n[fe80::1]:" + std::string(60, '1') + " # " +
                               std::string(40, 'n') + "\n");
   struct {
@@ -176,7 +176,7 @@ TEST_F(HostFile, HostListCountsWhatDoesNotFit) {
   EXPECT_EQ(GetOOBHostList(nullptr), 1);
 }
 
-TEST_F(HostFile, CimEntries) {
+TEST_F(HostFiles, CimEntries) {
   unsigned int count = 9;
   EXPECT_EQ(GetCimCount(nullptr), 1);
   EXPECT_EQ(GetCimCount(&count), 0);
@@ -192,7 +192,7 @@ TEST_F(HostFile, CimEntries) {
   EXPECT_EQ(GetCimEntries(1, nullptr), 1);
 }
 
-TEST_F(HostFile, UpdateCimEntriesRefillsTheTable) {
+TEST_F(HostFiles, UpdateCimEntriesRefillsTheTable) {
   m_Provider.cimTable["10.9.9.9"] = CIMCredentials{};
   EXPECT_EQ(UpdateCimEntries(), 0);
   EXPECT_EQ(m_Provider.cimTable.size(), 1U);  // nothing to put there: it stays

@@ -30,7 +30,7 @@ std::string Line(const std::string& host) {
 // Every line is whole, and the first one is there.
 void ExpectWholeFile(const std::string& content) {
   ASSERT_TRUE(content.starts_with("# kept\n"));
-  CHostFilePieces pieces(content);
+  HostFilePieces pieces(content);
   pieces.Next();
   while (const auto piece = pieces.Next())
     EXPECT_EQ(*piece, Line(std::string(piece->substr(0, piece->find(' ')))));
@@ -54,10 +54,10 @@ TEST(HostFileProcesses, NoLineIsLostAndNoLockStays) {
   for (int process = 0; process < kProcesses; ++process) {
     // Adds its hosts and takes every second one out again.
     steady.push_back(Fork([process] {
-      CHostFile file(kOobHostsFile);
+      HostFile file(kOobHostsFile);
       for (int i = 0; i < kHosts; ++i) {
         const std::string host = Host(process, i);
-        if (file.AddLine(host, Line(host)) != CHostFile::Added::kDone) _exit(1);
+        if (file.AddLine(host, Line(host)) != HostFile::Added::kDone) _exit(1);
         if (i % 2 != 0 && !file.RemoveHost(host)) _exit(2);
       }
     }));
@@ -65,7 +65,7 @@ TEST(HostFileProcesses, NoLineIsLostAndNoLockStays) {
     doomed.push_back(Fork([process] {
       const std::string host = Host(100 + process, 0);
       for (;;) {
-        CHostFile file(kOobHostsFile);
+        HostFile file(kOobHostsFile);
         file.AddLine(host, Line(host));
         file.RemoveHost(host);
       }
@@ -87,7 +87,7 @@ TEST(HostFileProcesses, NoLineIsLostAndNoLockStays) {
     EXPECT_EQ(status, 0);
   }
 
-  CHostFile file(kOobHostsFile);  // the lock is free again
+  HostFile file(kOobHostsFile);  // the lock is free again
   const std::string content = file.Read([] { return false; }).value_or("");
   ExpectWholeFile(content);
   for (int process = 0; process < kProcesses; ++process) {

@@ -39,7 +39,7 @@ class OobWorker : public testing::Test {
     _RM_IP_INFO address{};
     EXPECT_EQ(RM_RemoteOOBHostAddrV2(host, 23333, &address), RM_STATUS_OK);
     {
-      const COobIpAddressListGuard guard(m_Cycle->addresses);
+      const OobIpAddressListGuard guard(m_Cycle->addresses);
       m_Cycle->addresses.AddEntry(&address);
       m_Cycle->addresses.SelectFirstEntry();
     }
@@ -64,7 +64,7 @@ class OobWorker : public testing::Test {
 
   bool Finds(std::uint64_t wwpn) { return NumberOf(Listed(m_Cycle->found, wwpn)) == wwpn; }
   static unsigned int CountOf(COobIpAddressList& list) {
-    const COobIpAddressListGuard guard(list);
+    const OobIpAddressListGuard guard(list);
     return list.GetCount();
   }
   unsigned int Unreachable() { return CountOf(m_Shared->unreachableHosts); }

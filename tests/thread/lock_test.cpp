@@ -25,7 +25,7 @@ bool IsFreeForAnother(CZylThreadLock& lock) {
 
 TEST(Lock, IsHeldForTheGuardsScopeOnly) {
   {
-    const CZylLockGuard guard(gs_Global);
+    const LockGuard guard(gs_Global);
     EXPECT_FALSE(IsFreeForAnother(gs_Global));
     EXPECT_FALSE(IsFree(gs_Global)) << "a try on the thread that holds it";
   }
@@ -39,7 +39,7 @@ TEST(Lock, ExcludesThreads) {
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 10000; ++round) {
-        const CZylLockGuard guard(lock);
+        const LockGuard guard(lock);
         ++count;
       }
     });
@@ -63,7 +63,7 @@ TEST(LockDeathTest, MisuseAbortsADebugBuild) {
   CZylThreadLock lock;
   EXPECT_DEATH(TakeTwice(lock), "taken twice by one thread");
   EXPECT_DEATH(ReleaseUnheld(lock), "released by a thread that does not hold it");
-  const CZylLockGuard guard(lock);
+  const LockGuard guard(lock);
   EXPECT_DEATH(std::thread([&] { ReleaseUnheld(lock); }).join(), "released by a thread that does not hold it");
 }
 #endif
