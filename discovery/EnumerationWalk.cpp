@@ -8,25 +8,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kAskAgain{250};
 
-// What a condition variable needs of a lock.
-class Unlockable {
- public:
-  explicit Unlockable(CZylThreadLock& lock) : m_Lock(lock) {}
-  void lock() NO_THREAD_SAFETY_ANALYSIS { m_Lock.GetLock(); }
-  void unlock() NO_THREAD_SAFETY_ANALYSIS { m_Lock.ReleaseLock(); }
-
- private:
-  CZylThreadLock& m_Lock;
-};
-
 }  // namespace
 
 bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
   LockGuard guard(m_Lock);
-  Unlockable lock(m_Lock);
   while (m_Held && !HeldByMe()) {
     if (giveUp(m_Beginner) || giveUp(m_Walker)) return false;
-    m_Opened.wait_for(lock, kAskAgain);
+    m_Opened.wait_for(m_Lock, kAskAgain);
   }
   m_Held = true;
   m_Beginner = m_Walker = std::this_thread::get_id();

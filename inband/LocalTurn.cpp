@@ -6,17 +6,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kAskAgain{50};
 
-// What a condition variable needs of a lock.
-class Unlockable {
- public:
-  explicit Unlockable(CZylThreadLock& lock) : m_Lock(lock) {}
-  void lock() NO_THREAD_SAFETY_ANALYSIS { m_Lock.GetLock(); }
-  void unlock() NO_THREAD_SAFETY_ANALYSIS { m_Lock.ReleaseLock(); }
-
- private:
-  CZylThreadLock& m_Lock;
-};
-
 }  // namespace
 
 bool LocalReads::IsStuck() const {
@@ -25,11 +14,10 @@ bool LocalReads::IsStuck() const {
 
 LocalReads::Result LocalReads::Enter(const StopQuery& stopped) {
   const LockGuard guard(m_Lock);
-  Unlockable lock(m_Lock);
   while (m_Reading) {
     if (IsStopped(stopped)) return Result::kStopped;
     if (IsStuck()) return Result::kStuck;
-    m_Left.wait_for(lock, kAskAgain);
+    m_Left.wait_for(m_Lock, kAskAgain);
   }
   NoteCall();
   m_Reading = true;

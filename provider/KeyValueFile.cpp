@@ -1,5 +1,6 @@
 #include "provider/KeyValueFile.h"
 
+#include <filesystem>
 #include <fstream>
 
 namespace provider {
@@ -21,6 +22,9 @@ bool NextLine(std::ifstream& file, std::string& line) {
 }  // namespace
 
 std::optional<std::string> ReadKeyValue(const std::string& path, std::string_view key) {
+  // Nobody is waited for who might come to the other end of a pipe.
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
   std::ifstream file(path);
   std::string line;
   for (std::size_t i = 0; i < kMostLines && NextLine(file, line); ++i) {

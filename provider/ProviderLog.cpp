@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -35,6 +36,13 @@ std::string& ProgramName() {
   return name;
 }
 
+// Names come from adapters, hosts and files: none acts on the terminal that the log is read on.
+void ReplaceControls(std::string& line) {
+  std::replace_if(
+      line.begin(), line.end(),
+      [](char c) { return (c >= 0 && c < ' ' && c != '\n' && c != '\t') || c == 0x7F; }, '?');
+}
+
 std::string Stamp() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
@@ -60,6 +68,7 @@ void LogLine(std::string_view text) noexcept {
     if (isToFile && !log.IsOpen()) return;
     std::string line = (isToFile ? Stamp() : ProgramName()).append(text);
     if (!line.ends_with('\n')) line += '\n';
+    ReplaceControls(line);
     // A log that cannot be written to has nobody to tell.
     [[maybe_unused]] const ssize_t written =
         write(isToFile ? log.Get() : STDERR_FILENO, line.data(), line.size());

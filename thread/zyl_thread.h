@@ -40,6 +40,10 @@ class CAPABILITY("mutex") CZylThreadLock {
   // Takes the lock when it is free at once; never waits.
   bool TryLock() TRY_ACQUIRE(true);
 
+  // The names by which std::condition_variable_any knows a lock.
+  void lock() ACQUIRE() { GetLock(); }
+  void unlock() RELEASE() { ReleaseLock(); }
+
  private:
   pthread_mutex_t m_Mutex = PTHREAD_MUTEX_INITIALIZER;
   // Kept by debug builds only. Atomic: a thread compares it with itself before it has the mutex.

@@ -78,6 +78,12 @@ TEST_F(Configured, SourceOfTheConfiguration) {
   }
 }
 
+TEST_F(Configured, APipeInTheFilesPlaceIsNotWaitedFor) {
+  ASSERT_EQ(mkfifo((kSettings + std::string("rm.conf")).c_str(), 0600), 0);
+  EXPECT_EQ(RM_InitLib(), RM_STATUS_OK);
+  EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
+}
+
 TEST_F(Configured, WhatTheProcessSaysComesFirst) {
   WriteSettings("rm.conf", "FabricFile:/nowhere\n");
   ASSERT_EQ(SetSource("fabric", m_Fabric), 0);
@@ -294,13 +300,14 @@ TEST_F(Log, MessagesAreAppendedLineByLine) {
   rm_printf("first %d\n", 1);
   rm_printf("second %s", "without newline");
   rm_printf("%s", "");
+  rm_printf("third \x1b[2J%s", "\x7f");
   const std::string longText(10'000, 'x');
   rm_printf("%s\n", longText.c_str());
   std::istringstream log(ReadFile(LOG_FILE_PATH_DEFAULT));
   const std::string stamp = R"([0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8} \[[0-9]+\] )";
   std::string line;
-  for (const std::string& text :
-       {std::string("first 1"), std::string("second without newline"), std::string(), longText}) {
+  for (const std::string& text : {std::string("first 1"), std::string("second without newline"), std::string(),
+                                  std::string("third \\?\\[2J\\?"), longText}) {
     ASSERT_TRUE(std::getline(log, line));
     EXPECT_THAT(line, testing::MatchesRegex(stamp + text));
   }
