@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <new>
 
-#ifndef FAILING_MEMORY_MISSING
 // All other forms come here.
 void* operator new(std::size_t size) {
   int& left = FailingMemory::s_Left;
@@ -18,4 +17,3 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
   std::free(memory);
 }
-#endif

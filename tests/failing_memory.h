@@ -6,19 +6,7 @@
 
 #include <utility>
 
-// clang's thread sanitizer brings an operator new of its own into the program.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define FAILING_MEMORY_MISSING
-#endif
-#endif
-
 struct FailingMemory {
-#ifdef FAILING_MEMORY_MISSING
-  static constexpr bool kWorks = false;
-#else
-  static constexpr bool kWorks = true;
-#endif
   static constexpr int kNever = -1;
   // How many allocations of this thread succeed before one fails.
   static inline thread_local int s_Left = kNever;

@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "tests/failing_memory.h"
 #include "tests/inband/owner.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/scripted_provider.h"
@@ -187,19 +186,6 @@ TEST_F(SlowDiscovery, CallbackMayResetPauseAndChangeTheInterval) {
   EXPECT_TRUE(Logged("Slow Discovery thread: resetting list"));
   EXPECT_EQ(m_Log.Count("Discovery interval = 0 - pausing slow discovery"), 1);
   EXPECT_EQ(m_Log.Count("New slow discovery interval = 5 seconds"), 1);
-}
-
-TEST_F(SlowDiscovery, ResetWithoutMemoryKeepsNobodyWaiting) {
-  if (!FailingMemory::kWorks) GTEST_SKIP();
-  Make();
-  m_Owner.onCallBack = [&] {
-    m_Slow->Reset();
-    FailingMemory::s_Left = 0;
-  };
-  StartWithPort();
-  ASSERT_TRUE(Logged("Slow Discovery thread: resetting list"));
-  m_Slow->Reset();
-  EXPECT_NE(m_Slow->GetHbaList(), nullptr) << "the next one finds memory";
 }
 
 TEST_F(SlowDiscovery, TerminatesAtAnyMoment) {
