@@ -8,6 +8,9 @@ namespace {
 
 constexpr std::chrono::milliseconds kAskAgain{250};
 
+// The last walk that this thread had part in.
+constinit thread_local std::uint64_t t_Walk = 0;
+
 }  // namespace
 
 bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
@@ -17,7 +20,9 @@ bool EnumerationWalk::Enter(bool (*giveUp)(std::thread::id walker)) {
     m_Opened.wait_for(m_Lock, kAskAgain);
   }
   m_Held = true;
-  m_Beginner = m_Walker = std::this_thread::get_id();
+  m_Beginner = std::this_thread::get_id();
+  ++m_Number;
+  JoinLocked();
   return true;
 }
 
@@ -70,7 +75,11 @@ void EnumerationWalk::OpenLocked() {
   m_Opened.notify_all();
 }
 
+void EnumerationWalk::JoinLocked() {
+  m_Walker = std::this_thread::get_id();
+  t_Walk = m_Number;
+}
+
 bool EnumerationWalk::HeldByMe() const {
-  const std::thread::id me = std::this_thread::get_id();
-  return m_Held && (m_Beginner == me || m_Walker == me);
+  return m_Held && t_Walk == m_Number;
 }

@@ -3,8 +3,8 @@
 // The enumeration lock is a gate, not a mutex: it stays closed between exported calls and may be opened by
 // another thread than the one that closed it.
 //
-// A walk belongs to the thread that began it and to the one that made its last step: a thread may hand its walk
-// to another one, and when a stop has cut it off, either opens the gate.
+// A walk belongs to the thread that began it and to all that made a step of it: a thread may hand its walk to
+// another one, and when a stop has cut it off, each of them opens the gate.
 //
 // Thread safety: internally locked. The internal lock is never held over a provider call, a list lock of the
 // controller, or a wait for the gate.
@@ -12,6 +12,7 @@
 #define DISCOVERY_ENUMERATIONWALK_H_
 
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -53,11 +54,13 @@ class EnumerationWalk {
   Port FindLocked(const HBA_NAME& wwpn) REQUIRES(m_Lock);
   void DropLocked() REQUIRES(m_Lock);
   void OpenLocked() REQUIRES(m_Lock);
+  void JoinLocked() REQUIRES(m_Lock);
   bool HeldByMe() const REQUIRES(m_Lock);
 
   CZylThreadLock m_Lock;
   std::condition_variable_any m_Opened;
   bool m_Held GUARDED_BY(m_Lock) = false;
+  std::uint64_t m_Number GUARDED_BY(m_Lock) = 0;  // of the walk, or of the last one
   std::thread::id m_Beginner GUARDED_BY(m_Lock);
   std::thread::id m_Walker GUARDED_BY(m_Lock);  // made the last step
   std::shared_ptr<CHbaList> m_Snapshot GUARDED_BY(m_Lock);
@@ -92,7 +95,7 @@ bool EnumerationWalk::Next(Fill fill) {
     m_Cursor = m_Snapshot->GetNextEntry();
   }
   if (m_Cursor != nullptr) {
-    m_Walker = std::this_thread::get_id();
+    JoinLocked();
     fill(*m_Cursor);
     return true;
   }

@@ -199,9 +199,17 @@ int CHbaDiscover::StartDiscoveryCycle() {
   } else {
     m_ForceLock.GetLock();
   }
+  // A periodic cycle that began now would have to be killed as well, or the forced one would wait for its end.
+  HoldCycles(true);
   const int started = ForceCycleLocked();
+  HoldCycles(false);
   m_ForceLock.ReleaseLock();
   return started;
+}
+
+void CHbaDiscover::HoldCycles(bool hold) {
+  LockGuard guard(m_CycleLock);
+  m_Forcing = hold;
 }
 
 int CHbaDiscover::ForceCycleLocked() {

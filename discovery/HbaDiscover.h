@@ -181,6 +181,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   void DropKillWaiter(unsigned int cycle) EXCLUDES(m_KillLock);
   void DropUnawaitedKill() EXCLUDES(m_KillLock);
   int ForceCycleLocked() REQUIRES(m_ForceLock);
+  void HoldCycles(bool hold) REQUIRES(m_ForceLock) EXCLUDES(m_CycleLock);
   bool AlreadyForced(const COOBHbaDiscover* oob) const;
   void KillForForcedCycle(COOBHbaDiscover* oob);
   int RequestForcedCycle();
@@ -214,6 +215,7 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   mutable CZylThreadLock m_CycleLock ACQUIRED_BEFORE(m_KillLock);  // over the decision to begin
   // The refresh that runs, or waits for the running cycle to end: no cycle begins meanwhile. Null: none.
   const Directed* m_Refresh GUARDED_BY(m_CycleLock) = nullptr;
+  bool m_Forcing GUARDED_BY(m_CycleLock) = false;  // a forced cycle is being asked for: none begins meanwhile
   bool m_CallBacksAllowed GUARDED_BY(m_CallbackLock) = false;
 
   mutable CZylThreadLock m_RegistrationLock;

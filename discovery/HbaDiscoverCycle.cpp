@@ -52,7 +52,8 @@ struct CHbaDiscover::Cycle {
   std::shared_ptr<CHbaList> fresh;  // null in a lite cycle
   CPortInfo ports;
   bool lite = false;
-  bool forced = false;  // when it began
+  bool forced = false;     // when it began
+  bool collected = false;  // the current list's modified flag is this cycle's
   int changed = 0;
 };
 
@@ -126,7 +127,9 @@ CHbaDiscover::CycleEnd CHbaDiscover::RunCycle(Cycle& cycle) {
   }
   m_PortPool.TerminateThreadsImmediate();
   m_WorkerParams->Clear();
-  if (cycle.current != nullptr) cycle.changed = cycle.current->IsModified();
+  if (cycle.collected && cycle.current != nullptr) cycle.changed = cycle.current->IsModified();
+  cycle.fresh = nullptr;
+  FreeHbaList(m_NewList);
   return StopRequested() ? CycleEnd::kStopped : CycleEnd::kFailed;
 }
 
@@ -143,11 +146,12 @@ CHbaDiscover::CycleEnd CHbaDiscover::TryCycle(Cycle& cycle) {
 
 // Sets the in-cycle bit; false when a cycle is running already or the controller stops.
 bool CHbaDiscover::EnterCycle() {
-  // A directed refresh lasts as long as its provider call; a stop must not wait for that.
+  // A directed refresh lasts as long as its provider call, and a forced request as long as the cycle that it
+  // kills; a stop must not wait for that.
   for (;;) {
     {
       LockGuard guard(m_CycleLock);
-      if (m_Refresh == nullptr) return BeginCycle();
+      if (m_Refresh == nullptr && !m_Forcing) return BeginCycle();
     }
     if (Terminated() || (m_State.load() & kStateStarted) == 0) return false;
     ZylSleep(kLockPoll);
@@ -194,6 +198,7 @@ int CHbaDiscover::BuildPortsList(CPortInfo& ports, const std::shared_ptr<CHbaLis
 int CHbaDiscover::CollectPorts(Cycle& cycle) {
   const int result =
       BuildPortsList(cycle.ports, cycle.current, cycle.fresh, cycle.lite ? 1 : 0, m_LiteCycleCount);
+  cycle.collected = true;
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: Back from BuildDiscoPortsList - result = %d", result);
   if (result < 1) return result;
 

@@ -139,7 +139,7 @@ void CHbaDiscover::DirectedDiscoveryThreadProc(Directed& directed) {
       RefreshPort(directed.thread, wwpn, what, &changed);
     } catch (const std::exception& failure) {
       disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - given up (%s)", failure.what());
-      changed = 0;  // the port stays as it was
+      changed = 1;  // a part may have been merged
     }
     DoDirectedCallBack(directed, wwpn, changed);
     disco_printf(kLogDirected, nullptr, "-- Directed Discovery Done --");

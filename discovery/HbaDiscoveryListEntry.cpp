@@ -155,20 +155,21 @@ CVFList CHbaEntry::GetVFList() const {
 }
 
 void CHbaEntry::TakeTargets(const CHbaEntry& from) {
+  if (from.m_State.targetsRead) {
+    ReplaceTargets(from.GetTargetList());
+    m_State.targetBindType = from.m_State.targetBindType;
+  }
   m_State.targetsRead = from.m_State.targetsRead;
-  if (!from.m_State.targetsRead) return;
-  m_State.targetBindType = from.m_State.targetBindType;
-  ReplaceTargets(from.GetTargetList());
 }
 
 void CHbaEntry::TakeVPorts(const CHbaEntry& from) {
-  m_State.vportsRead = from.m_State.vportsRead;
   if (from.m_State.vportsRead) ReplaceVPorts(from.GetVPortList());
+  m_State.vportsRead = from.m_State.vportsRead;
 }
 
 void CHbaEntry::TakeVFs(const CHbaEntry& from) {
-  m_State.vfsRead = from.m_State.vfsRead;
   if (from.m_State.vfsRead) ReplaceVFs(from.GetVFList());
+  m_State.vfsRead = from.m_State.vfsRead;
 }
 
 // The old list leaves in the parameter, so that its entries are freed without the lock.

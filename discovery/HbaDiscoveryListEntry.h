@@ -88,6 +88,12 @@ class CHbaEntry {
   void SetVFsRead(bool read) { m_State.vfsRead = read; }
   // Of a listed entry: whether the last look came to an answer.
   bool AreTargetsRead() const { return m_State.targetsRead; }
+  // Of an entry that several looks of one cycle made: what was read once stays read.
+  void KeepRead(const CHbaEntry& before) {
+    m_State.targetsRead |= before.m_State.targetsRead;
+    m_State.vportsRead |= before.m_State.vportsRead;
+    m_State.vfsRead |= before.m_State.vfsRead;
+  }
 
   // How many tries are left; each call uses one up.
   unsigned int GetTargetMapRetries() { return m_State.targetMapRetries == 0 ? 0 : m_State.targetMapRetries--; }

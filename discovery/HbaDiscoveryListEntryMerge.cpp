@@ -2,6 +2,7 @@
 
 #include <cassert>
 #include <cstring>
+#include <utility>
 
 #include "discovery/HbaDiscoveryListEntry.h"
 
@@ -102,33 +103,39 @@ bool CHbaEntry::MergeISCSINames(const CHbaEntry& newer) {
   return true;
 }
 
+// In this and the next two the mark comes last: without memory for the list nothing was taken over.
 bool CHbaEntry::MergeTargets(const CHbaEntry& newer) {
-  m_State.targetsRead = newer.m_State.targetsRead;
   if (!newer.m_State.targetsRead) {
+    m_State.targetsRead = false;
     // The visit that makes up for it reports a change only when it finds another number than is listed.
     m_State.oldTargetCount = GetTargetCount();
     return false;
   }
   const CTargetList theirs = newer.GetTargetList();
-  if (SameList(GetTargetList(), theirs)) return false;
-  ReplaceTargets(theirs.AsKind(IsISCSIPort()));
-  return true;
+  const bool same = SameList(GetTargetList(), theirs);
+  if (!same) ReplaceTargets(theirs.AsKind(IsISCSIPort()));
+  m_State.targetsRead = true;
+  return !same;
 }
 
 bool CHbaEntry::MergeVPorts(const CHbaEntry& newer) {
+  bool same = true;
+  if (newer.m_State.vportsRead) {
+    CVPortList theirs = newer.GetVPortList();
+    same = SameList(GetVPortList(), theirs);
+    if (!same) ReplaceVPorts(std::move(theirs));
+  }
   m_State.vportsRead = newer.m_State.vportsRead;
-  if (!newer.m_State.vportsRead) return false;
-  const CVPortList theirs = newer.GetVPortList();
-  if (SameList(GetVPortList(), theirs)) return false;
-  ReplaceVPorts(theirs);
-  return true;
+  return !same;
 }
 
 bool CHbaEntry::MergeVFs(const CHbaEntry& newer) {
+  bool same = true;
+  if (newer.m_State.vfsRead) {
+    CVFList theirs = newer.GetVFList();
+    same = SameList(GetVFList(), theirs);
+    if (!same) ReplaceVFs(std::move(theirs));
+  }
   m_State.vfsRead = newer.m_State.vfsRead;
-  if (!newer.m_State.vfsRead) return false;
-  const CVFList theirs = newer.GetVFList();
-  if (SameList(GetVFList(), theirs)) return false;
-  ReplaceVFs(theirs);
-  return true;
+  return !same;
 }

@@ -122,13 +122,15 @@ void PortVisit::FileAsNew() {
 void PortVisit::Refresh(CHbaEntry port) {
   if (IsTargetModePort(*m_Port.GetHbaInfo())) return;
   const bool changed = ReadBelow(port);
+  // What a copy shares is taken over without memory: all of it, or none.
+  const CHbaEntry read(port);
   CHbaList& destination = *m_Block.destination;
   HbaListGuard guard(destination);
   CHbaEntry* listed = destination.FindEntry(Wwn());
   if (listed == nullptr || !Enabled()) return;
-  listed->TakeTargets(port);
-  listed->TakeVPorts(port);
-  listed->TakeVFs(port);
+  listed->TakeTargets(read);
+  listed->TakeVPorts(read);
+  listed->TakeVFs(read);
   if (!changed) return;
   listed->ResetTargetMapRetries();
   destination.SetModified(1);

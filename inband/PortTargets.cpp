@@ -123,7 +123,8 @@ unsigned int TargetReader::StoreNodes(NodeBuffer& nodes, bool addAll) {
     disco_printf(m_Masks.info, Wwn(), "AddTargetInfo: got %d targets", nodes.Count());
   }
   unsigned int added = 0;
-  for (std::uint32_t i = 0; i < nodes.Count() && Enabled(); ++i) {
+  std::uint32_t i = 0;
+  for (; i < nodes.Count() && Enabled(); ++i) {
     RM_NodeInfoEntry& node = nodes[i];
     if ((node.nodeState & RM_NODE_EXISTS) == 0) continue;
     const bool ready = addAll || (node.nodeState & RM_NODE_READY) != 0;
@@ -134,6 +135,7 @@ unsigned int TargetReader::StoreNodes(NodeBuffer& nodes, bool addAll) {
     }
     LogNode(i, node, ready);
   }
+  if (i < nodes.Count()) m_Port.SetTargetsRead(false);  // cut short
   // The next reader has room for one target that has come meanwhile.
   gs_LastTargetCount.store(std::min(nodes.ReturnedCount(), kMaxRecords - 1) + 1, std::memory_order_relaxed);
   return added;

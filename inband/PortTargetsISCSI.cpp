@@ -74,13 +74,14 @@ unsigned int iSCSI_AddTargetInfo(CHbaEntry* port, const StopQuery& stopped, int 
     port->SetTargetsRead(false);
     return 0;
   }
+  if (!port->AreTargetsRead()) return 0;  // nobody was asked
   if (*status != RM_STATUS_OK) {
     disco_printf(kLogLocalPorts, wwn, "iSCSI AddTargetInfo: get targets error %d", *status);
     return 0;
   }
   disco_printf(mask, wwn, "iSCSI AddTargetInfo: got %d targets", targets.Count());
-  for (std::uint32_t i = 0; i < targets.Count() && !IsStopped(stopped); ++i) {
-    AddTarget(*port, targets[i], mask);
-  }
+  std::uint32_t i = 0;
+  for (; i < targets.Count() && !IsStopped(stopped); ++i) AddTarget(*port, targets[i], mask);
+  if (i < targets.Count()) port->SetTargetsRead(false);  // cut short
   return port->GetTargetCount();
 }

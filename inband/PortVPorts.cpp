@@ -96,10 +96,13 @@ int VPortReader::Read() {
     return RM_VPList(Proxy(), Wwn(), list);
   };
   int status = AskGrowing(vports, kFirstRoom, ask).value_or(kNoMemory);
+  if (!Enabled()) return status;
   if (IsAnswer(status)) m_Port.SetVPortsRead(true);
-  if (status != RM_STATUS_OK || !Enabled()) return status;
+  if (status != RM_STATUS_OK) return status;
   m_Port.ClearVPorts();
-  for (std::uint32_t i = 0; i < vports.Count() && Enabled(); ++i) status = AddVPort(i, vports[i]);
+  std::uint32_t i = 0;
+  for (; i < vports.Count() && Enabled(); ++i) status = AddVPort(i, vports[i]);
+  if (i < vports.Count()) m_Port.SetVPortsRead(false);
   return status;
 }
 

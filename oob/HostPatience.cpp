@@ -19,7 +19,10 @@ void HostPatience::Look() const {
   m_Slept = slept;
   m_Wasted += paused;
   m_LongestCall = std::max(m_LongestCall, call);
-  if (!IsLimit(call)) return;
+  if (!IsLimit(call)) {
+    m_Unjudged += call;
+    return;
+  }
   m_Wasted += call;
   ++m_InRow;
 }

@@ -2,13 +2,15 @@
 //
 // Whoever reads a host looks at its worker before and after each provider call and pauses between tries, so
 // what passes between two looks, less the pauses, is one call's time. A call that lasts about as long as a call
-// may has run into the limit. Such calls and the pauses count; answers may take as long as they like together.
+// may has run into the limit. Such calls count, and the pauses, and what led to a failure; good answers may
+// take as long as they like together.
 //
 // Thread safety: for the thread that made it. The worker outlives it.
 #ifndef OOB_HOSTPATIENCE_H_
 #define OOB_HOSTPATIENCE_H_
 
 #include <chrono>
+#include <utility>
 
 #include "thread/zyl_thread_pool.h"
 
@@ -16,8 +18,8 @@ class HostPatience final : public CZylTpThread {
  public:
   using Milliseconds = std::chrono::milliseconds;
 
-  // A host is given up after this many calls in a row that ran into the limit, or when such calls and the
-  // pauses have taken so many limits' time together.
+  // A host is given up after this many calls in a row that ran into the limit, or when all that counts has
+  // taken so many limits' time together.
   static constexpr int kMostInRow = 3;
   static constexpr int kMostLimits = 6;
 
@@ -28,7 +30,12 @@ class HostPatience final : public CZylTpThread {
   bool IsExhausted() const { return m_InRow >= kMostInRow || m_Wasted >= kMostLimits * m_CallLimit; }
 
   // The host has answered: its calls are no longer in a row.
-  void NoteAnswer() { m_InRow = 0; }
+  void NoteAnswer() {
+    m_InRow = 0;
+    m_Unjudged = {};
+  }
+  // What was asked since the last note has come to nothing.
+  void NoteFailure() { m_Wasted += std::exchange(m_Unjudged, Clock::duration{}); }
 
   bool HasRunIntoLimit() const { return IsLimit(m_LongestCall); }
   // Whether a call that failed has cost more than a refusal does.
@@ -47,6 +54,7 @@ class HostPatience final : public CZylTpThread {
   mutable std::chrono::microseconds m_Slept = ZylSlept();
   mutable Clock::duration m_LongestCall{0};
   mutable Clock::duration m_Wasted{0};
+  mutable Clock::duration m_Unjudged{0};  // calls since the last note that did not run into the limit
   mutable int m_InRow = 0;
 };
 

@@ -121,8 +121,9 @@ void COOBHbaDiscover::StopWorkers() {
 
 void COOBHbaDiscover::PauseDiscovery() {
   if (!ChangeState(kOobEnabled, 0)) return;
-  KillDiscoveryCycle(0);
+  // Before the cycle ends, after which one that is forced may ask anew.
   m_SilentPool.TerminateThreadsImmediate();
+  KillDiscoveryCycle(0);
 }
 
 int COOBHbaDiscover::StartDiscoveryCycle() {

@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "config/DiscConfig.h"
 #include "discovery/DiscoveryOwner.h"
@@ -145,6 +146,7 @@ class COOBHbaDiscover final : public CZylThread {
   const std::shared_ptr<OobCycleSlot> m_Cycle;  // shared with the workers, internally locked
   CZylThreadPool m_ThreadPool;                  // internally locked
   CZylThreadPool m_SilentPool;                  // asks silent hosts; internally locked
+  std::vector<_RM_IP_INFO> m_SilentRound;       // whom it asks, or asked last; main thread only
   HostFile m_HostFile;                          // internally locked
   HostFile m_CimFile;                           // internally locked
 

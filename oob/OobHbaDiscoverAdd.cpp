@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -109,12 +110,13 @@ std::string NameFrom(const unsigned char* attributes) {
   return {text, std::find_if(text, text + strnlen(text, RM_ATTRIBUTE_ROOM), isControl)};
 }
 
-// The name that the first port gives whose attributes can be read. No failure ends the search but the time
-// does, as the caller waits: a host may have thousands of ports.
-std::string ReadHostName(const unsigned char* proxy, const NodeAddresses& names, Milliseconds limit) {
+// The name that the first port gives whose attributes can be read. No failure ends the search, but the time
+// does, as the caller waits and a host may have thousands of ports, and so does the end of discovery.
+std::string ReadHostName(const unsigned char* proxy, const NodeAddresses& names, Milliseconds limit,
+                         const std::function<bool()>& stopped) {
   std::array<unsigned char, RM_ATTRIBUTE_ROOM> attributes{};
   const auto end = std::chrono::steady_clock::now() + limit;
-  for (std::uint32_t i = 0; i < names.Count() && std::chrono::steady_clock::now() < end; ++i) {
+  for (std::uint32_t i = 0; i < names.Count() && std::chrono::steady_clock::now() < end && !stopped(); ++i) {
     auto size = static_cast<unsigned int>(attributes.size());
     const int status = RM_GetServerAttributes(proxy, names[i].wwn, attributes.data(), &size);
     if (status != RM_STATUS_OK) continue;
@@ -152,7 +154,7 @@ int WriteHost(HostFile& file, const HostLine& host) {
 }
 
 int QueryAndWrite(HostFile& file, const HostRequest& request, unsigned short defaultPort,
-                  Milliseconds callLimit) {
+                  Milliseconds callLimit, const std::function<bool()>& stopped) {
   if (IsBadAddress(request.host)) return COOBHbaDiscover::kRefused;
   _RM_IP_INFO address{};
   const char* text = request.host.c_str();
@@ -175,7 +177,7 @@ int QueryAndWrite(HostFile& file, const HostRequest& request, unsigned short def
   }
   // Zeros would ask this host.
   if (port.GetProxyAddress()[0] == 0) return COOBHbaDiscover::kNoAnswer;
-  const std::string name = ReadHostName(port.GetProxyAddress(), names, kNamesLimit * callLimit);
+  const std::string name = ReadHostName(port.GetProxyAddress(), names, kNamesLimit * callLimit, stopped);
   if (name.empty()) return COOBHbaDiscover::kNoAnswer;
   // An address that the provider cannot write down would leave a line without one.
   if (*IpText(address).Text() == '\0') return COOBHbaDiscover::kRefused;
@@ -196,7 +198,9 @@ int COOBHbaDiscover::AddOOBHost(const char* host) {
   text = SkipBlanks(text).substr(0, kMostHostCharacters);
   try {
     const std::optional<HostRequest> request = ParseRequest(text);
-    return request ? QueryAndWrite(m_HostFile, *request, m_OobPort.load(), m_Shared->callLimit) : kRefused;
+    const auto stopped = [this] { return m_Shared->state.load() == 0; };
+    return request ? QueryAndWrite(m_HostFile, *request, m_OobPort.load(), m_Shared->callLimit, stopped)
+                   : kRefused;
   } catch (...) {
     return kRefused;
   }

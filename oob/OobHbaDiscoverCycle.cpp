@@ -165,9 +165,14 @@ void COOBHbaDiscover::VisitHosts(const std::shared_ptr<OobCycle>& cycle, unsigne
 // behind them, and the cycle does not wait for them to run into the limit again. One that answers is read in
 // this cycle, or in the next one when it comes too late for this.
 bool COOBHbaDiscover::AskSilentHosts(const std::shared_ptr<OobCycle>& cycle) {
+  if (m_SilentPool.AllThreadsIdle() == 0) {
+    // Some are still being asked since an earlier cycle; the others are visited.
+    Take(m_SilentRound, cycle->addresses);
+    return false;
+  }
   const std::vector<_RM_IP_INFO> hosts = Take(HostsOf(m_Shared->silentHosts), cycle->addresses);
-  // They may all be busy with the same hosts since an earlier cycle.
-  if (hosts.empty() || m_SilentPool.AllThreadsIdle() == 0) return false;
+  if (hosts.empty()) return false;
+  m_SilentRound = hosts;
   const auto silent = std::make_shared<OobSilentHosts>(cycle);
   {
     const OobIpAddressListGuard guard(silent->addresses);
@@ -181,16 +186,21 @@ bool COOBHbaDiscover::AskSilentHosts(const std::shared_ptr<OobCycle>& cycle) {
   return true;
 }
 
-// A wait that a signal cuts short counts as a whole one.
+// A wait that a signal cuts short counts as a whole one. Who asks for a cycle wants to hear of slow hosts, too.
 void COOBHbaDiscover::AwaitWorkers(OobCycle& cycle, bool silentAsked) {
-  const auto silentEnd = std::chrono::steady_clock::now() + m_Shared->callLimit / kSilentShare;
-  const auto awaitsSilent = [&] {
-    if (cycle.silentInReading.load() != 0) return true;
-    return silentAsked && m_SilentPool.AllThreadsIdle() == 0 && std::chrono::steady_clock::now() < silentEnd;
+  const auto silentEnd =
+      std::chrono::steady_clock::now() + m_Shared->callLimit / (cycle.IsForced() ? 1 : kSilentShare);
+  const auto working = [&] {
+    if (m_ThreadPool.AllThreadsIdle() == 0) return true;
+    const bool early = std::chrono::steady_clock::now() < silentEnd;
+    if (silentAsked && early && m_SilentPool.AllThreadsIdle() == 0) return true;
+    // In this order: a silent host's worker counts itself before it looks whether the cycle is over.
+    cycle.isOver = true;
+    return cycle.silentInReading.load() != 0;
   };
   const std::uint64_t period = IntermediatePeriod(m_Owner->GetIntermediateCBInterval());
   std::uint64_t waits = 0;
-  while ((m_ThreadPool.AllThreadsIdle() == 0 || awaitsSilent()) && !StopRequested()) {
+  while (working() && !StopRequested()) {
     WaitForSignal(kIdlePoll);
     if (!cycle.IsForced() || period < kShortestIntermediate) continue;
     if (++waits * kIdlePoll < period) continue;

@@ -178,7 +178,6 @@ void HostVisit::ReadPorts() {
   if (!Enabled() || !m_Patience.IsExhausted()) return;
   disco_printf(kLogDetails, nullptr, "OOB: host %s keeps discovery waiting, given up until the next cycle",
                m_Text.Text());
-  Note(m_Cycle.shared->silentHosts, true);
 }
 
 void HostVisit::VisitPorts() {
@@ -195,6 +194,7 @@ int HostVisit::ReadAttributes(CHbaEntry& port) {
     // What was answered last was not looked at any more.
     if (m_Patience.IsExhausted() && !IsWorthARetry(status)) status = RM_STATUS_BUSY;
     disco_printf(kLogOob, wwn, "OOB: GetRemotePortAttr returned %d", status);
+    if (status != RM_STATUS_OK && status != RM_STATUS_OVER_TEMPERATURE) m_Patience.NoteFailure();
     if (!IsWorthARetry(status)) m_Patience.NoteAnswer();
     if (!IsWorthARetry(status) || !IsPatient()) break;
     disco_printf(kLogOob, wwn, "OOB: GetRemotePortAttr (host %s), retrying(%d)", m_Text.Text(), left);
@@ -234,7 +234,9 @@ void HostVisit::File(CHbaEntry& port) {
   const HbaListGuard guard(found);
   if (!Enabled()) return;
   if (CHbaEntry* listed = found.FindEntry(port.GetHbaInfo()->portWwn); listed != nullptr) {
+    const CHbaEntry before(*listed);
     listed->MergeHbaEntry(&port);
+    listed->KeepRead(before);
   } else {
     found.AddEntry(&port);
   }

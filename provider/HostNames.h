@@ -14,7 +14,7 @@ namespace provider {
 // name
 // ("10.0.0.256", "fe80::1%lo"), or when the resolver has not answered within five seconds, or the limit of a
 // remote call where that is shorter. A resolver that does not answer keeps no more than four threads, for as
-// long as it takes; while it has them, every other name is as good as unknown.
+// long as it takes; while it has them, every other name waits its own limit and is as good as unknown.
 //
 // Thread safety: any thread, also after exit has begun.
 std::optional<NetAddress> ResolveHost(const std::string& host);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "tests/system/Fabric.h"
@@ -77,12 +78,20 @@ TEST_F(EnumerationTest, WalkThatWasHandedOverAndCutOffOpensTheLock) {
   Start();
   hba_discovery_info record;
   ASSERT_EQ(m_Library.GetFirstHba(&record), 3);
-  std::jthread([&] {
+  std::promise<void> stepped;
+  std::promise<void> cutOff;
+  std::jthread second([&] {
     hba_discovery_info theirs;
     EXPECT_EQ(m_Library.GetNextHba(&theirs), 1);
-    m_Library.Terminate();
+    stepped.set_value();
+    cutOff.get_future().wait();
     EXPECT_EQ(m_Library.GetNextHba(&theirs), 0);
-  }).join();
+  });
+  stepped.get_future().wait();
+  EXPECT_EQ(m_Library.GetNextHba(&record), 1);
+  m_Library.Terminate();
+  cutOff.set_value();
+  second.join();
   std::atomic<bool> free{false};
   std::jthread third([&] {
     hba_discovery_info theirs;
