@@ -90,7 +90,6 @@ bool CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, 
 }
 
 bool CHbaDiscover::TryStart(unsigned int interval, unsigned int oobInterval, int localOnly) {
-  m_LocalOnly = localOnly;
   RM_InitLib();
   m_CurrentList.Set(std::make_shared<CHbaList>(ListRank::kCurrent));
 

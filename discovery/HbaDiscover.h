@@ -245,7 +245,6 @@ class CHbaDiscover : public CZylThread, private DiscoveryOwner {
   std::atomic<std::uint32_t> m_State{0};
   std::atomic<std::uint32_t> m_Interval{
       90};  // seconds until Startup, milliseconds afterwards; 0: only forced cycles
-  std::atomic<int> m_LocalOnly{0};
   std::atomic<bool> m_FirstCyclePending{true};  // until a cycle has ended, completed or stopped
 
   // Main thread only.

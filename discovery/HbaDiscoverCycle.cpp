@@ -95,7 +95,6 @@ void CHbaDiscover::DoDiscoveryCycle(int full) {
   if (!EnterCycle()) return;
   Cycle cycle;
   cycle.current = m_CurrentList.Get();
-  cycle.ports.SetLocalMode(m_LocalOnly.load());
   cycle.ports.SetStopQuery([this] { return StopRequested(); });
   // Looked at once, for both: a cycle that is not lite because of a request is the requested one.
   cycle.forced = (m_State.load() & kStateForced) != 0;

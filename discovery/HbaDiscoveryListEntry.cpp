@@ -162,6 +162,16 @@ void CHbaEntry::TakeTargets(const CHbaEntry& from) {
   m_State.targetsRead = from.m_State.targetsRead;
 }
 
+void CHbaEntry::BeginWithTargets(const CHbaEntry& listed) {
+  if (IsISCSIPort() != listed.IsISCSIPort()) return;
+  ReplaceTargets(listed.GetTargetList());
+  m_State.targetsRead = false;
+}
+
+void CHbaEntry::ShareIdenticalTargets(const CTargetList& known) {
+  if (GetTargetList().IsIdentical(known)) ReplaceTargets(known);
+}
+
 void CHbaEntry::TakeVPorts(const CHbaEntry& from) {
   if (from.m_State.vportsRead) ReplaceVPorts(from.GetVPortList());
   m_State.vportsRead = from.m_State.vportsRead;

@@ -64,8 +64,6 @@ class CHbaEntry {
   // Found-on ports are never recorded.
   unsigned int GetFoundOnPortCount() const { return 0; }
   const unsigned char* GetFoundOnPort(unsigned int /*index*/) const { return nullptr; }
-  void AddFoundOnHba(const unsigned char* /*wwpn*/) {}
-  void RemoveFoundOnHba(const unsigned char* /*wwpn*/) {}
 
   unsigned int GetDiscoveryMark() const { return m_State.discoveryMark; }
   void SetDiscoveryMark(unsigned int mark) { m_State.discoveryMark = mark; }
@@ -138,6 +136,12 @@ class CHbaEntry {
   void TakeTargets(const CHbaEntry& from) EXCLUDES(g_TargetLock);
   void TakeVPorts(const CHbaEntry& from) EXCLUDES(g_VPortLock);
   void TakeVFs(const CHbaEntry& from) EXCLUDES(g_VFListLock);
+
+  // Begins with the targets that the current list knows for the port, so that those which turn out unchanged
+  // are not held twice. They count as not read. Nothing when the ports are of different kinds.
+  void BeginWithTargets(const CHbaEntry& listed) EXCLUDES(g_TargetLock);
+  // Goes back to `known` when the targets are the same, byte for byte.
+  void ShareIdenticalTargets(const CTargetList& known) EXCLUDES(g_TargetLock);
 
   // Copy what fits, set *count to the number copied, return how many did not fit. With a null buffer nothing
   // fits; with a null count nothing happens. An unknown virtual port has no targets.

@@ -77,6 +77,19 @@ CTargetList CTargetList::AsKind(bool iscsi) const {
   return list;
 }
 
+bool CTargetList::IsIdentical(const CTargetList& other) const {
+  if (GetCount() != other.GetCount()) return false;
+  for (unsigned int i = 0; i < GetCount(); ++i) {
+    const CTargetEntry& mine = GetEntry(i);
+    const CTargetEntry& theirs = other.GetEntry(i);
+    if (mine.IsISCSITarget() != theirs.IsISCSITarget() ||
+        std::memcmp(mine.GetTargetEntry(), theirs.GetTargetEntry(), sizeof(RM_NodeInfoEntry)) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
 unsigned int CTargetList::CopyRecords(RM_NodeInfoEntry* records, unsigned int* count) const {
   if (count == nullptr) return 0;
   const unsigned int total = GetCount();

@@ -57,6 +57,9 @@ class CTargetList : public SharedSet<CTargetEntry, const unsigned char*> {
   // made from the same records.
   CTargetList AsKind(bool iscsi) const;
 
+  // Whether every byte of every record is the same.
+  bool IsIdentical(const CTargetList& other) const;
+
   // Copies as many records as fit, sets *count to their number, and returns how many did not fit. A null buffer
   // has no room; with a null count nothing happens.
   unsigned int CopyRecords(RM_NodeInfoEntry* records, unsigned int* count) const;

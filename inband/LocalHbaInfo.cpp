@@ -186,17 +186,19 @@ void CPortInfo::AddLocalPort(const LocalBoard& board) {
   if (m_LiteDiscovery != 0) {
     AddTo(m_pMainHbaList.get(), entry);
   } else {
-    entry.SetOldTargetCount(OldTargetCount(board));
+    BeginWithListed(board, &entry);
     AddTo(m_pNewHbaList.get(), entry);
   }
   AddTo(m_pDiscoPortsList.get(), entry);
 }
 
-// How many targets the port had when the current list last learned of it.
-unsigned int CPortInfo::OldTargetCount(const LocalBoard& board) const {
-  if (m_pMainHbaList == nullptr) return 0;
+// What the current list knows of the port's targets.
+void CPortInfo::BeginWithListed(const LocalBoard& board, CHbaEntry* entry) const {
+  if (m_pMainHbaList == nullptr) return;
   CHbaList& current = *m_pMainHbaList;
   HbaListGuard guard(current);
   const CHbaEntry* listed = current.FindEntry(board.info.portWwn);
-  return listed == nullptr ? 0 : listed->GetTargetCount();
+  if (listed == nullptr) return;
+  entry->SetOldTargetCount(listed->GetTargetCount());
+  if (!IsNICPort(board.info.specialFeatures) && !IsTargetModePort(board.info)) entry->BeginWithTargets(*listed);
 }

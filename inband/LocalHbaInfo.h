@@ -56,8 +56,6 @@ class CPortInfo {
   }
   unsigned int GetNumberOfLocalHbas() const { return m_NumLocalHbas; }
 
-  void SetLocalMode(int localMode) { m_LocalMode = localMode; }
-
   // A lite cycle's own reads, which wait for those of the workers of killed cycles, end when it says so.
   void SetStopQuery(StopQuery stopped) { m_Stopped = std::move(stopped); }
 
@@ -77,7 +75,7 @@ class CPortInfo {
   std::unique_ptr<unsigned int[]> ReadInstances();
   int EnumerateBoards(const unsigned int* instances);
   void AddLocalPort(const LocalBoard& board);
-  unsigned int OldTargetCount(const LocalBoard& board) const;
+  void BeginWithListed(const LocalBoard& board, CHbaEntry* entry) const;
 
   // Nothing when the current list does not know the port.
   std::optional<int> CheckKnownPort(const LocalBoard& board);
@@ -92,7 +90,6 @@ class CPortInfo {
   std::shared_ptr<CHbaList> m_pMainHbaList;
   std::shared_ptr<CHbaList> m_pNewHbaList;
   int m_LiteDiscovery = 0;
-  int m_LocalMode = 0;  // stored for the controller, decides nothing here
   unsigned int m_DiscoveryMark = 0;
   unsigned int m_NumLocalHbas = 0;
   StopQuery m_Stopped;

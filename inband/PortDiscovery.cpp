@@ -91,7 +91,9 @@ std::optional<CHbaEntry> PortVisit::CopyListed() const {
 bool PortVisit::ReadBelow(CHbaEntry& port) {
   port.SetNothingRead();
   const unsigned int oldCount = port.GetOldTargetCount();
+  const CTargetList known = port.GetTargetList();
   const unsigned int count = AddTargetInfo(&port, &m_Thread, 1, 1);
+  port.ShareIdenticalTargets(known);
   const bool changed = port.AreTargetsRead() && count != oldCount;
   if (!Enabled()) return false;
   if (changed) {

@@ -160,6 +160,18 @@ TEST_F(Worker, APortInUseKeepsWhatItHasAndItsRetries) {
   EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
 }
 
+// What is the same byte for byte stays where it is; an address is no change, but is put over.
+TEST_F(Worker, TargetsThatOnlyMovedArePutOver) {
+  CHbaEntry listed = AddPort(0, true);
+  RM_NodeInfoEntry node = Node(kTarget);
+  listed.AddTarget(&node);
+  listed.SetOldTargetCount(1);
+  AddToDestination(listed);
+  node.fcAddressId = 7;
+  m_Port.nodes = {node};
+  EXPECT_EQ(Visit().GetTargetList().GetEntry(0).GetTargetEntry()->fcAddressId, 7U);
+}
+
 TEST_F(Worker, OtherTargetsInTheSameNumberAreNoChange) {
   CHbaEntry listed = AddPort(0, true);
   listed.SetOldTargetCount(1);
