@@ -29,6 +29,11 @@ class HostPatience final : public CZylTpThread {
   int IsEnabled() const override;
   bool IsExhausted() const { return m_InRow >= kMostInRow || m_Wasted >= kMostLimits * m_CallLimit; }
 
+  // Another port begins: what came before belongs to the ports before it.
+  void BeginPort() {
+    Look();
+    m_Unjudged = {};
+  }
   // The host has answered: its calls are no longer in a row.
   void NoteAnswer() {
     m_InRow = 0;
@@ -54,7 +59,7 @@ class HostPatience final : public CZylTpThread {
   mutable std::chrono::microseconds m_Slept = ZylSlept();
   mutable Clock::duration m_LongestCall{0};
   mutable Clock::duration m_Wasted{0};
-  mutable Clock::duration m_Unjudged{0};  // calls since the last note that did not run into the limit
+  mutable Clock::duration m_Unjudged{0};  // of this port, since the last note; calls below the limit
   mutable int m_InRow = 0;
 };
 

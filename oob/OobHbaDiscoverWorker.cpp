@@ -189,6 +189,7 @@ void HostVisit::VisitPorts() {
 int HostVisit::ReadAttributes(CHbaEntry& port) {
   const unsigned char* wwn = port.GetHbaInfo()->portWwn;
   int status = RM_STATUS_FAILED;
+  m_Patience.BeginPort();
   for (int left = kTries; left > 0 && IsPatient(); --left) {
     status = GetRemotePortAttr(&port, &m_Patience);
     // What was answered last was not looked at any more.

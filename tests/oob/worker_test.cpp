@@ -186,6 +186,21 @@ TEST_F(OobWorker, ABusyHostIsGivenUpASlowOneIsNot) {
   }
 }
 
+// What good answers took is not held against the host when another port fails after them.
+TEST_F(OobWorker, FailuresBetweenSlowGoodAnswersGiveNoHostUp) {
+  std::vector<std::uint64_t> ports(24);
+  std::vector<Step> steps;
+  for (std::size_t i = 0; i < ports.size(); ++i) {
+    ports[i] = kPort + i;
+    steps.push_back({i % 2 == 0 ? RM_STATUS_OK : RM_STATUS_LOCKED});
+  }
+  m_Provider.SetPorts(kHost, ports);
+  LetRunIntoLimit("none");
+  m_Provider.scripted.OnCall("RM_GetAllNodeInfo", [] { std::this_thread::sleep_for(120ms); });
+  Visit(kAttributeCall, steps);
+  EXPECT_EQ(m_Cycle->found.GetCount(), 12U);
+}
+
 TEST_F(OobWorker, RoomGrowsAsWantedButNeitherEndlesslyNorAbsurdly) {
   std::vector<std::uint64_t> ports(300);
   for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
