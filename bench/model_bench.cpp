@@ -23,8 +23,8 @@
 #include <string>
 #include <vector>
 
-#include "discovery/DiscoveryLog.h"
-#include "discovery/HbaDiscoveryList.h"
+#include "log/DiscoveryLog.h"
+#include "model/HbaList.h"
 
 void disco_printf(unsigned int /*mask*/, const unsigned char* /*wwn*/, const char* /*format*/, ...) {}
 

@@ -17,7 +17,7 @@
 #include <thread>
 #include <utility>
 
-#include "discovery/HbaDiscoveryList.h"
+#include "model/HbaList.h"
 #include "rmapi/rmapi.h"
 #include "thread/zyl_thread.h"
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "config/DiscConfig.h"
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "rmapi/rmapi.h"
 
 namespace {

@@ -18,13 +18,13 @@
 #include <thread>
 #include <vector>
 
-#include "discovery/DiscoveryOwner.h"
-#include "discovery/HbaDiscoveryList.h"
-#include "discovery/HbaDiscoveryListSystems.h"
-#include "discovery/SharedSlot.h"
 #include "inband/PortDiscovery.h"
 #include "inband/SlowHbaDiscover.h"
+#include "model/DiscoveryOwner.h"
+#include "model/HbaList.h"
+#include "model/Systems.h"
 #include "oob/OobHbaDiscover.h"
+#include "thread/SharedSlot.h"
 #include "thread/zyl_thread.h"
 #include "thread/zyl_thread_pool.h"
 

@@ -1,7 +1,7 @@
 // The callback contract: when the application is called back, and with which reason.
 
-#include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscover.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

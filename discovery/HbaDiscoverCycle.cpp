@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <exception>
 
-#include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscover.h"
 #include "inband/LocalHbaInfo.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

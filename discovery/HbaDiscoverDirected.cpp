@@ -3,11 +3,11 @@
 #include <chrono>
 #include <exception>
 
-#include "discovery/DiscoveryLog.h"
 #include "discovery/HbaDiscover.h"
 #include "inband/PortAttributes.h"
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

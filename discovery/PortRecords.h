@@ -4,9 +4,9 @@
 #ifndef DISCOVERY_PORTRECORDS_H_
 #define DISCOVERY_PORTRECORDS_H_
 
-#include "discovery/HbaDiscoveryListEntry.h"
-#include "discovery/HbaDiscoveryListSystems.h"
 #include "include/hbadiscovery.h"
+#include "model/HbaEntry.h"
+#include "model/Systems.h"
 
 // Zeroes the record first. Throws nothing: a walk that is under way must not end for want of memory.
 void FillRecord(const CHbaEntry& entry, hba_discovery_info* record) noexcept;

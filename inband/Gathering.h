@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "discovery/DiscoveryLog.h"
 #include "inband/StopQuery.h"
+#include "log/DiscoveryLog.h"
 #include "rmapi/rmapi.h"
 
 // A port in use has not answered: what is known of it stays. Every other failure is an answer.

@@ -4,7 +4,7 @@
 #ifndef INBAND_INITIATORNAMES_H_
 #define INBAND_INITIATORNAMES_H_
 
-#include "discovery/HbaDiscoveryListNames.h"
+#include "model/ISCSINames.h"
 
 class InitiatorNames {
  public:

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <utility>
 
-#include "discovery/DiscoveryLog.h"
 #include "inband/PortKind.h"
 #include "inband/RecordBuffer.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <optional>
 #include <utility>
 
-#include "discovery/HbaDiscoveryList.h"
-#include "discovery/HbaDiscoveryListWwpns.h"
 #include "inband/InitiatorNames.h"
 #include "inband/StopQuery.h"
+#include "model/HbaList.h"
+#include "model/Wwpns.h"
 #include "rmapi/rmapi.h"
 
 class CPortInfo {

@@ -2,12 +2,12 @@
 
 #include <cstring>
 
-#include "discovery/DiscoveryLog.h"
 #include "inband/LocalHbaInfo.h"
 #include "inband/PortKind.h"
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
 #include "inband/RecordBuffer.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "discovery/DiscoveryLog.h"
 #include "inband/LocalHbaInfo.h"
 #include "inband/RecordBuffer.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

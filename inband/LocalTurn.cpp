@@ -1,6 +1,6 @@
 #include "inband/LocalTurn.h"
 
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <chrono>
 #include <condition_variable>
 
-#include "discovery/HbaDiscoveryListEntry.h"
 #include "inband/StopQuery.h"
+#include "model/HbaEntry.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
 

@@ -4,7 +4,7 @@
 #ifndef INBAND_PORTATTRIBUTES_H_
 #define INBAND_PORTATTRIBUTES_H_
 
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/HbaEntry.h"
 #include "thread/zyl_thread_pool.h"
 
 // Reads everything but the port's name, which the entry brings along. Returns 0, a provider status,

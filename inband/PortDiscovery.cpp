@@ -5,11 +5,11 @@
 #include <optional>
 #include <utility>
 
-#include "discovery/DiscoveryLog.h"
 #include "inband/PortAttributes.h"
 #include "inband/PortKind.h"
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "discovery/HbaDiscoveryList.h"
+#include "model/HbaList.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
 #include "thread/zyl_thread_pool.h"

@@ -9,8 +9,8 @@
 #ifndef INBAND_PORTTARGETS_H_
 #define INBAND_PORTTARGETS_H_
 
-#include "discovery/HbaDiscoveryListEntry.h"
 #include "inband/StopQuery.h"
+#include "model/HbaEntry.h"
 #include "thread/zyl_thread_pool.h"
 
 // Reads the targets of any port into it and returns the number of accepted nodes, which is above the number of

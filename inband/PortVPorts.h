@@ -5,7 +5,7 @@
 #ifndef INBAND_PORTVPORTS_H_
 #define INBAND_PORTVPORTS_H_
 
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/HbaEntry.h"
 #include "thread/zyl_thread_pool.h"
 
 // Reads the virtual ports and their targets into the port; for a NIC its virtual functions, for an iSCSI port

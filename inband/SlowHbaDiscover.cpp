@@ -9,7 +9,7 @@
 #include <new>
 
 #include "config/FileDescriptor.h"
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <memory>
 #include <thread>
 
-#include "discovery/DiscoveryOwner.h"
-#include "discovery/HbaDiscoveryList.h"
-#include "discovery/SharedSlot.h"
 #include "inband/PortDiscovery.h"
+#include "model/DiscoveryOwner.h"
+#include "model/HbaList.h"
+#include "thread/SharedSlot.h"
 #include "thread/zyl_thread.h"
 #include "thread/zyl_thread_pool.h"
 

@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "discovery/HbaDiscoveryList.h"
-#include "discovery/SharedSlot.h"
+#include "model/HbaList.h"
 #include "oob/OobIpAddressList.h"
+#include "thread/SharedSlot.h"
 #include "thread/zyl_thread_pool.h"
 
 // Bits of the state word of out-of-band discovery.

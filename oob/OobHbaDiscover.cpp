@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "config/FileDescriptor.h"
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "oob/HostEntry.h"
 
 namespace {

@@ -22,8 +22,8 @@
 #include <vector>
 
 #include "config/DiscConfig.h"
-#include "discovery/DiscoveryOwner.h"
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/DiscoveryOwner.h"
+#include "model/HbaEntry.h"
 #include "oob/HostFile.h"
 #include "oob/OobCycle.h"
 #include "thread/zyl_thread.h"

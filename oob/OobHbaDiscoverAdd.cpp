@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "oob/HostEntry.h"
 #include "oob/NodeAddresses.h"
 #include "oob/OobHbaDiscover.h"

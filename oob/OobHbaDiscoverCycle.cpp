@@ -5,7 +5,7 @@
 #include <exception>
 #include <vector>
 
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "oob/HostEntry.h"
 #include "oob/OobHbaDiscover.h"
 

@@ -6,12 +6,12 @@
 #include <cstring>
 #include <exception>
 
-#include "discovery/DiscoveryLog.h"
 #include "inband/Gathering.h"
 #include "inband/PortAttributes.h"
 #include "inband/PortKind.h"
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
+#include "log/DiscoveryLog.h"
 #include "oob/HostEntry.h"
 #include "oob/HostPatience.h"
 #include "oob/NodeAddresses.h"

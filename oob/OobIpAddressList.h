@@ -8,7 +8,7 @@
 
 #include <set>
 
-#include "discovery/HbaDiscoveryListGuard.h"
+#include "model/ListGuard.h"
 #include "rmapi/rmapi.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"

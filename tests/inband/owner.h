@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
-#include "discovery/DiscoveryOwner.h"
-#include "discovery/HbaDiscoveryList.h"
+#include "model/DiscoveryOwner.h"
+#include "model/HbaList.h"
 
 class Owner final : public DiscoveryOwner {
  public:

@@ -3,8 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "discovery/DiscoveryLog.h"
-#include "discovery/HbaDiscoveryListKey.h"
+#include "log/DiscoveryLog.h"
+#include "model/WwpnKey.h"
 #include "tests/failing_memory.h"
 
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {

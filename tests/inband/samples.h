@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "discovery/HbaDiscoveryList.h"
-#include "discovery/HbaDiscoveryListKey.h"
+#include "model/HbaList.h"
+#include "model/WwpnKey.h"
 #include "rmapi/rmapi.h"
 
 constexpr std::uint64_t kPort = 0x1000025DC9000000;    // + number

@@ -4,7 +4,7 @@
 
 #include <tuple>
 
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/HbaEntry.h"
 #include "tests/inband/samples.h"
 
 namespace {

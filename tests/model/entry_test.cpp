@@ -1,6 +1,6 @@
 // One port: defaults, construction, copies, the calls that copy lists out.
 
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/HbaEntry.h"
 
 #include <gtest/gtest.h>
 

@@ -8,9 +8,9 @@
 #include <numeric>
 #include <vector>
 
-#include "discovery/HbaDiscoveryList.h"
-#include "discovery/HbaDiscoveryListSystems.h"
-#include "discovery/HbaDiscoveryListWwpns.h"
+#include "model/HbaList.h"
+#include "model/Systems.h"
+#include "model/Wwpns.h"
 #include "tests/failing_memory.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/samples.h"

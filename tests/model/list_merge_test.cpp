@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "discovery/HbaDiscoveryList.h"
+#include "model/HbaList.h"
 #include "tests/inband/recorded_log.h"
 #include "tests/inband/samples.h"
 

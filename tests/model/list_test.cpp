@@ -7,7 +7,7 @@
 #include <numeric>
 #include <vector>
 
-#include "discovery/HbaDiscoveryList.h"
+#include "model/HbaList.h"
 #include "tests/inband/samples.h"
 
 namespace {

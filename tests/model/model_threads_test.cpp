@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "discovery/HbaDiscoveryList.h"
+#include "model/HbaList.h"
 #include "tests/inband/samples.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "discovery/HbaDiscoveryListNames.h"
-#include "discovery/HbaDiscoveryListTargets.h"
+#include "model/ISCSINames.h"
+#include "model/Targets.h"
 #include "tests/inband/samples.h"
 
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "discovery/HbaDiscoveryListSystems.h"
-#include "discovery/HbaDiscoveryListWwpns.h"
+#include "model/Systems.h"
+#include "model/Wwpns.h"
 #include "tests/inband/samples.h"
 
 namespace {

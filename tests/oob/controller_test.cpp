@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/inband/owner.h"
 #include "tests/oob/remote_provider.h"

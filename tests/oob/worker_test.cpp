@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/thread/wait_until.h"

@@ -11,14 +11,14 @@
 // port in use. A merge and the Take calls leave what the listed entry has of a part that was not read.
 //
 // Ownership: an entry owns its parts; copies share the three lists and the names until one side changes.
-#ifndef DISCOVERY_HBADISCOVERYLISTENTRY_H_
-#define DISCOVERY_HBADISCOVERYLISTENTRY_H_
+#ifndef MODEL_HBAENTRY_H_
+#define MODEL_HBAENTRY_H_
 
-#include "discovery/HbaDiscoveryListLocks.h"
-#include "discovery/HbaDiscoveryListNames.h"
-#include "discovery/HbaDiscoveryListTargets.h"
-#include "discovery/HbaDiscoveryListVFs.h"
-#include "discovery/HbaDiscoveryListVPorts.h"
+#include "model/ISCSINames.h"
+#include "model/SubListLocks.h"
+#include "model/Targets.h"
+#include "model/VPorts.h"
+#include "model/VirtualFunctions.h"
 #include "rmapi/rmapi.h"
 #include "thread/thread_annotations.h"
 
@@ -205,4 +205,4 @@ class CHbaEntry {
   CVFList m_VFs GUARDED_BY(g_VFListLock);
 };
 
-#endif  // DISCOVERY_HBADISCOVERYLISTENTRY_H_
+#endif  // MODEL_HBAENTRY_H_

@@ -1,5 +1,5 @@
 // What a line of the log looks like, whatever text an adapter, a host or a file has brought into it.
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

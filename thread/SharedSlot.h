@@ -1,8 +1,8 @@
 // A shared pointer that several threads read and replace.
 //
 // Thread safety: internally locked. The lock is a leaf: nothing else is taken under it.
-#ifndef DISCOVERY_SHAREDSLOT_H_
-#define DISCOVERY_SHAREDSLOT_H_
+#ifndef THREAD_SHAREDSLOT_H_
+#define THREAD_SHAREDSLOT_H_
 
 #include <memory>
 #include <utility>
@@ -30,4 +30,4 @@ class SharedSlot {
   std::shared_ptr<T> m_Value GUARDED_BY(m_Lock);
 };
 
-#endif  // DISCOVERY_SHAREDSLOT_H_
+#endif  // THREAD_SHAREDSLOT_H_

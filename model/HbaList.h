@@ -13,15 +13,15 @@
 // are safe to use only under the lock.
 //
 // Failed allocations: std::bad_alloc leaves a list as it was, but for MergeLists.
-#ifndef DISCOVERY_HBADISCOVERYLIST_H_
-#define DISCOVERY_HBADISCOVERYLIST_H_
+#ifndef MODEL_HBALIST_H_
+#define MODEL_HBALIST_H_
 
 #include <atomic>
 #include <cstdint>
 #include <map>
 
-#include "discovery/HbaDiscoveryListEntry.h"
-#include "discovery/HbaDiscoveryListGuard.h"
+#include "model/HbaEntry.h"
+#include "model/ListGuard.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
 
@@ -99,4 +99,4 @@ class CAPABILITY("list") CHbaList {
 using HbaListGuard = ListGuard<CHbaList>;
 using HbaListPairGuard = ListPairGuard<CHbaList>;
 
-#endif  // DISCOVERY_HBADISCOVERYLIST_H_
+#endif  // MODEL_HBALIST_H_

@@ -1,4 +1,4 @@
-#include "discovery/HbaDiscoveryListVPorts.h"
+#include "model/VPorts.h"
 
 #include <cstring>
 #include <utility>

@@ -5,8 +5,8 @@
 // list's own lock.
 //
 // Ownership: alive from load to the end of the process.
-#ifndef DISCOVERY_HBADISCOVERYLISTLOCKS_H_
-#define DISCOVERY_HBADISCOVERYLISTLOCKS_H_
+#ifndef MODEL_SUBLISTLOCKS_H_
+#define MODEL_SUBLISTLOCKS_H_
 
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
@@ -16,4 +16,4 @@ extern CZylThreadLock g_TargetLock;                                 // targets o
 extern CZylThreadLock g_VPortLock ACQUIRED_BEFORE(g_VPTargetLock);  // virtual ports of ports
 extern CZylThreadLock g_VFListLock;                                 // virtual functions of ports
 
-#endif  // DISCOVERY_HBADISCOVERYLISTLOCKS_H_
+#endif  // MODEL_SUBLISTLOCKS_H_

@@ -1,11 +1,11 @@
-#include "discovery/HbaDiscoveryList.h"
+#include "model/HbaList.h"
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
 
-#include "discovery/HbaDiscoveryListKey.h"
+#include "model/WwpnKey.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "discovery/HbaDiscoveryListTargets.h"
+#include "model/Targets.h"
 
 #include <algorithm>
 #include <cstring>

@@ -3,12 +3,12 @@
 // Thread safety: values; one thread at a time per object, the caller locks. Copies of a list are independent.
 //
 // Ownership: a list owns its entries, copies of a list share them.
-#ifndef DISCOVERY_HBADISCOVERYLISTVFS_H_
-#define DISCOVERY_HBADISCOVERYLISTVFS_H_
+#ifndef MODEL_VIRTUALFUNCTIONS_H_
+#define MODEL_VIRTUALFUNCTIONS_H_
 
 #include <cstring>
 
-#include "discovery/HbaDiscoveryListSet.h"
+#include "model/SharedSet.h"
 #include "rmapi/rmapi.h"
 
 class CVFEntry {
@@ -35,4 +35,4 @@ class CVFEntry {
 // FindEntry takes an HBA_NAME.
 class CVFList : public SharedSet<CVFEntry, HBA_NAME> {};
 
-#endif  // DISCOVERY_HBADISCOVERYLISTVFS_H_
+#endif  // MODEL_VIRTUALFUNCTIONS_H_

@@ -4,8 +4,8 @@
 //
 // Ownership: a guard refers to its list; where a list may be replaced meanwhile, the scope keeps a shared_ptr
 // to it.
-#ifndef DISCOVERY_HBADISCOVERYLISTGUARD_H_
-#define DISCOVERY_HBADISCOVERYLISTGUARD_H_
+#ifndef MODEL_LISTGUARD_H_
+#define MODEL_LISTGUARD_H_
 
 #include "thread/thread_annotations.h"
 
@@ -41,4 +41,4 @@ class SCOPED_CAPABILITY ListPairGuard {
   List& m_Second;
 };
 
-#endif  // DISCOVERY_HBADISCOVERYLISTGUARD_H_
+#endif  // MODEL_LISTGUARD_H_

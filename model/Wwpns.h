@@ -4,14 +4,14 @@
 // changes; the changed flag needs none.
 //
 // Ownership: a list owns copies of its entries; pointers to them hold until the entry is erased.
-#ifndef DISCOVERY_HBADISCOVERYLISTWWPNS_H_
-#define DISCOVERY_HBADISCOVERYLISTWWPNS_H_
+#ifndef MODEL_WWPNS_H_
+#define MODEL_WWPNS_H_
 
 #include <atomic>
 #include <cstdint>
 #include <map>
 
-#include "discovery/HbaDiscoveryListGuard.h"
+#include "model/ListGuard.h"
 #include "rmapi/rmapi.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
@@ -76,4 +76,4 @@ class CAPABILITY("list") CDiscoWWPNList {
 
 using DiscoWWPNListGuard = ListGuard<CDiscoWWPNList>;
 
-#endif  // DISCOVERY_HBADISCOVERYLISTWWPNS_H_
+#endif  // MODEL_WWPNS_H_

@@ -1,6 +1,6 @@
 // A world-wide port name as a number: the order of the numbers is the bytewise order of the names.
-#ifndef DISCOVERY_HBADISCOVERYLISTKEY_H_
-#define DISCOVERY_HBADISCOVERYLISTKEY_H_
+#ifndef MODEL_WWPNKEY_H_
+#define MODEL_WWPNKEY_H_
 
 #include <cstdint>
 
@@ -10,4 +10,4 @@ inline std::uint64_t WwpnKey(const unsigned char* wwpn) {
   return key;
 }
 
-#endif  // DISCOVERY_HBADISCOVERYLISTKEY_H_
+#endif  // MODEL_WWPNKEY_H_

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/HbaEntry.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 //
 // Thread safety: every function may be called from any thread at any time, also while the library is being
 // loaded.
-#ifndef DISCOVERY_DISCOVERYLOG_H_
-#define DISCOVERY_DISCOVERYLOG_H_
+#ifndef LOG_DISCOVERYLOG_H_
+#define LOG_DISCOVERYLOG_H_
 
 // Mask bits. A line is written when its mask shares a bit with the log mode.
 enum DiscoLogMask : unsigned int {
@@ -37,4 +37,4 @@ void SetDiscoveryLogMode(unsigned int mode);
 // empty.
 void OpenDiscoveryLog(const char* path);
 
-#endif  // DISCOVERY_DISCOVERYLOG_H_
+#endif  // LOG_DISCOVERYLOG_H_

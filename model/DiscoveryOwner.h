@@ -2,8 +2,8 @@
 //
 // Thread safety: every call may be made from any thread.
 // Ownership: the owner outlives whoever it is given to.
-#ifndef DISCOVERY_DISCOVERYOWNER_H_
-#define DISCOVERY_DISCOVERYOWNER_H_
+#ifndef MODEL_DISCOVERYOWNER_H_
+#define MODEL_DISCOVERYOWNER_H_
 
 #include <memory>
 
@@ -30,4 +30,4 @@ class DiscoveryOwner {
   ~DiscoveryOwner() = default;
 };
 
-#endif  // DISCOVERY_DISCOVERYOWNER_H_
+#endif  // MODEL_DISCOVERYOWNER_H_

@@ -1,4 +1,4 @@
-#include "discovery/DiscoveryLog.h"
+#include "log/DiscoveryLog.h"
 
 #include <fcntl.h>
 #include <unistd.h>

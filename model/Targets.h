@@ -2,11 +2,11 @@
 //
 // Thread safety: values; one thread at a time per object, the caller locks. Copies of a list are independent.
 //
-// Ownership: an entry holds its record, a list its entries (HbaDiscoveryListSet.h says how copies share them).
-#ifndef DISCOVERY_HBADISCOVERYLISTTARGETS_H_
-#define DISCOVERY_HBADISCOVERYLISTTARGETS_H_
+// Ownership: an entry holds its record, a list its entries (SharedSet.h says how copies share them).
+#ifndef MODEL_TARGETS_H_
+#define MODEL_TARGETS_H_
 
-#include "discovery/HbaDiscoveryListSet.h"
+#include "model/SharedSet.h"
 #include "rmapi/rmapi.h"
 
 class CTargetEntry {
@@ -65,4 +65,4 @@ class CTargetList : public SharedSet<CTargetEntry, const unsigned char*> {
   unsigned int CopyRecords(RM_NodeInfoEntry* records, unsigned int* count) const;
 };
 
-#endif  // DISCOVERY_HBADISCOVERYLISTTARGETS_H_
+#endif  // MODEL_TARGETS_H_

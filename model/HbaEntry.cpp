@@ -1,4 +1,4 @@
-#include "discovery/HbaDiscoveryListEntry.h"
+#include "model/HbaEntry.h"
 
 #include <algorithm>
 #include <cstring>

@@ -4,8 +4,8 @@
 // changes; operator== takes both lists' locks itself, this one first.
 //
 // Ownership: a system owns copies of its ports, a list copies of its systems.
-#ifndef DISCOVERY_HBADISCOVERYLISTSYSTEMS_H_
-#define DISCOVERY_HBADISCOVERYLISTSYSTEMS_H_
+#ifndef MODEL_SYSTEMS_H_
+#define MODEL_SYSTEMS_H_
 
 #include <atomic>
 #include <deque>
@@ -13,8 +13,8 @@
 #include <optional>
 #include <string>
 
-#include "discovery/HbaDiscoveryListEntry.h"
-#include "discovery/HbaDiscoveryListGuard.h"
+#include "model/HbaEntry.h"
+#include "model/ListGuard.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
 
@@ -88,4 +88,4 @@ class CAPABILITY("list") CSystemList {
 
 using SystemListGuard = ListGuard<CSystemList>;
 
-#endif  // DISCOVERY_HBADISCOVERYLISTSYSTEMS_H_
+#endif  // MODEL_SYSTEMS_H_

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "discovery/DiscoveryLog.h"
-#include "discovery/HbaDiscoveryList.h"
+#include "log/DiscoveryLog.h"
+#include "model/HbaList.h"
 
 namespace {
 

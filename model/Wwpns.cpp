@@ -1,9 +1,9 @@
-#include "discovery/HbaDiscoveryListWwpns.h"
+#include "model/Wwpns.h"
 
 #include <cstring>
 #include <iterator>
 
-#include "discovery/HbaDiscoveryListKey.h"
+#include "model/WwpnKey.h"
 
 CDiscoWWPNEntry::CDiscoWWPNEntry(const unsigned char* wwpn, int kind) : m_Kind(kind) {
   if (wwpn != nullptr) std::memcpy(m_Wwpn.wwn, wwpn, sizeof(m_Wwpn.wwn));

@@ -4,8 +4,8 @@
 //
 // Ownership: the texts are immutable and shared between copies. A getter's text lives until the next SetNames
 // or assignment on the same object.
-#ifndef DISCOVERY_HBADISCOVERYLISTNAMES_H_
-#define DISCOVERY_HBADISCOVERYLISTNAMES_H_
+#ifndef MODEL_ISCSINAMES_H_
+#define MODEL_ISCSINAMES_H_
 
 #include <memory>
 #include <optional>
@@ -39,4 +39,4 @@ class CDiscISCSINames {
   std::shared_ptr<const Names> m_Names;  // null: all three are unset
 };
 
-#endif  // DISCOVERY_HBADISCOVERYLISTNAMES_H_
+#endif  // MODEL_ISCSINAMES_H_

@@ -1,4 +1,4 @@
-#include "discovery/HbaDiscoveryListSystems.h"
+#include "model/Systems.h"
 
 #include <cstring>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "discovery/HbaDiscoveryListLocks.h"
+#include "model/SubListLocks.h"
 
 constinit CZylThreadLock g_VPTargetLock;
 constinit CZylThreadLock g_TargetLock;

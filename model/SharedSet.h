@@ -14,8 +14,8 @@
 // changed, cleared, assigned to or copied, or dies.
 //
 // Failed allocations: std::bad_alloc leaves a handle with the entries and the cursor that it had.
-#ifndef DISCOVERY_HBADISCOVERYLISTSET_H_
-#define DISCOVERY_HBADISCOVERYLISTSET_H_
+#ifndef MODEL_SHAREDSET_H_
+#define MODEL_SHAREDSET_H_
 
 #include <algorithm>
 #include <atomic>
@@ -213,4 +213,4 @@ const Entry* SharedSet<Entry, Key>::Find(const Wanted& wanted) const {
   return late == m_Storage->late->end() ? nullptr : &*late;
 }
 
-#endif  // DISCOVERY_HBADISCOVERYLISTSET_H_
+#endif  // MODEL_SHAREDSET_H_

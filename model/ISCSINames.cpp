@@ -1,4 +1,4 @@
-#include "discovery/HbaDiscoveryListNames.h"
+#include "model/ISCSINames.h"
 
 #include <cstring>
 

@@ -4,12 +4,12 @@
 // one thread at a time, the caller locks. Copies are independent.
 //
 // Ownership: a list owns its entries, copies of a list share them.
-#ifndef DISCOVERY_HBADISCOVERYLISTVPORTS_H_
-#define DISCOVERY_HBADISCOVERYLISTVPORTS_H_
+#ifndef MODEL_VPORTS_H_
+#define MODEL_VPORTS_H_
 
-#include "discovery/HbaDiscoveryListLocks.h"
-#include "discovery/HbaDiscoveryListSet.h"
-#include "discovery/HbaDiscoveryListTargets.h"
+#include "model/SharedSet.h"
+#include "model/SubListLocks.h"
+#include "model/Targets.h"
 #include "rmapi/rmapi.h"
 #include "thread/thread_annotations.h"
 
@@ -49,4 +49,4 @@ class CVPortEntry {
 // FindEntry takes an 8-byte port WWN.
 class CVPortList : public SharedSet<CVPortEntry, const unsigned char*> {};
 
-#endif  // DISCOVERY_HBADISCOVERYLISTVPORTS_H_
+#endif  // MODEL_VPORTS_H_
