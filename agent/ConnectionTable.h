@@ -10,8 +10,8 @@
 #include <map>
 #include <utility>
 
-#include "provider/Mutex.h"
-#include "provider/NetAddress.h"
+#include "provider/base/Mutex.h"
+#include "provider/host/NetAddress.h"
 
 namespace agent {
 

@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-#include "provider/FileDescriptor.h"
-#include "provider/NetAddress.h"
+#include "provider/base/FileDescriptor.h"
+#include "provider/host/NetAddress.h"
 
 namespace agent {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 #include "provider/remote/WireQuery.h"
 
 namespace agent {

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "provider/NetAddress.h"
+#include "provider/host/NetAddress.h"
 
 namespace agent {
 

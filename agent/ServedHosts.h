@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "provider/Host.h"
-#include "provider/NetAddress.h"
 #include "provider/fabric/FabricHost.h"
+#include "provider/host/Host.h"
+#include "provider/host/NetAddress.h"
 
 namespace agent {
 

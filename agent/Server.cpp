@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "provider/ProviderLog.h"
+#include "provider/base/ProviderLog.h"
 
 namespace agent {
 

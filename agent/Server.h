@@ -16,7 +16,7 @@
 #include "agent/Listeners.h"
 #include "agent/RequestHandler.h"
 #include "agent/ServedHosts.h"
-#include "provider/NetAddress.h"
+#include "provider/host/NetAddress.h"
 
 struct MHD_Daemon;
 

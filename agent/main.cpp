@@ -10,8 +10,8 @@
 #include "agent/Options.h"
 #include "agent/Privileges.h"
 #include "agent/Server.h"
-#include "provider/FileDescriptor.h"
-#include "provider/ProviderLog.h"
+#include "provider/base/FileDescriptor.h"
+#include "provider/base/ProviderLog.h"
 
 namespace agent {
 

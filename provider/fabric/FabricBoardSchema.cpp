@@ -1,7 +1,7 @@
 // The keys of one board.
-#include "provider/AdapterModels.h"
-#include "provider/WorldWideName.h"
 #include "provider/fabric/FabricSchema.h"
+#include "provider/host/AdapterModels.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

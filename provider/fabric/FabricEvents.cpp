@@ -3,9 +3,9 @@
 #include <map>
 #include <set>
 
-#include "provider/WorldWideName.h"
 #include "provider/fabric/FabricError.h"
 #include "provider/fabric/FabricSchema.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "provider/Mutex.h"
+#include "provider/base/Mutex.h"
 #include "provider/fabric/FabricModel.h"
 #include "provider/fabric/FabricPause.h"
 

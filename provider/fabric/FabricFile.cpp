@@ -10,7 +10,7 @@
 #include <set>
 #include <system_error>
 
-#include "provider/FileDescriptor.h"
+#include "provider/base/FileDescriptor.h"
 #include "provider/fabric/FabricError.h"
 
 namespace provider {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "provider/Host.h"
-#include "provider/NetAddress.h"
+#include "provider/host/Host.h"
+#include "provider/host/NetAddress.h"
 
 namespace provider {
 

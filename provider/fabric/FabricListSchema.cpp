@@ -1,8 +1,8 @@
 // The keys of what hangs below a board, and the ranges that stand for many of a kind.
 #include <set>
 
-#include "provider/WorldWideName.h"
 #include "provider/fabric/FabricSchema.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

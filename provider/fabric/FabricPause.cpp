@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "provider/Mutex.h"
+#include "provider/base/Mutex.h"
 
 namespace provider {
 

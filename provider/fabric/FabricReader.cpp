@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
-#include "provider/WorldWideName.h"
 #include "provider/fabric/FabricError.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

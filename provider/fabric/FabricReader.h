@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "provider/Host.h"
 #include "provider/fabric/FabricFile.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "provider/AdapterModels.h"
+#include "provider/host/AdapterModels.h"
 
 namespace provider {
 

@@ -1,6 +1,6 @@
 #include "provider/fabric/FabricReload.h"
 
-#include "provider/ProviderLog.h"
+#include "provider/base/ProviderLog.h"
 #include "provider/fabric/FabricError.h"
 #include "provider/fabric/FabricFile.h"
 #include "provider/fabric/FabricSchema.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "provider/Mutex.h"
+#include "provider/base/Mutex.h"
 #include "provider/fabric/FabricFaults.h"
 #include "provider/fabric/FabricModel.h"
 #include "provider/fabric/FabricTimeline.h"

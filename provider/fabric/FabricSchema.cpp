@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <map>
 
-#include "provider/WorldWideName.h"
 #include "provider/fabric/FabricSchema.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

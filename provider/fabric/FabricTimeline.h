@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "provider/Mutex.h"
+#include "provider/base/Mutex.h"
 #include "provider/fabric/FabricModel.h"
 
 namespace provider {

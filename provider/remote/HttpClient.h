@@ -14,7 +14,7 @@
 #include <memory>
 #include <string>
 
-#include "provider/Mutex.h"
+#include "provider/base/Mutex.h"
 
 namespace provider {
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <set>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 #include "provider/remote/HttpClient.h"
 #include "provider/remote/WireCodec.h"
 #include "provider/remote/WireQuery.h"

@@ -14,8 +14,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "provider/Host.h"
-#include "provider/NetAddress.h"
+#include "provider/host/Host.h"
+#include "provider/host/NetAddress.h"
 
 namespace provider {
 

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 #include "provider/remote/WireValue.h"
 
 namespace provider {

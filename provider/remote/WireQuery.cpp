@@ -3,7 +3,7 @@
 #include <array>
 #include <charconv>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

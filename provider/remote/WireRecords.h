@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

@@ -1,6 +1,6 @@
 #include "provider/remote/WireValue.h"
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 #include "provider/remote/WireQuery.h"
 
 namespace provider {

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 #include "provider/remote/WireRecords.h"
 
 namespace provider {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "provider/FileDescriptor.h"
+#include "provider/base/FileDescriptor.h"
 
 namespace provider {
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

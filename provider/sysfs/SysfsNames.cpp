@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

@@ -9,7 +9,7 @@
 #include <tuple>
 #include <vector>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

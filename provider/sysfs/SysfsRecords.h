@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

@@ -6,9 +6,9 @@
 #include <thread>
 #include <tuple>
 
-#include "provider/Mutex.h"
-#include "provider/SignalsBlocked.h"
-#include "provider/WorldWideName.h"
+#include "provider/base/Mutex.h"
+#include "provider/base/SignalsBlocked.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

@@ -14,7 +14,7 @@
 #include <chrono>
 #include <memory>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace provider {
 

@@ -13,7 +13,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 #include "provider/remote/RemoteHost.h"
 
 namespace agenttest {

@@ -13,16 +13,11 @@
 #include <vector>
 
 #include "agent/Server.h"
-#include "provider/FileDescriptor.h"
-#include "provider/Host.h"
+#include "provider/base/FileDescriptor.h"
+#include "provider/host/Host.h"
 #include "tests/provider/Boundary.h"
 
 namespace agenttest {
-
-using nlohmann::json;
-using providertest::Eventually;
-using providertest::FcBoard;
-using providertest::Scratch;
 
 inline constexpr char kPort[] = "0x1000000000000001";
 

@@ -67,7 +67,7 @@ TEST(Boundary, HostsByAddressAndProxy) {
     const Registered::Names names = host->AskNames();
     EXPECT_EQ(names.status, RM_STATUS_OK);
     EXPECT_EQ(names.list.count, 2u);
-    EXPECT_EQ(providertest::Digits(names.names[1].wwn), providertest::kOtherPort);
+    EXPECT_EQ(Digits(names.names[1].wwn), providertest::kOtherPort);
     EXPECT_EQ(HostName(*host), "first");
     const Registered::Names tooSmall = host->AskNames(1);
     EXPECT_EQ(tooSmall.status, RM_STATUS_MORE_DATA);

@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "provider/WorldWideName.h"
 #include "provider/fabric/FabricHost.h"
+#include "provider/host/WorldWideName.h"
 #include "provider/remote/WireQuery.h"
 #include "tests/agent/Agents.h"
 
@@ -78,7 +78,7 @@ void ExpectSameHost(Host& there, Host& here) {
     ExpectSame(there.ReadBoard(instance), here.ReadBoard(instance));
   }
   for (const HBA_NAME& name : here.PortNames().records) {
-    SCOPED_TRACE(providertest::Digits(name.wwn));
+    SCOPED_TRACE(Digits(name.wwn));
     ExpectSamePort(there, here, provider::WwnFromBytes(name.wwn));
   }
 }
@@ -86,7 +86,7 @@ void ExpectSameHost(Host& there, Host& here) {
 // A host with every kind of port, as others see it.
 TEST(RoundTrip, EveryQuestionOfALargeHost) {
   if (!HasIpv6()) GTEST_SKIP() << "no IPv6 here";
-  json host = json::parse(providertest::ReadFile(EXAMPLES "/datacenter-host.json"))["local"];
+  json host = json::parse(ReadFile(EXAMPLES "/datacenter-host.json"))["local"];
   host["address"] = {"127.0.1.1", "::1"};
   const Agent agent(Hosts{host});
   provider::FabricHosts hosts(agent.Path());

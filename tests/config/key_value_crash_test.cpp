@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/config/settings_folder.h"
+#include "tests/support/SettingsFolder.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/config/settings_folder.h"
+#include "tests/support/SettingsFolder.h"
 
 namespace {
 

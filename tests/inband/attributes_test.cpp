@@ -5,8 +5,8 @@
 #include <string>
 
 #include "inband/PortAttributes.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "inband/LocalHbaInfo.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
 
 class Enumeration : public testing::Test {
  protected:

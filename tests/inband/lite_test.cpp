@@ -4,7 +4,7 @@
 
 #include "inband/PortTargets.h"
 #include "tests/inband/enumeration_fixture.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <optional>
 #include <thread>
 
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/samples.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/Ports.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ TEST_F(LocalTurns, ComeOneAfterTheOther) {
     });
     came = turn.HasCome();
   });
-  ASSERT_TRUE(WaitUntil([&] { return asked.load(); }));
+  ASSERT_TRUE(Eventually([&] { return asked.load(); }));
   EXPECT_FALSE(came);
   first.reset();
   second.join();

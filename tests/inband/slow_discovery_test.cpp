@@ -11,10 +11,10 @@
 #include <thread>
 #include <vector>
 
-#include "tests/inband/owner.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/Owner.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -36,9 +36,9 @@ class SlowDiscovery : public testing::Test {
     m_Reads.Open();
     m_Slow->Terminate();
     // What was cut short ends by itself, and uses the doubles until then; its last line orders us after it.
-    EXPECT_TRUE(WaitUntil([&] { return m_Slow.use_count() == 1; }));
+    EXPECT_TRUE(Eventually([&] { return m_Slow.use_count() == 1; }));
     m_Slow.reset();
-    EXPECT_TRUE(WaitUntil([&] { return ThreadCount() <= m_ThreadsBefore; }));
+    EXPECT_TRUE(Eventually([&] { return ThreadCount() <= m_ThreadsBefore; }));
     m_Log.Lines();
   }
 
@@ -64,10 +64,10 @@ class SlowDiscovery : public testing::Test {
     ASSERT_TRUE(m_Reads.WaitForCalls(1));
   }
   bool Logged(const std::string& text, int times = 1) {
-    return WaitUntil([&] { return m_Log.Count(text) >= times; });
+    return Eventually([&] { return m_Log.Count(text) >= times; });
   }
   bool CalledBack() {
-    return WaitUntil([&] { return m_Owner.callbacks == 1; });
+    return Eventually([&] { return m_Owner.callbacks == 1; });
   }
 
   const std::ptrdiff_t m_ThreadsBefore = ThreadCount();
@@ -221,7 +221,7 @@ TEST_F(SlowDiscovery, BearsControlCallsFromManyThreads) {
   m_Slow->Pause(0);
   m_Slow->Reset();
   AddPort(1);
-  EXPECT_TRUE(WaitUntil([&] { return m_Owner.callbacks > 0; }));
+  EXPECT_TRUE(Eventually([&] { return m_Owner.callbacks > 0; }));
 }
 
 }  // namespace

@@ -8,9 +8,9 @@
 
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -275,7 +275,7 @@ TEST_F(Targets, LocalPortsAreReadOneAtATime) {
   m_Provider.OnCall(kNodeCall, [&] {
     if (++inside > 1) overlapped = true;
     const Stopwatch watch;
-    WaitUntil([&] { return overlapped || watch.Elapsed() >= patience; });
+    Eventually([&] { return overlapped || watch.Elapsed() >= patience; });
     --inside;
   });
   const auto readAll = [](int isLocal) {

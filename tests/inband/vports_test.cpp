@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "inband/PortVPorts.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
 
 namespace {
 

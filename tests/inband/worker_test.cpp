@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "inband/PortDiscovery.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ class Worker : public testing::Test {
   // Lets the worker visit the ports, and returns what is listed of the first one then.
   CHbaEntry Visit() {
     Start();
-    EXPECT_TRUE(WaitUntil([&] { return m_Worker.IsIdle() != 0; }));
+    EXPECT_TRUE(Eventually([&] { return m_Worker.IsIdle() != 0; }));
     return Listed(*m_Destination, kPort);
   }
 
@@ -269,7 +269,7 @@ TEST_F(Worker, APoolSharesOutThePortsOfEachCycle) {
     }
     m_Params->Set(m_Visit, m_Destination, nullptr);
     pool.EnableThreads();
-    ASSERT_TRUE(WaitUntil([&] { return pool.AllThreadsIdle() != 0; }));
+    ASSERT_TRUE(Eventually([&] { return pool.AllThreadsIdle() != 0; }));
     EXPECT_EQ(m_Destination->GetCount(), kPorts);
     EXPECT_EQ(m_Provider.Calls("RM_VPList"), static_cast<int>(kPorts) * cycle);
   }

@@ -5,7 +5,7 @@
 #include <tuple>
 
 #include "model/HbaEntry.h"
-#include "tests/inband/samples.h"
+#include "tests/support/Ports.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "include/hbadiscovery.h"
-#include "tests/inband/samples.h"
+#include "tests/support/Ports.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include "model/HbaList.h"
 #include "model/Systems.h"
 #include "model/Wwpns.h"
-#include "tests/failing_memory.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/samples.h"
+#include "tests/support/FailingNew.h"
+#include "tests/support/Ports.h"
+#include "tests/support/RecordedLog.h"
 
 namespace {
 

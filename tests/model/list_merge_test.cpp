@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "model/HbaList.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/samples.h"
+#include "tests/support/Ports.h"
+#include "tests/support/RecordedLog.h"
 
 namespace {
 

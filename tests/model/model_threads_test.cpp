@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "model/HbaList.h"
-#include "tests/inband/samples.h"
+#include "tests/support/Ports.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "model/ISCSINames.h"
 #include "model/Targets.h"
-#include "tests/inband/samples.h"
+#include "tests/support/Ports.h"
 
 namespace {
 

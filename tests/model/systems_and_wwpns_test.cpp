@@ -4,7 +4,7 @@
 
 #include "model/Systems.h"
 #include "model/Wwpns.h"
-#include "tests/inband/samples.h"
+#include "tests/support/Ports.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 
 #include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
-#include "tests/inband/owner.h"
 #include "tests/oob/remote_provider.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/Owner.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ class Hosts : public testing::Test {
     m_Provider.SetPorts("10.0.0.1", {kPort});
     m_Discoverer.Startup(0);
     // The only cycle; it would take part in what the tests script.
-    EXPECT_TRUE(WaitUntil([this] { return m_Discoverer.getOOBThreadState() == (kOobRunning | kOobEnabled); }));
+    EXPECT_TRUE(Eventually([this] { return m_Discoverer.getOOBThreadState() == (kOobRunning | kOobEnabled); }));
   }
   int Add(const std::string& host) { return m_Discoverer.AddOOBHost(host.c_str()); }
   int Remove(const std::string& host) { return m_Discoverer.RemoveOOBHost(host.c_str()); }

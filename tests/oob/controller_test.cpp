@@ -11,9 +11,9 @@
 
 #include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
-#include "tests/inband/owner.h"
 #include "tests/oob/remote_provider.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/Owner.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ class OobController : public testing::Test {
     m_Gate.Open();
     m_Discoverer.reset();
     // No worker survives; a pool's terminator may take longer.
-    EXPECT_TRUE(WaitUntil([this] { return ThreadCount() <= m_ThreadsBefore + 1; }));
+    EXPECT_TRUE(Eventually([this] { return ThreadCount() <= m_ThreadsBefore + 1; }));
     // The last thing that a worker does is a line in the log: this is after it.
     m_Provider.log.Lines();
   }
@@ -53,7 +53,7 @@ class OobController : public testing::Test {
   }
   bool HasState(std::uint32_t bits) const { return (m_Discoverer->GetDiscoveryState() & bits) != 0; }
   bool WaitForCycles(int cycles) const {
-    return WaitUntil([this, cycles] {
+    return Eventually([this, cycles] {
       return m_Provider.log.Count(kStart) >= cycles && !HasState(kOobInCycle | kOobForced);
     });
   }
@@ -115,7 +115,7 @@ TEST_F(OobController, CyclesForcedAndPeriodic) {
   EXPECT_EQ(m_Provider.log.Find(Done(1)).mask, kLogOob | kLogOobCycle | kLogCycleBounds);
   EXPECT_EQ(m_Provider.log.Count("OOB: Duplicate host 10.0.0.1 in host file"), 1);
   EXPECT_EQ(m_Provider.log.Count("After merging with lists - list now has 1 HBAs"), 1);
-  EXPECT_TRUE(WaitUntil([this] { return m_Provider.cacheFlags == 2; }));
+  EXPECT_TRUE(Eventually([this] { return m_Provider.cacheFlags == 2; }));
 
   m_Discoverer->ChangeDiscoveryInterval(3);  // too short: the old one, which was "only when asked", stays
   EXPECT_EQ(m_Provider.log.Count("New OOB discovery interval = 0 seconds"), 1);
@@ -229,7 +229,7 @@ TEST_F(OobController, KilledWhileAHostAnswers) {
                          [](const auto& line) { return line.text.ends_with(" exiting"); });
   };
   m_Gate.Open();
-  EXPECT_TRUE(WaitUntil([&] { return exits() >= 2; }));
+  EXPECT_TRUE(Eventually([&] { return exits() >= 2; }));
   EXPECT_EQ(ListedCount(), 1U);
 }
 
@@ -258,7 +258,7 @@ TEST_F(OobController, SilentHostsAreAskedBesideTheOthers) {
   EXPECT_EQ(m_Provider.scripted.Calls(kOtherCall), 2);  // the cycles share one call
   EXPECT_EQ(ListedCount(), 1U);
   m_Gate.Open();  // too late for those cycles; the next one visits it as any other
-  ASSERT_TRUE(WaitUntil([this] { return ThreadCount() <= m_ThreadsBefore + 5; }));
+  ASSERT_TRUE(Eventually([this] { return ThreadCount() <= m_ThreadsBefore + 5; }));
   ASSERT_TRUE(RunForcedCycle(6));
   EXPECT_EQ(ListedCount(), 2U);
   EXPECT_EQ(m_Provider.scripted.Calls(kOtherCall), 3);
@@ -268,7 +268,7 @@ TEST_F(OobController, SilentHostsAreAskedBesideTheOthers) {
   ASSERT_TRUE(RunForcedCycle(7));
   Hold(kOtherCall);
   EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(WaitUntil([this] { return m_Provider.scripted.Calls(kOtherCall) == 2; }));
+  ASSERT_TRUE(Eventually([this] { return m_Provider.scripted.Calls(kOtherCall) == 2; }));
   m_Discoverer->PauseDiscovery();
   m_Discoverer->Terminate();
   EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
@@ -311,7 +311,7 @@ TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {
       m_Provider.log.Find("OOB Discovery terminating - giving up wait for current discovery cycle to end").mask,
       kLogOob | kLogCycleBounds);
   auto terminate = std::async(std::launch::async, [this] { m_Discoverer->Terminate(); });
-  ASSERT_TRUE(WaitUntil([this] { return HasState(kOobStopRequested); }));
+  ASSERT_TRUE(Eventually([this] { return HasState(kOobStopRequested); }));
   m_Gate.Open();
   terminate.get();
   EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
@@ -343,7 +343,7 @@ TEST_F(OobController, ControlledFromItsCallback) {
   };
   m_Provider.SetPorts("10.0.0.1", {kPort});
   m_Discoverer->ChangeDiscoveryInterval(60);
-  EXPECT_TRUE(WaitUntil([this] { return m_Discoverer->getOOBThreadState() == 0; }));
+  EXPECT_TRUE(Eventually([this] { return m_Discoverer->getOOBThreadState() == 0; }));
   EXPECT_EQ(m_Owner.callbacks, 2);
   m_Discoverer->Terminate();  // joins what the callback could not
 }

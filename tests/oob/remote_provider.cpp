@@ -152,7 +152,8 @@ int RM_GetAllNodeAddr(const _RM_IP_INFO* host, RM_NodeAddrList* list) {
     list->capacity = list->count;
     return RM_STATUS_MORE_DATA;
   }
-  std::transform(ports.begin(), ports.end(), reinterpret_cast<HBA_NAME*>(list + 1), Name);
+  std::transform(ports.begin(), ports.end(), reinterpret_cast<HBA_NAME*>(list + 1),
+                 [](std::uint64_t wwn) { return Name(wwn); });
   return RM_STATUS_OK;
 }
 

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "rmapi/rmapi.h"
-#include "tests/inband/recorded_log.h"
-#include "tests/inband/scripted_provider.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/ScriptedProvider.h"
 
 class RemoteProvider {
  public:

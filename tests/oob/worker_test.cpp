@@ -9,7 +9,7 @@
 #include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/Waiting.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ class OobWorker : public testing::Test {
     m_Worker = &worker.thread;
     m_Worker->Enable();
     m_Worker->Create(Worker::Run, &worker, 0, 0);
-    EXPECT_TRUE(WaitUntil([this] { return m_Worker->IsIdle() != 0; }));
+    EXPECT_TRUE(Eventually([this] { return m_Worker->IsIdle() != 0; }));
     return Listed(m_Cycle->found, kPort);
   }
   // Calls may take a fifth of a second from now on, and calls of that name do.

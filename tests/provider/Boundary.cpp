@@ -34,41 +34,6 @@ Listed<Record> CallList(std::uint32_t room, Call call) {
 
 }  // namespace
 
-HBA_NAME Name(const std::string& digits) {
-  HBA_NAME name{};
-  for (std::size_t i = 0; i < sizeof(name.wwn); ++i) {
-    name.wwn[i] = static_cast<std::uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
-  }
-  return name;
-}
-
-std::string Digits(const unsigned char* name) {
-  std::ostringstream text;
-  for (int i = 0; i < 8; ++i) text << std::hex << std::setw(2) << std::setfill('0') << int{name[i]};
-  return text.str();
-}
-
-Scratch::Scratch() {
-  std::string pattern = std::filesystem::temp_directory_path() / "provider-test-XXXXXX";
-  m_Folder = mkdtemp(pattern.data());
-}
-
-Scratch::~Scratch() {
-  std::error_code ignored;
-  std::filesystem::remove_all(m_Folder, ignored);
-}
-
-std::string Scratch::Write(const std::string& name, const std::string& text) const {
-  std::ofstream(Path(name + ".new"), std::ios::binary) << text;
-  std::filesystem::rename(Path(name + ".new"), Path(name));
-  return Path(name);
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 int SetSource(const std::string& kind, const std::string& path, std::string* reason) {
   const int result = RMOpen_SetSource(kind.c_str(), path.c_str());
   char text[1024];
@@ -93,10 +58,6 @@ Fabric::~Fabric() {
 
 void Fabric::RewriteInPlace() {
   std::ofstream(Path(), std::ios::binary) << m_File.dump(2);
-}
-
-json FcBoard(const std::string& wwpn) {
-  return {{"kind", "fc"}, {"wwpn", wwpn}};
 }
 
 Listed<RM_NodeInfoEntry> Nodes(const std::string& port, std::uint32_t room) {
@@ -175,15 +136,6 @@ int AttributesRead::StatusOf(unsigned int id) const {
   int found = -1;
   RM_GetAttributeValue(buffer.data(), id, &type, &found);
   return found;
-}
-
-bool Eventually(const std::function<bool()>& holds) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
 }
 
 }  // namespace providertest

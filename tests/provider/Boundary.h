@@ -10,35 +10,15 @@
 #include <vector>
 
 #include "rmapi/rmapi.h"
+#include "tests/support/Boards.h"
+#include "tests/support/Files.h"
+#include "tests/support/Names.h"
+#include "tests/support/Waiting.h"
 
 namespace providertest {
 
-using nlohmann::json;
-
 inline constexpr char kPort[] = "1000000000000001";
 inline constexpr char kOtherPort[] = "1000000000000002";
-
-// Sixteen hexadecimal digits.
-HBA_NAME Name(const std::string& digits);
-std::string Digits(const unsigned char* name);
-
-// A folder that goes with the object.
-class Scratch {
- public:
-  Scratch();
-  ~Scratch();
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  std::string Path(const std::string& name) const { return m_Folder + "/" + name; }
-  // The file's path; replaced in one step when it is there already.
-  std::string Write(const std::string& name, const std::string& text) const;
-
- private:
-  std::string m_Folder;
-};
-
-std::string ReadFile(const std::string& path);
 
 // 0, or 1 with the reason.
 int SetSource(const std::string& kind, const std::string& path, std::string* reason = nullptr);
@@ -63,8 +43,6 @@ class Fabric {
   Scratch m_Scratch;
   json m_File;
 };
-
-json FcBoard(const std::string& wwpn = kPort);
 
 // A list call's answer; the records as they were copied.
 template <class Record>
@@ -110,9 +88,6 @@ struct AttributesRead {
  private:
   const void* Value(unsigned int id, unsigned int ofType) const;
 };
-
-// Waits until it holds; false after ten seconds.
-bool Eventually(const std::function<bool()>& holds);
 
 }  // namespace providertest
 

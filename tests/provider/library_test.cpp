@@ -15,8 +15,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "provider/FileDescriptor.h"
 #include "provider/OpenProvider.h"
+#include "provider/base/FileDescriptor.h"
 #include "tests/provider/Boundary.h"
 
 namespace providertest {

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "tests/provider/Boundary.h"
-#include "tests/record_bytes.h"
+#include "tests/support/RecordBytes.h"
 
 namespace providertest {
 namespace {

@@ -6,7 +6,7 @@
 #include <iomanip>
 #include <sstream>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 
 namespace sysfs_test {
 

@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-#include "provider/Host.h"
+#include "provider/host/Host.h"
 
 namespace sysfs_test {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <sstream>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 #include "provider/sysfs/SysfsHost.h"
 #include "tests/sysfs/Describe.h"
 #include "tests/sysfs/Tree.h"

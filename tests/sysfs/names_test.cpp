@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "provider/WorldWideName.h"
+#include "provider/host/WorldWideName.h"
 
 namespace provider {
 

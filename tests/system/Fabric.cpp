@@ -4,23 +4,6 @@
 
 namespace systemtest {
 
-json FcBoard(const std::string& wwpn) {
-  return {{"kind", "fc"}, {"wwpn", wwpn}};
-}
-
-json NicBoard(const std::string& wwpn) {
-  return {{"kind", "nic"}, {"wwpn", wwpn}};
-}
-
-json IscsiBoard(const std::string& wwpn) {
-  return {{"kind", "iscsi"},
-          {"wwpn", wwpn},
-          {"iscsi",
-           {{"initiator_name", "iqn.2020-01.example:" + wwpn},
-            {"default_name", "iqn.2020-01.example:default"},
-            {"alias", "port " + wwpn}}}};
-}
-
 Fabric::Fabric(const std::vector<json>& boards) {
   m_File["local"] = {{"name", "testhost"}, {"boards", boards}};
   Write();
@@ -40,7 +23,7 @@ void Fabric::Write() {
 bool Fabric::Replace(const Library& library) {
   Write();
   const auto driverType = library.Symbol<decltype(&RM_GetDriverType)>("RM_GetDriverType");
-  const HBA_NAME first = Name(Board(0)["wwpn"]);
+  const HBA_NAME first = Name(Board(0)["wwpn"].get<std::string>());
   return Eventually([&] {
     unsigned int type = 0;
     return driverType(nullptr, first.wwn, &type) == RM_STATUS_OK && type == m_Version;

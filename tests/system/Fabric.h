@@ -6,16 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Boards.h"
 #include "tests/system/Harness.h"
 
 namespace systemtest {
-
-using nlohmann::json;
-
-// Boards, of which a test changes what it is about.
-json FcBoard(const std::string& wwpn);
-json NicBoard(const std::string& wwpn);
-json IscsiBoard(const std::string& wwpn);
 
 class Fabric {
  public:

@@ -35,15 +35,6 @@ void RequirePrivateEtc() {
 
 }  // namespace
 
-bool Eventually(const std::function<bool()>& condition, Milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(kPoll);
-  }
-  return true;
-}
-
 std::string Scratch(const std::string& name) {
   return "/run/lock/" + name;
 }
@@ -97,7 +88,7 @@ std::map<std::string, hba_discovery_info_V3> Library::Ports() const {
   std::map<std::string, hba_discovery_info_V3> ports;
   hba_discovery_info_V3 record{};
   for (int more = GetFirstHbaV3(&record); more != 0; more = GetNextHbaV3(&record)) {
-    ports.emplace(Hex(record.base.base.port.portWwn), record);
+    ports.emplace(Digits(record.base.base.port.portWwn), record);
   }
   return ports;
 }
@@ -140,24 +131,6 @@ std::vector<unsigned int> CallBacks::Await(std::size_t count, Milliseconds limit
 void CallBacks::Inside(std::function<void(unsigned int)> action) {
   const std::lock_guard guard(m_Lock);
   m_Action = std::move(action);
-}
-
-HBA_NAME Name(const std::string& hex) {
-  HBA_NAME name{};
-  for (std::size_t i = 0; i < sizeof name.wwn; ++i) {
-    name.wwn[i] = static_cast<std::uint8_t>(std::stoul(hex.substr(2 * i, 2), nullptr, 16));
-  }
-  return name;
-}
-
-std::string Hex(const std::uint8_t* wwn) {
-  std::string text;
-  char digits[3];
-  for (int i = 0; i < 8; ++i) {
-    std::snprintf(digits, sizeof digits, "%02x", wwn[i]);
-    text += digits;
-  }
-  return text;
 }
 
 }  // namespace systemtest

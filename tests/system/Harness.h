@@ -14,18 +14,14 @@
 #include <vector>
 
 #include "include/hbadiscovery.h"
+#include "tests/support/Names.h"
+#include "tests/support/Waiting.h"
 
 namespace systemtest {
 
 using Milliseconds = std::chrono::milliseconds;
 
-// Longer than any wait that goes well, also under a sanitizer on a busy machine.
-inline constexpr Milliseconds kLimit{60'000};
-
 inline constexpr char kSettingsPath[] = "/etc/varnix/quorbench/varnixDiscConfig";
-
-// Waits until `condition` holds; false when it does not within the limit.
-bool Eventually(const std::function<bool()>& condition, Milliseconds limit = kLimit);
 
 // The directory of this test's own files, in the private /run/lock.
 std::string Scratch(const std::string& name);
@@ -134,9 +130,6 @@ class CallBacks {
   std::vector<unsigned int> m_Reasons;
   std::function<void(unsigned int)> m_Action;
 };
-
-HBA_NAME Name(const std::string& hex);
-std::string Hex(const std::uint8_t* wwn);
 
 }  // namespace systemtest
 

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "tests/record_bytes.h"
+#include "tests/support/RecordBytes.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tests/thread/no_new_threads.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/NoNewThreads.h"
+#include "tests/support/Waiting.h"
 #include "thread/zyl_thread_pool.h"
 
 namespace {
@@ -46,16 +46,16 @@ class Pool : public testing::Test {
  protected:
   void Adjust(unsigned int count) { m_Pool->AdjustThreadCount(count, Work, m_Job, 0); }
   bool WaitForRunning(int count) {
-    return WaitUntil([&] { return m_Job->running == count; });
+    return Eventually([&] { return m_Job->running == count; });
   }
   bool WaitForIdle() {
-    return WaitUntil([&] { return m_Pool->AllThreadsIdle() != 0; });
+    return Eventually([&] { return m_Pool->AllThreadsIdle() != 0; });
   }
   void StartHeldJobs(unsigned int count) {
     m_Job->hold = true;
     Adjust(count);
     m_Pool->EnableThreads();
-    ASSERT_TRUE(WaitUntil([&] { return m_Job->inJob == static_cast<int>(count); }));
+    ASSERT_TRUE(Eventually([&] { return m_Job->inJob == static_cast<int>(count); }));
   }
 
   std::shared_ptr<Job> m_Job = std::make_shared<Job>();
@@ -143,7 +143,7 @@ TEST_F(Pool, StuckWorkersHoldNobodyUpAndKeepWhatTheyUse) {
   ASSERT_FALSE(watch.expired()) << "still used by the stuck workers";
   EXPECT_EQ(job->inJob, 3);
   job->hold = false;
-  EXPECT_TRUE(WaitUntil([&] { return watch.expired(); }));
+  EXPECT_TRUE(Eventually([&] { return watch.expired(); }));
 }
 
 TEST_F(Pool, WorkerWithoutThreadIsNeverBusy) {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/thread/wait_until.h"
+#include "tests/support/Waiting.h"
 #include "thread/thread_terminator.h"
 
 namespace {
@@ -23,7 +23,7 @@ class StuckThread : public CZylThread {
  private:
   static void* Run(void* arg) {
     const std::unique_ptr<std::shared_ptr<StuckThread>> self(static_cast<std::shared_ptr<StuckThread>*>(arg));
-    WaitUntil([&] { return (*self)->m_Out.load(); }, std::chrono::seconds(50));
+    Eventually([&] { return (*self)->m_Out.load(); }, std::chrono::seconds(50));
     return nullptr;
   }
 
@@ -43,7 +43,7 @@ void LetOut(const std::weak_ptr<StuckThread>& watch) {
 }
 
 bool IsDropped(CThreadTerminator& terminator, const std::weak_ptr<StuckThread>& watch) {
-  return WaitUntil([&] {
+  return Eventually([&] {
     terminator.Signal();  // sweeps now, not at the next retry
     return watch.expired();
   });
@@ -87,9 +87,9 @@ TEST(Terminator, LetGoItLivesOnUntilItsLastThreadHasEnded) {
   const std::weak_ptr<CThreadTerminator> watch = terminator;
   terminator->Finish();
   terminator.reset();
-  EXPECT_FALSE(WaitUntil([&] { return watch.expired(); }, std::chrono::seconds(1)));
+  EXPECT_FALSE(Eventually([&] { return watch.expired(); }, std::chrono::seconds(1)));
   LetOut(stuck);
-  EXPECT_TRUE(WaitUntil([&] { return stuck.expired() && watch.expired(); })) << "found by the retry alone";
+  EXPECT_TRUE(Eventually([&] { return stuck.expired() && watch.expired(); })) << "found by the retry alone";
 }
 
 TEST(Thread, MayBeDestroyedByItsOwnRoutineAsLastOwner) {
@@ -99,7 +99,7 @@ TEST(Thread, MayBeDestroyedByItsOwnRoutineAsLastOwner) {
   thread.reset();
   ASSERT_FALSE(watch.expired());
   held->LetOut();
-  EXPECT_TRUE(WaitUntil([&] { return watch.expired(); }));
+  EXPECT_TRUE(Eventually([&] { return watch.expired(); }));
 }
 
 }  // namespace

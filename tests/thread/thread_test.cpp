@@ -4,8 +4,8 @@
 
 #include <atomic>
 
-#include "tests/thread/no_new_threads.h"
-#include "tests/thread/wait_until.h"
+#include "tests/support/NoNewThreads.h"
+#include "tests/support/Waiting.h"
 #include "thread/zyl_thread.h"
 
 namespace {
@@ -37,7 +37,7 @@ struct Waiter {
 
   explicit Waiter(unsigned int ms) : limit(ms) {
     thread.Create(Run, this, 0, 0);
-    EXPECT_TRUE(WaitUntil([this] { return waiting.load(); }));
+    EXPECT_TRUE(Eventually([this] { return waiting.load(); }));
   }
 
   const unsigned int limit;
@@ -92,7 +92,7 @@ TEST(Thread, RunsItsRoutineAndMayBeCreatedAgainOnlyAfterAJoin) {
   CZylThread thread;
   EXPECT_TRUE(thread.Ended());
   EXPECT_NE(thread.Create(ReturnAtOnce, nullptr, 0, 0), 0u);
-  ASSERT_TRUE(WaitUntil([&] { return thread.Ended(); }));
+  ASSERT_TRUE(Eventually([&] { return thread.Ended(); }));
   EXPECT_EQ(thread.Create(ReturnAtOnce, nullptr, 0, 0), 0u) << "ended, but not joined";
   EXPECT_EQ(thread.WaitForTermination(0), 1);
   EXPECT_NE(thread.Create(ReturnAtOnce, nullptr, 0, 1), 0u);
@@ -141,7 +141,7 @@ TEST(Thread, TerminateOnItselfReturns) {
         return nullptr;
       },
       &thread, 0, 0);
-  EXPECT_TRUE(WaitUntil([&] { return thread.Ended(); }));
+  EXPECT_TRUE(Eventually([&] { return thread.Ended(); }));
   EXPECT_EQ(thread.Terminated(), 1);
   EXPECT_NE(thread.Create(ReturnAtOnce, nullptr, 0, 0), 0u);
   thread.Terminate();
