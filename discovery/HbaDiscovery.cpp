@@ -43,8 +43,7 @@ Result Guarded(Result nothing, Body body) {
 // A callback that waited for another thread's walk, while that thread waits for the callback in a control call,
 // would wait for ever.
 bool WalkerMayAwaitUs(std::thread::id walker) {
-  const CHbaDiscover& controller = TheLibrary().controller;
-  return CHbaDiscover::InCallBack() && (!controller.IsStarted() || controller.IsInControlCall(walker));
+  return TheLibrary().controller.MayBeAwaitedBy(walker);
 }
 
 template <class Record>
@@ -58,7 +57,7 @@ int GetFirst(Record* record) {
   try {
     walk.DropSnapshot();
     return static_cast<int>(
-        walk.Begin(TheLibrary().controller.GetCurrentHbaList(),
+        walk.Begin(TheLibrary().controller.Picture().GetCurrentHbaList(),
                    [record](const CHbaEntry& entry) noexcept { FillRecord(entry, record); }));
   } catch (...) {
     walk.Abandon();
@@ -81,7 +80,7 @@ EnumerationWalk::Port FindPort(const HBA_NAME& wwpn) {
   EnumerationWalk& walk = TheLibrary().walk;
   EnumerationWalk::Port port = walk.Find(wwpn);
   if (port.snapshot != nullptr) return port;
-  return walk.FindIn(TheLibrary().controller.GetCurrentHbaList(), wwpn);
+  return walk.FindIn(TheLibrary().controller.Picture().GetCurrentHbaList(), wwpn);
 }
 
 // Runs `query` on the port. Without any snapshot the count becomes 0; an unknown port leaves it alone.
@@ -133,7 +132,7 @@ void HBADisc_Terminate(void) {
   Library& library = TheLibrary();
   // Without waiting for the gate: a walk that is half done still owns it.
   library.walk.DropSnapshot();
-  CHbaDiscover::FreeSystemList(library.systems);
+  FreeSystemList(library.systems);
   library.controller.Terminate();
 }
 
@@ -196,8 +195,8 @@ int HBADisc_GetFirstSystem(system_discovery_info* info) {
   if (info == nullptr) return 0;
   return Guarded(0, [info] {
     Library& library = TheLibrary();
-    CHbaDiscover::FreeSystemList(library.systems);
-    library.systems.Set(library.controller.GetCurrentSystemList());
+    FreeSystemList(library.systems);
+    library.systems.Set(library.controller.Picture().GetCurrentSystemList());
     return FillNextSystem(info, true);
   });
 }
@@ -238,7 +237,7 @@ int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
   *names = {};
   return Guarded(0, [&] {
     CDiscISCSINames found;
-    if (TheLibrary().controller.GetiSCSINames(wwpn, &found) == 0) return 0;
+    if (TheLibrary().controller.Picture().GetiSCSINames(wwpn, &found) == 0) return 0;
     CopyName(found.GetInitiatorName(), names->initiatorName);
     CopyName(found.GetDefaultName(), names->defaultName);
     CopyName(found.GetAlias(), names->alias);
@@ -249,11 +248,12 @@ int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
 // ---- Remote hosts
 
 int HBADisc_AddOOBHostA(const char* host) {
-  return Guarded(COOBHbaDiscover::kRefused, [&] { return TheLibrary().controller.AddOOBHost(host); });
+  return Guarded(COOBHbaDiscover::kRefused,
+                 [&] { return TheLibrary().controller.RemoteHosts().AddOOBHost(host); });
 }
 
 int HBADisc_RemoveOOBHostA(const char* host) {
-  return Guarded(0, [&] { return TheLibrary().controller.RemoveOOBHost(host); });
+  return Guarded(0, [&] { return TheLibrary().controller.RemoteHosts().RemoveOOBHost(host); });
 }
 
 int HBADisc_AddOOBHostW(const wchar_t* /*host*/) {
@@ -269,11 +269,11 @@ int HBADisc_GetOOBHostList(hbadisc_oob_host_list* list) {
 }
 
 int HBADisc_AddCimHost(const CIMCredentials* credentials) {
-  return TheLibrary().controller.AddCimHost(credentials);
+  return TheLibrary().controller.RemoteHosts().AddCimHost(credentials);
 }
 
 int HBADisc_RemoveCimHost(const CIMCredentials* credentials) {
-  return Guarded(0, [&] { return TheLibrary().controller.RemoveCimHost(credentials); });
+  return Guarded(0, [&] { return TheLibrary().controller.RemoteHosts().RemoveCimHost(credentials); });
 }
 
 int HBADisc_GetCimCount(unsigned int* count) {

@@ -1,11 +1,8 @@
-// Snapshots of the current picture, which the enumeration calls walk.
+#include "discovery/CurrentPicture.h"
 
-#include "discovery/HbaDiscover.h"
 #include "rmapi/rmapi.h"
 
 namespace {
-
-constexpr std::uint16_t kDefaultOobPort = 23333;
 
 bool SecureManagement() {
   unsigned int enabled = 0;
@@ -34,12 +31,45 @@ CHbaEntry ThroughAgent(const CHbaEntry& entry, const _RM_IP_INFO& agent) {
 
 }  // namespace
 
-std::shared_ptr<CHbaList> CHbaDiscover::GetCurrentHbaList() const {
-  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+void FreeHbaList(SharedSlot<CHbaList>& slot) {
+  const std::shared_ptr<CHbaList> list = slot.Get();
+  if (list == nullptr) return;
+  HbaListGuard guard(*list);
+  slot.Set(nullptr);
+}
+
+void FreeSystemList(SharedSlot<CSystemList>& slot) {
+  const std::shared_ptr<CSystemList> list = slot.Get();
+  if (list == nullptr) return;
+  SystemListGuard guard(*list);
+  slot.Set(nullptr);
+}
+
+void CurrentPicture::Close() {
+  FreeHbaList(m_Current);
+  FreeHbaList(m_Gathered);
+}
+
+std::shared_ptr<CHbaList> CurrentPicture::Gather(bool full) {
+  const std::shared_ptr<CHbaList> fresh = full ? std::make_shared<CHbaList>(ListRank::kGathered) : nullptr;
+  FreeHbaList(m_Gathered);
+  m_Gathered.Set(fresh);
+  return fresh;
+}
+
+int CurrentPicture::UpdateDiscoveryLists() {
+  const std::shared_ptr<CHbaList> current = m_Current.Get();
+  const std::shared_ptr<CHbaList> fresh = m_Gathered.Get();
+  const int changed = current == nullptr ? 0 : current->MergeLists(fresh.get(), 1, 1);
+  FreeHbaList(m_Gathered);
+  return changed;
+}
+
+std::shared_ptr<CHbaList> CurrentPicture::GetCurrentHbaList() const {
+  const std::shared_ptr<CHbaList> current = m_Current.Get();
   if (current == nullptr) return nullptr;
   const bool secure = SecureManagement();
-  const std::shared_ptr<COOBHbaDiscover> oob = m_OobDiscoverer.Get();
-  const _RM_IP_INFO agent = LocalAgent(oob == nullptr ? kDefaultOobPort : oob->GetIpPortNumber());
+  const _RM_IP_INFO agent = LocalAgent(m_Remote.GetIpPortNumber());
 
   auto snapshot = std::make_shared<CHbaList>();
   HbaListGuard guard(*current);
@@ -55,8 +85,8 @@ std::shared_ptr<CHbaList> CHbaDiscover::GetCurrentHbaList() const {
   return snapshot;
 }
 
-std::shared_ptr<CSystemList> CHbaDiscover::GetCurrentSystemList() const {
-  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+std::shared_ptr<CSystemList> CurrentPicture::GetCurrentSystemList() const {
+  const std::shared_ptr<CHbaList> current = m_Current.Get();
   if (current == nullptr) return nullptr;
   auto systems = std::make_shared<CSystemList>();
   HbaListGuard guard(*current);
@@ -65,8 +95,8 @@ std::shared_ptr<CSystemList> CHbaDiscover::GetCurrentSystemList() const {
   return systems;
 }
 
-int CHbaDiscover::GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const {
-  const std::shared_ptr<CHbaList> current = m_CurrentList.Get();
+int CurrentPicture::GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const {
+  const std::shared_ptr<CHbaList> current = m_Current.Get();
   if (current == nullptr) return 0;
   HbaListGuard guard(*current);
   const CHbaEntry* entry = current->FindEntry(wwpn.wwn);
