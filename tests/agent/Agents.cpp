@@ -1,17 +1,10 @@
 #include "tests/agent/Agents.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-
-#include <cerrno>
-#include <csignal>
-#include <filesystem>
 
 #include "provider/host/WorldWideName.h"
 #include "provider/remote/RemoteHost.h"
@@ -23,16 +16,9 @@ using provider::NetAddress;
 
 namespace {
 
-constexpr int kPatienceMilliseconds = 10'000;
-
 std::string WriteFabric(const Scratch& scratch, const Hosts& remote) {
   const json local = {{"name", "l"}, {"boards", json::array()}};
   return scratch.Write("fabric.json", json{{"local", local}, {"remote", remote}}.dump());
-}
-
-agent::ServerOptions AnyPort(agent::ServerOptions options) {
-  options.port = 0;
-  return options;
 }
 
 // False when there is nothing to wait for any more.
@@ -43,6 +29,12 @@ bool WaitFor(int descriptor, short events, int stopDescriptor) {
 }
 
 }  // namespace
+
+agent::ServerOptions AnyPort() {
+  agent::ServerOptions options;
+  options.port = 0;
+  return options;
+}
 
 NetAddress At(const std::string& address) {
   return NetAddress::Parse(address).value();
@@ -67,71 +59,11 @@ Background::~Background() {
 }
 
 Agent::Agent(const Hosts& remote, const agent::ServerOptions& options)
-    : m_Server(agent::ServedHosts::OfFabric(WriteFabric(m_Scratch, remote), !options.listen.empty()),
-               AnyPort(options)),
+    : m_Server(agent::ServedHosts::OfFabric(WriteFabric(m_Scratch, remote), false), options),
       m_Thread([this](int stop) { m_Server.Run(stop); }) {}
-
-void Agent::Rewrite(const Hosts& remote) {
-  WriteFabric(m_Scratch, remote);
-}
 
 std::unique_ptr<provider::Host> Agent::Remote(const std::string& address) const {
   return provider::MakeRemoteHost(At(address), Port());
-}
-
-AgentProcess::AgentProcess(const Hosts& remote) {
-  WriteFabric(m_Scratch, remote);
-  Start();
-}
-
-AgentProcess::AgentProcess(const std::string& listen) : m_Listen(listen) {
-  WriteFabric(m_Scratch, {});
-  Start();
-}
-
-AgentProcess::~AgentProcess() {
-  if (m_Process > 0) End(SIGKILL);
-}
-
-void AgentProcess::Start() {
-  int pipe[2];
-  ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
-  const std::string file = m_Scratch.Path("fabric.json");
-  const std::string port = std::to_string(m_Port);
-  m_Process = fork();
-  if (m_Process == 0) {
-    dup2(pipe[1], STDERR_FILENO);
-    const char* const none = nullptr;
-    if (!m_Listen.empty() && unshare(CLONE_NEWNET) != 0) _exit(126);
-    execl(AGENT_PROGRAM, AGENT_PROGRAM, "--fabric", file.c_str(), "--port", port.c_str(), "--user", "root",
-          m_Listen.empty() ? none : "--listen", m_Listen.c_str(), none);
-    _exit(127);
-  }
-  close(pipe[1]);
-  m_Log = FileDescriptor(pipe[0]);
-  const std::string line = NextLine();
-  ASSERT_NE(line.find("listening on "), std::string::npos) << line;
-  m_Port = static_cast<std::uint16_t>(std::stoul(line.substr(line.rfind(':') + 1)));
-}
-
-std::string AgentProcess::NextLine() const {
-  std::string line;
-  char c = 0;
-  while (read(m_Log.Get(), &c, 1) == 1 && c != '\n') line += c;
-  return line;
-}
-
-int AgentProcess::End(int signal) {
-  int status = -1;
-  kill(m_Process, signal);
-  waitpid(m_Process, &status, 0);
-  m_Process = -1;
-  return status;
-}
-
-std::size_t AgentProcess::Threads() const {
-  const std::filesystem::directory_iterator threads("/proc/" + std::to_string(m_Process) + "/task");
-  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
 }
 
 RawServer::RawServer(Serve serve) : m_Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -168,56 +100,6 @@ void ReadRequest(int socket, int stopDescriptor) {
     if (count <= 0) return;
     request.append(bytes, static_cast<std::size_t>(count));
   }
-}
-
-Client::Client(const std::string& address, std::uint16_t port)
-    : m_Socket(socket(At(address).isIpv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_storage storage;
-  const socklen_t length = At(address).SocketAddress(port, storage);
-  EXPECT_EQ(connect(m_Socket.Get(), reinterpret_cast<sockaddr*>(&storage), length), 0);
-  const timeval patience{kPatienceMilliseconds / 1000, 0};
-  EXPECT_EQ(setsockopt(m_Socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)), 0);
-}
-
-void Client::Send(const std::string& bytes) const {
-  EXPECT_EQ(send(m_Socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-}
-
-std::string Client::Ask(const std::string& request) {
-  Send(request);
-  std::string answer;
-  const auto isWhole = [&answer] {
-    const std::size_t end = answer.find("\r\n\r\n");
-    const std::size_t length = answer.find("Content-Length: ");
-    if (end == std::string::npos || length == std::string::npos) return false;
-    return answer.size() >= end + 4 + std::stoul(answer.substr(length + 16));
-  };
-  while (!isWhole()) {
-    char bytes[4096];
-    const ssize_t count = recv(m_Socket.Get(), bytes, sizeof(bytes), 0);
-    if (count <= 0) return answer;
-    answer.append(bytes, static_cast<std::size_t>(count));
-  }
-  return answer;
-}
-
-std::optional<std::string> Client::ReadToEnd() const {
-  std::string said;
-  char bytes[4096];
-  ssize_t count = 0;
-  while ((count = recv(m_Socket.Get(), bytes, sizeof(bytes), 0)) > 0)
-    said.append(bytes, static_cast<std::size_t>(count));
-  return count == 0 || errno == ECONNRESET ? std::optional(said) : std::nullopt;
-}
-
-bool Client::IsCutOffDribbling() const {
-  constexpr int kPauseMilliseconds = 50;
-  pollfd end{m_Socket.Get(), POLLRDHUP, 0};
-  for (int i = 0; i < kPatienceMilliseconds / kPauseMilliseconds; ++i) {
-    const bool isTaken = send(m_Socket.Get(), "x", 1, MSG_NOSIGNAL) == 1;
-    if (!isTaken || poll(&end, 1, kPauseMilliseconds) != 0) return true;
-  }
-  return false;
 }
 
 bool HasIpv6() {

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <ctime>
 #include <random>
 #include <sstream>
 
@@ -223,6 +224,25 @@ TEST(WireCodec, GarbledAnyhow) {
     refused += IsRefused<ListAnswer<RM_NodeInfoEntry>>(text) ? 1 : 0;
   }
   EXPECT_GT(refused, 1000);
+}
+
+// Time follows the length of an answer, whatever it holds; a wrong one takes no longer to be refused.
+TEST(WireCodec, NoAnswerTakesLong) {
+  const auto filled = [](const std::string& before, std::string unit, const std::string& after) {
+    while (unit.size() < 1024) unit += unit;
+    std::string text = R"({"format_version":1,"status":0,)" + before;
+    while (text.size() + unit.size() + after.size() < provider::kMostWireBytes / 8) text += unit;
+    return text + after;
+  };
+  using NameList = ListAnswer<HBA_NAME>;
+  const std::clock_t begin = std::clock();
+  for (const char* unit : {"{},", "[],", "0,", "\"\",", "[[],[]],", R"({"a":0,"b":1},)"}) {
+    EXPECT_TRUE(IsRefused<NameList>(filled(R"("records":[)", unit, "0]}"))) << unit;
+    EXPECT_FALSE(IsRefused<NameList>(filled(R"("more":[)", unit, R"(0],"records":[]})"))) << unit;
+  }
+  EXPECT_TRUE(IsRefused<NameList>(filled(R"("records":[)", "1", "e-8000000]}")));
+  EXPECT_TRUE(IsRefused<NameList>(filled(R"("records":)", "[", "")));
+  EXPECT_LT(std::clock() - begin, 20 * CLOCKS_PER_SEC);
 }
 
 // A host that has too much to tell says so.

@@ -1,23 +1,17 @@
 """Remote hosts: their file, and ports found through an agent."""
 
-import os
-import subprocess
-
 import pytest
-from conftest import FIRST, PORT, board, hexname, run
+from programs import FIRST, PORT, Agent, board, hexname, loopback_address, run
 
-FAR = f"127.88.{os.getpid() // 250 % 250}.{os.getpid() % 250}"
 
 
 @pytest.fixture
 def remote(fabric, tmp_path):
     """The options by which hbadisc asks an agent."""
-    fabric.write([board(1)], remote=[{"address": FAR, "name": "far", "boards": [board(2)]}])
-    command = [os.environ["AGENT"], "--user", "root", "--fabric", fabric.path]
-    with subprocess.Popen(command, stderr=subprocess.PIPE, text=True) as agent:
-        assert "listening on" in agent.stderr.readline()
-        yield ("--fabric", fabric.path, "--hosts-dir", str(tmp_path))
-        agent.kill()
+    far = loopback_address()
+    fabric.write([board(1)], remote=[{"address": far, "name": "far", "boards": [board(2)]}])
+    with Agent(fabric, port=23333):
+        yield far, ("--fabric", fabric.path, "--hosts-dir", str(tmp_path))
 
 
 def results(*arguments):
@@ -26,30 +20,31 @@ def results(*arguments):
 
 
 def test_hosts_come_and_go(remote):
-    options = remote
+    far, options = remote
     assert run("hosts", "list", *options[2:], "-j").document["hosts"] == []
-    assert results("add", FAR, *options) == (0, {FAR: "added"})
-    assert run("hosts", "list", *options[2:], "-j").document["hosts"] == [{"host": FAR, "name": "far"}]
-    assert run("hosts", "list", *options[2:], "-o", "jsonl").lines[0]["host"] == FAR
-    assert results("add", FAR, *options) == (0, {FAR: "known"})
-    silent = FAR.replace("127.88.", "127.89.")
+    assert results("add", far, *options) == (0, {far: "added"})
+    assert run("hosts", "list", *options[2:], "-j").document["hosts"] == [{"host": far, "name": "far"}]
+    assert run("hosts", "list", *options[2:], "-o", "jsonl").lines[0]["host"] == far
+    assert results("add", far, *options) == (0, {far: "known"})
+    silent = loopback_address()
     # The library would take a port at the end of the range, and never find it again.
     assert results("add", silent, "x y", "10.1.2.5:1024", "10.1.2.5:65535", *options) == (1, {
         silent: "no_answer", "x y": "refused", "10.1.2.5:1024": "refused", "10.1.2.5:65535": "refused"})
-    assert results("add", FAR, *options[:2], "--hosts-dir", "/proc") == (1, {FAR: "not_written"})
-    assert results("remove", FAR, "10.1.2.3", *options) == (4, {FAR: "removed", "10.1.2.3": "not_listed"})
+    assert results("add", far, *options[:2], "--hosts-dir", "/proc") == (1, {far: "not_written"})
+    assert results("remove", far, "10.1.2.3", *options) == (4, {far: "removed", "10.1.2.3": "not_listed"})
     assert run("hosts", "list", "--hosts-dir", "/nowhere").code == 1
 
 
 def test_ports_of_remote_hosts(remote):
-    run("hosts", "add", FAR, *remote)
-    everywhere = run("list", *remote).output.splitlines()
+    far, options = remote
+    run("hosts", "add", far, *options)
+    everywhere = run("list", *options).output.splitlines()
     assert everywhere[0].endswith("  VIA")
     assert everywhere[1].startswith(FIRST) and everywhere[1].endswith("  -")
-    assert everywhere[2].startswith(f"{PORT}2  remote") and everywhere[2].endswith(f"  {FAR} (only)")
-    far = run("list", "-j", "--oob", *remote).document["ports"]
-    assert [(port["wwpn"], port["local"], port["via"]["address"]) for port in far] == [(hexname(f"{PORT}2"), False, FAR)]
-    assert [port["local"] for port in run("list", "-j", "--local-only", *remote).document["ports"]] == [True]
+    assert everywhere[2].startswith(f"{PORT}2  remote") and everywhere[2].endswith(f"  {far} (only)")
+    ports = run("list", "-j", "--oob", *options).document["ports"]
+    assert [(port["wwpn"], port["local"], port["via"]["address"]) for port in ports] == [(hexname(f"{PORT}2"), False, far)]
+    assert [port["local"] for port in run("list", "-j", "--local-only", *options).document["ports"]] == [True]
 
 
 def test_a_long_file_of_hosts(tmp_path):

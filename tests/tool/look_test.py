@@ -7,7 +7,7 @@ import re
 import subprocess
 
 import pytest
-from conftest import FIRST, HBADISC, PORT, board, hexname, run, target
+from programs import FIRST, HBADISC, PORT, board, hexname, run, target
 
 SOURCE = os.environ["SOURCE_FOLDER"]
 

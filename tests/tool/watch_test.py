@@ -5,8 +5,8 @@ import signal
 import subprocess
 
 import pytest
-from conftest import FIRST, HBADISC, PORT, board, hexname
-from conftest import target as any_target
+from programs import FIRST, HBADISC, PORT, board, hexname
+from programs import target as any_target
 
 
 def watch(fabric, *arguments):

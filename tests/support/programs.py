@@ -1,5 +1,6 @@
 """The built programs, and the fabric files that they look at. Each test has a folder of its own, tmp_path."""
 
+import itertools
 import json
 import os
 import subprocess
@@ -53,6 +54,42 @@ class Result:
 def run(*arguments, **options):
     """Runs hbadisc to its end."""
     return Result(subprocess.run([HBADISC, *arguments], capture_output=True, text=True, timeout=120, check=False, **options))
+
+
+class Agent:
+    """hbadisc-agent on a fabric file's remote hosts, at a port by chance unless it is told one."""
+
+    def __init__(self, fabric, *options, port=0, prefix=()):
+        command = [*prefix, os.environ["AGENT"], "--user", "root", "--fabric", fabric.path, "--port", str(port), *options]
+        self.process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True)
+        self.says = self.process.stderr.readline()
+        assert "listening on " in self.says
+        self.port = int(self.says.rpartition(":")[2])
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.said = self.process.stderr.read()
+        assert self.process.wait(60) == 0
+
+
+_ADDRESSES = itertools.count(os.getpid() % 40000 * 6)
+
+
+def loopback_address():
+    """One that no other test of this moment has."""
+    number = next(_ADDRESSES)
+    return f"127.{64 + number // 64516 % 128}.{1 + number // 254 % 254}.{1 + number % 254}"
+
+
+def remote_host(address, **more):
+    return {"address": address, "name": "r", "boards": [board(1)], **more}
+
+
+def threads_of(process):
+    return len(os.listdir(f"/proc/{process.pid}/task"))
 
 
 @pytest.fixture
