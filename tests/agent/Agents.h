@@ -2,18 +2,13 @@
 #ifndef TESTS_AGENT_AGENTS_H_
 #define TESTS_AGENT_AGENTS_H_
 
-#include <chrono>
-#include <functional>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "agent/Server.h"
 #include "provider/base/FileDescriptor.h"
 #include "provider/host/Host.h"
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace agenttest {
 

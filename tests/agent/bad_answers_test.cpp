@@ -1,16 +1,15 @@
 // What answers at a host's address may be anything. It costs at most the limit of a call, and some megabytes.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <ctime>
 #include <random>
-#include <sstream>
 
 #include "provider/remote/RemoteHost.h"
 #include "provider/remote/WireCodec.h"
 #include "tests/agent/Agents.h"
+#include "tests/support/Testing.h"
 
 namespace agenttest {
 namespace {

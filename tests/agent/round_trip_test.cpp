@@ -1,12 +1,10 @@
 // What a remote host answers is, byte for byte, what the host itself answers.
-#include <gtest/gtest.h>
-
-#include <cstring>
 
 #include "provider/fabric/FabricHost.h"
 #include "provider/host/WorldWideName.h"
 #include "provider/remote/WireQuery.h"
 #include "tests/agent/Agents.h"
+#include "tests/support/Testing.h"
 
 namespace agenttest {
 namespace {

@@ -1,18 +1,13 @@
 // The lock around the settings file, with a semaphore that does what the test says.
 #include "config/DiscConfig.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
 
-#include <atomic>
-#include <functional>
 #include <semaphore>
-#include <string>
-#include <thread>
-#include <utility>
 
 #include "rmapi/rmapi.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -117,63 +112,6 @@ TEST_F(DiscConfig, LockKeepsOtherThreadsOut) {
   other.join();
   EXPECT_TRUE(entered);
   EXPECT_EQ(gs_Semaphore.acquired, 2);
-}
-
-TEST_F(DiscConfig, AnotherThreadsUnlockEndsTheOwnership) {
-  EXPECT_EQ(LockFile(), 0);
-  EXPECT_EQ(LockFile(), 0);
-  std::thread([] { EXPECT_EQ(UnlockFile(), 0); }).join();
-  EXPECT_EQ(gs_Semaphore.released, 1);
-  EXPECT_EQ(LockFile(), 0);
-  EXPECT_EQ(gs_Semaphore.acquired, 2) << "taken anew, not nested";
-  EXPECT_EQ(UnlockFile(), 0);
-}
-
-TEST_F(DiscConfig, ALockThatFailsIsToldAndTouchesNothing) {
-  int number = 7;
-  char text[8] = "old";
-  EXPECT_EQ(getDiscConfigStrValue(text, 0, "A"), 0);
-  EXPECT_STREQ(text, "old") << "a buffer of no size is not written";
-  const std::pair<std::string, std::function<int()>> accessors[] = {
-      {"getDiscConfigIntValue", [&] { return getDiscConfigIntValue(&number, "NO_SUCH_KEY"); }},
-      {"getDiscConfigStrValue", [&] { return getDiscConfigStrValue(text, sizeof text, "NO_SUCH_KEY"); }},
-      {"setDiscConfigIntValue", [] { return setDiscConfigIntValue(1, "A"); }},
-      {"setDiscConfigStrValue", [] { return setDiscConfigStrValue("1", "A"); }},
-  };
-  const struct {
-    bool& fails;
-    const char *message, *function;
-    int released;  // what was not taken is not given back
-  } rows[] = {
-      {gs_Semaphore.failAcquire, "\n: Error: LockFile: acquirer sem failed\n", "LockFile", 0},
-      {gs_Semaphore.failRelease, "\n: Error: UnLockFile: sem release failed\n", "UnlockFile", 1},
-  };
-  for (const auto& row : rows) {
-    row.fails = true;
-    EXPECT_EQ(OutputOf([] { EXPECT_EQ(LockFile() + UnlockFile(), -1); }), row.message);
-    for (const auto& accessor : accessors) {
-      gs_Semaphore.released = 0;
-      EXPECT_EQ(OutputOf([&] { EXPECT_GT(accessor.second(), 0); }),
-                row.message + ("\n  ERROR: " + accessor.first + ":  ") + row.function + " failed\n");
-      EXPECT_EQ(gs_Semaphore.released, row.released);
-    }
-    row.fails = false;
-    EXPECT_EQ(number, 7);
-    EXPECT_STREQ(text, "") << "emptied before the lock is asked for";
-  }
-}
-
-TEST(Usleep, SleepsAndIsCutShortByASignal) {
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(zyl_usleep(30000), 0);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
-
-  signal(SIGALRM, [](int) {});
-  const itimerval every20ms{{0, 20000}, {0, 20000}};
-  setitimer(ITIMER_REAL, &every20ms, nullptr);
-  EXPECT_EQ(zyl_usleep(50000000), -1);
-  const itimerval off{};
-  setitimer(ITIMER_REAL, &off, nullptr);
 }
 
 }  // namespace

@@ -1,21 +1,14 @@
 // Several writers at once, on a full disk too, and writers that die or stand still: what is read is always the
 // old or the new content.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <future>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "tests/support/SettingsFolder.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -70,21 +63,6 @@ TEST_F(KeyValueWriters, ProcessesLoseNothingToEachOther) {
   EXPECT_FALSE(exists(m_TemporaryPath));
 }
 
-TEST_F(KeyValueWriters, ThreadsLoseNothingToEachOther) {
-  constexpr int kRounds = 50;
-  Write("First:0\nSecond:0\n");
-  std::thread first([&] { EXPECT_TRUE(ReplaceOften("First", kRounds)); });
-  std::thread second([&] { EXPECT_TRUE(ReplaceOften("Second", kRounds)); });
-  std::string appended;
-  for (int round = 1; round <= kRounds; ++round) {
-    EXPECT_EQ(setKeyValue(Path(), "Third", "x"), 0);
-    appended += "Third:x\n";
-  }
-  first.join();
-  second.join();
-  EXPECT_EQ(Read(), "First:50\nSecond:50\n" + appended);
-}
-
 // Each writer goes on until it is refused. Then the file has every line that was written, whole, and no part of
 // another.
 TEST_F(KeyValueWriters, AFullDiskTakesWholeLinesOnly) {
@@ -110,29 +88,6 @@ TEST_F(KeyValueWriters, AFullDiskTakesWholeLinesOnly) {
   EXPECT_EQ(replaceKeyValue(Path(), "Key", std::string(200, 'x').c_str()), 200);
   EXPECT_EQ(Read(), text.str());
   umount(m_Folder.c_str());
-}
-
-// One that is stopped in the middle of a write, for which the file lock stands.
-TEST_F(KeyValueWriters, AStoppedWriterIsNotWaitedForWithoutEnd) {
-  using Clock = std::chrono::steady_clock;
-  Write("A:1\n");
-  const int held = open(m_TemporaryPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  ASSERT_EQ(flock(held, LOCK_EX), 0);
-  const auto start = Clock::now();
-  auto replaced = std::async(std::launch::async, [&] { return replaceKeyValue(Path(), "A", "2"); });
-  auto appended = std::async(std::launch::async, [&] { return setKeyValue(Path(), "A", "2"); });
-  const std::string other = m_Path.string() + "2";
-  EXPECT_EQ(setKeyValue(other.c_str(), "B", "1"), 0) << "another file has writers of its own";
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(9));
-  ASSERT_EQ(replaced.wait_until(start + std::chrono::seconds(60)), std::future_status::ready);
-  ASSERT_EQ(appended.wait_until(start + std::chrono::seconds(60)), std::future_status::ready);
-  EXPECT_EQ(replaced.get(), 200);
-  EXPECT_EQ(appended.get(), 200);
-  EXPECT_GE(Clock::now() - start, std::chrono::seconds(10)) << "a writer is given the time that it may need";
-  EXPECT_EQ(Read(), "A:1\n");
-  close(held);
-  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 0) << "it has gone on, or died";
-  EXPECT_EQ(Read(), "A:2\n");
 }
 
 TEST_F(KeyValueWriters, AKilledWriterLeavesAWholeFileAndNoLock) {

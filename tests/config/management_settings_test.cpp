@@ -1,24 +1,15 @@
 // The functions over the management settings file, under an /etc of their own (in_namespace): values, what is
 // written, and every message.
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdarg>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "include/hbadiscovery.h"
 #include "rmapi/rmapi.h"
+#include "tests/support/Testing.h"
 
 namespace {
 std::string gs_Logged;
@@ -116,41 +107,6 @@ TEST_F(ManagementSettings, AnEmptyLineGivesTheDefault) {
   EXPECT_EQ(Logged(), "");
 }
 
-TEST_F(ManagementSettings, GettersTellTheirFailures) {
-  constexpr char kReadFailed[] =
-      "getLogFilePath: call to getKeyValue failed\n"
-      "getInstallDirPath: call to getKeyValue INSTALL_DIR_KEY failed\n"
-      "getOptDirPath: call to getKeyValue OPT_DIR_KEY failed\n"
-      "getIniFilePath: call to getKeyValue failed\n"
-      "getServerOperatingMode: call to getKeyValue failed\n"
-      "getManagementHostMode: call to getKeyValue failed for 'management_host' key\n"
-      "getExclusiveHostMgmnt: call to getKeyValue failed for 'exclusive' key\n";
-  constexpr char kWriteFailed[] =
-      "getLogFileName: call to setKeyValue failed\n"
-      "getInstallDirPath: call to setKeyValue INSTALL_DIR_KEY failed\n"
-      "getOptDirPath: call to setKeyValue OPT_DIR_KEY failed\n"
-      "getIniFileName: call to setKeyValue failed\n"
-      "getServerOperatingMode: call to setKeyValue failed\n"
-      "getManagementHostMode: call to setKeyValue failed\n"
-      "getExclusiveHostMgmnt: call to setKeyValue failed\n";
-  const auto expectFailures = [](const char* messages) {
-    for (const auto& getter : kGetters) EXPECT_EQ(getter.call(), Answer(200, "#")) << getter.key;
-    EXPECT_EQ(Logged(), messages);
-  };
-  expectFailures(kReadFailed);
-  EXPECT_EQ(fs::file_size(kPath), 0U);
-  EXPECT_EQ(fs::status(kPath).permissions(), fs::perms(0660));
-
-  string emptyLines;
-  for (const auto& getter : kGetters) emptyLines += getter.key + "\n";
-  Write(emptyLines);
-  ASSERT_TRUE(MakeReadOnly("/etc"));
-  expectFailures(kWriteFailed);
-  ASSERT_TRUE(MakeReadOnly("/etc", false));
-  fs::remove_all("/etc/varnix");
-  expectFailures(kReadFailed);
-}
-
 TEST_F(ManagementSettings, Values) {
   const struct {
     const char* line;
@@ -228,19 +184,6 @@ TEST_F(ManagementSettings, SettersChangeALineThatIsThere) {
   EXPECT_EQ(Logged(), "");
 }
 
-TEST_F(ManagementSettings, AddressHas256Characters) {
-  EXPECT_EQ(Text<getMgmntHostIpAddress>(), Answer(200, "")) << "emptied at once";
-  EXPECT_EQ(Logged(), "getMgmntHostIpAddress: call to getKeyValue failed for MngmtHostIpAddress key\n");
-  Write("MngmtHostIpAddress:fe80::1\n");
-  const string tooLong(257, '1');
-  EXPECT_EQ(SetAddress(tooLong), 200);
-  EXPECT_EQ(Logged(), "setMgmntHostIpAddress: ip address passed in = " + tooLong + " is too long.\n");
-  EXPECT_EQ(Read(), "MngmtHostIpAddress:fe80::1\n");
-  EXPECT_EQ(SetAddress(string(256, '2')), 0);
-  EXPECT_EQ(Read(), "MngmtHostIpAddress:" + string(256, '2') + "\n");
-  EXPECT_EQ(Text<getMgmntHostIpAddress>(), Answer(0, string(235, '2')));
-}
-
 TEST_F(ManagementSettings, TheRepositoryIsMadeAndNamedWithASlash) {
   Write("RepositoryDir:/run/lock/firmware\nLastFWDir:\n");
   EXPECT_EQ(Text<getRepository>(), Answer(0, "/run/lock/firmware/"));
@@ -256,35 +199,6 @@ TEST_F(ManagementSettings, TheRepositoryIsMadeAndNamedWithASlash) {
   EXPECT_EQ(Logged(), "");
 }
 
-TEST_F(ManagementSettings, EachStepToTheRepositoryTellsItsFailure) {
-  const struct {
-    const char* file;
-    bool isReadOnly;
-    string message;
-  } rows[] = {
-      {"", false, "call to getKeyValue failed\n"},
-      {"RepositoryDir:\nLastFWDir:\n", true, "call to setKeyValue failed\n"},
-      {"RepositoryDir:/run/lock/a\n", false, "2nd call to getKeyValue failed\n"},
-      {"RepositoryDir:/run/lock/a\nLastFWDir:\n", true, "2nd call to setKeyValue failed\n"},
-      {"RepositoryDir:/no/a\nLastFWDir:/x\n", false, "call to mkdir failed. repository is </no/a>\n"},
-  };
-  for (const auto& row : rows) {
-    Write(row.file);
-    ASSERT_TRUE(MakeReadOnly("/etc", row.isReadOnly));
-    EXPECT_EQ(Text<getRepository>(), Answer(200, "#"));
-    EXPECT_EQ(Logged(), "getRepository: " + row.message);
-    ASSERT_TRUE(MakeReadOnly("/etc", false));
-  }
-}
-
-TEST_F(ManagementSettings, AReadOnlySystemHasNoRepository) {
-  if (!MakeReadOnly("/")) GTEST_SKIP() << "the root cannot be made read-only here";
-  EXPECT_EQ(Text<getRepository>(), Answer(0, "#"));
-  EXPECT_FALSE(fs::exists(kPath));
-  ASSERT_TRUE(MakeReadOnly("/", false));
-  EXPECT_EQ(IsReadOnlyFS(), 1) << "asked once";
-}
-
 TEST_F(ManagementSettings, PathVariablesFollowTheSettings) {
   const string installDir(240, 'd');
   Write("InstallDir:" + installDir + "\nOptDir:/var/there\n");
@@ -294,42 +208,6 @@ TEST_F(ManagementSettings, PathVariablesFollowTheSettings) {
   EXPECT_EQ(DRAXONITE_INSTALL_DIR, installDir + "/");
   EXPECT_EQ(START_QUORBENCH, installDir + "/scripts/start_") << "cut";
   EXPECT_EQ(Text<getLogFilePath>(), Answer(0, "/var/there/logs/rm.log"));
-}
-
-// The provider's own texts are those of the default directories.
-TEST_F(ManagementSettings, PathVariablesFallBackToTheDefaults) {
-  std::vector<std::pair<char*, string>> variables;
-  for (char* variable : {DRAXONITE_INSTALL_DIR,
-                         VAR_OPT_PATH,
-                         DRAXONITE_JRE_DIR,
-                         DRAXONITE_CONFIG_DIR,
-                         DRAXONITE_MISC_DIR,
-                         FLOCK_SEMAPHORE_DIRECTORY,
-                         START_QUORBENCH_GUI,
-                         DRAXONITE_BIN_DIR,
-                         DRAXONITE_SCRIPTS_DIR,
-                         KTDX_SCRIPTS_DIR,
-                         START_QUORBENCH,
-                         STOP_QUORBENCH,
-                         START_ZYLDISCOVERYD,
-                         LOG_DIR_DEFAULT,
-                         DUMP_PATH_DEFAULT,
-                         LOG_FILE_PATH_DEFAULT,
-                         CNABOARDMGMT_FILE_DEFAULT,
-                         FEATUREMGMT_FILE_DEFAULT,
-                         WWNMGMT_FILE_DEFAULT,
-                         LOCKFILE_SEM,
-                         HBAHOST_LOCK_SEM,
-                         CONVERT_CONF_FILE_SH,
-                         INI_FILE_PATH_ROFS,
-                         LOG_FILE_PATH_ROFS,
-                         DUMP_PATH_ROFS}) {
-    variables.emplace_back(variable, variable);
-    variable[0] = '\0';
-  }
-  ASSERT_TRUE(MakeReadOnly("/etc"));
-  EXPECT_EQ(initDirPaths(), 0);
-  for (const auto& [variable, expected] : variables) EXPECT_EQ(variable, expected);
 }
 
 TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
@@ -399,19 +277,6 @@ TEST_F(ManagementSettings, DiscoverySettingsAreReadAndWritten) {
     EXPECT_EQ(setDiscConfigStrValue("5", "Key"), 0) << row.what;
     EXPECT_EQ(Read(kDiscPath), row.after) << row.what;
   }
-}
-
-TEST(SplitPath, GivesThePathAgain) {
-  const std::array<string, 3> rows[] = {
-      {"/a.b/", "file", ".txt"}, {"", "archive.tar", ".gz"}, {"/a.b/", "file", ""},
-      {"/etc/", "", ".hidden"},  {"/a.b/", "", ""},          {"", "", ""},
-  };
-  for (const auto& row : rows) {
-    char parts[3][32];
-    splitpath((row[0] + row[1] + row[2]).c_str(), parts[0], parts[1], parts[2]);
-    EXPECT_EQ((std::array<string, 3>{parts[0], parts[1], parts[2]}), row);
-  }
-  splitpath(nullptr, nullptr, nullptr, nullptr);
 }
 
 }  // namespace

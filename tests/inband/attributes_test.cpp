@@ -1,12 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <optional>
-#include <string>
-
 #include "inband/PortAttributes.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -67,21 +62,6 @@ TEST_F(PortAttributes, FillTheRecordOfAnFCPort) {
   EXPECT_EQ(m_Entry.GetSpecialFeatures(), 0x340U);
   EXPECT_EQ(m_Entry.GetLinkStatus(), 0x01U) << "the first byte of 774; 802 is for converged functions";
   EXPECT_EQ(m_Log.Find(kText + "subadapterid=sub-1").mask, 256U);
-}
-
-TEST_F(PortAttributes, ClearWhatAnEarlierReadLeft) {
-  Set(559, 7);
-  Set(556, 2);
-  ASSERT_EQ(Read(), 0);
-  ASSERT_EQ(Record().physicalPort, 7);
-  m_Attributes = {{774, Attribute::Number(2)}};
-  ASSERT_EQ(Read(), 0);
-  HBA_info_v4 cleared = Info(kPort, 0, "");
-  cleared.modelId = 0xF100;
-  cleared.functionNumber = cleared.busNumber = 0xFFFF;
-  std::memcpy(cleared.model, "model by number", 16);
-  EXPECT_EQ(std::memcmp(&cleared, &Record(), sizeof(cleared)), 0);
-  EXPECT_EQ(m_Entry.GetLinkStatus(), 2U);
 }
 
 // A missing attribute is said, is no failure, and skips what depends on its status until that is reset.
@@ -183,21 +163,6 @@ TEST_F(PortAttributes, PortTypesGiveFeatures) {
       EXPECT_EQ(m_Log.Count(kText + row.text), 1);
     }
   }
-}
-
-TEST_F(PortAttributes, OtherFunctionsTakeTheirModelFromOneAttributeAlone) {
-  Set(556, 3);
-  Set(516, std::string(100, 'm'));
-  Set(559, 2);
-  ASSERT_EQ(Read(), 0);
-  EXPECT_EQ(std::string(Record().model), std::string(79, 'm'));
-  EXPECT_EQ(Record().physicalPort, 2);
-  EXPECT_EQ(m_Log.Count(kText + "Got ZAPH port"), 2);
-  m_Attributes.erase(516);
-  m_Attributes.erase(559);
-  ASSERT_EQ(Read(), 0);
-  EXPECT_STREQ(Record().model, "");
-  EXPECT_EQ(m_Log.Count(kText + "Got ZAPH port"), 3);
 }
 
 TEST_F(PortAttributes, ISCSINamesOfAnyLengthAreStored) {

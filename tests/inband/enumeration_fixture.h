@@ -2,15 +2,10 @@
 #ifndef TESTS_INBAND_ENUMERATION_FIXTURE_H_
 #define TESTS_INBAND_ENUMERATION_FIXTURE_H_
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <memory>
-#include <vector>
-
 #include "inband/LocalHbaInfo.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 
 class Enumeration : public testing::Test {
  protected:

@@ -1,7 +1,5 @@
-#include <cstring>
-#include <string>
-
 #include "tests/inband/enumeration_fixture.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -83,23 +81,6 @@ TEST_F(Enumeration, FullCycleAddsEveryBoardToBothLists) {
   EXPECT_EQ(Listed(*m_Ports.GetDiscoPortsList(), kPort).GetOldTargetCount(), 3U);
 }
 
-TEST_F(Enumeration, BoardsThatCannotBeReadAreLeftOut) {
-  for (std::uint64_t i = 0; i < 6; ++i) AddBoard(i).linkStatus = static_cast<unsigned int>(10 + i);
-  m_Provider.boards[4].info.specialFeatures = RM_FEATURE_ISCSI;
-  m_Provider.Script("RM_iSCSI_GetInitiatorProperties", {{5}});
-  // Boards 0 and 1 are asked three times, boards 2 and 3 once.
-  m_Provider.Script("RM_GetLocalHBAInfoV4", {{64}, {64}, {64}, {64}, {64}, {0}, {192}, {303}});
-  ASSERT_EQ(FullCycle(), 0);
-  EXPECT_EQ(Names(*m_New), (List{kPort + 1, kPort + 5}));
-  EXPECT_EQ(m_Ports.GetNumberOfLocalHbas(), 2U);
-  EXPECT_EQ(Listed(*m_New, kPort + 5).GetLinkStatus(), 15U);
-  const std::string board = "RM_GetLocalHBAInfo for local HBA board number ";
-  EXPECT_EQ(m_Log.Find(board + "0 locked, skipping HBA").mask, 1U);
-  EXPECT_EQ(m_Log.Find(board + "2 not found, skipping HBA").mask, 1U);
-  EXPECT_EQ(m_Log.Find(board + "3 returned error 303").mask, 1U);
-  EXPECT_EQ(m_Log.Find("Local port Could not get iSCSI names (error 5)").mask, 33U);
-}
-
 TEST_F(Enumeration, TargetNamesAreCollectedFromFCBoardsOnly) {
   AddBoard(0);
   AddBoard(1, RM_FEATURE_NIC);
@@ -114,30 +95,6 @@ TEST_F(Enumeration, TargetNamesAreCollectedFromFCBoardsOnly) {
   DiscoWWPNListGuard guard(CPortInfo::m_AllDiscoPorts);
   EXPECT_EQ(CPortInfo::m_AllDiscoPorts.GetCount(), 1U);
   EXPECT_NE(CPortInfo::m_AllDiscoPorts.FindEntry(Name(kTarget).wwn), nullptr);
-}
-
-TEST_F(Enumeration, NodeListGrowsOnceAndIsNotRetried) {
-  AddBoard(0);
-  const struct {
-    std::vector<Step> steps;
-    int calls;
-    const char* text;
-  } rows[] = {{{{64}}, 1, "ERROR 64 - unable to get targets"},
-              {{{191, 300}, {191, 400}}, 2, "ERROR 191 - unable to get targets"},
-              {{{0, 257}, {7, 500}}, 2, "ERROR 7 - unable to get targets"},
-              {{{7, 0xFFFFFFFF}},
-               1,
-               "UpdateAllDiscoPortsListWithTargets: Unable to allocate memory to get targets (-1)!"},
-              {{{7, 1048577}}, 1, "ERROR 8 - unable to get targets"}};
-  for (const auto& row : rows) {
-    m_Provider.Script("RM_GetAllNodeInfo", row.steps);
-    ASSERT_EQ(FullCycle(), 0);
-    EXPECT_EQ(m_Provider.Calls("RM_GetAllNodeInfo"), row.calls);
-    EXPECT_EQ(m_Log.Find(row.text).mask, 2U) << row.text;
-    EXPECT_EQ(m_Log.Find(row.text).wwn, kPort);
-  }
-  m_Provider.Script("RM_GetAllNodeInfo", {{0, 300}, {0, 0xFFFFFFFF}});
-  EXPECT_EQ(FullCycle(), 0);
 }
 
 }  // namespace

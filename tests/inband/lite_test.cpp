@@ -1,9 +1,6 @@
-#include <atomic>
-#include <string>
-#include <thread>
-
 #include "inband/PortTargets.h"
 #include "tests/inband/enumeration_fixture.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -24,39 +21,6 @@ class Lite : public Enumeration {
     return m_Current->IsModified();
   }
 };
-
-TEST_F(Lite, AChangedLinkEndsItAtOnce) {
-  for (std::uint64_t i = 0; i < 3; ++i) AddBoard(i);
-  Settle();
-  m_Provider.boards[1].linkStatus = 2;
-  const int before = m_Provider.Calls("RM_GetLocalHBAInfoV4");
-  EXPECT_EQ(LiteCycle(5), CPortInfo::kPortStateChanged);
-  EXPECT_EQ(m_Provider.Calls("RM_GetLocalHBAInfoV4"), before + 2);
-  EXPECT_EQ(m_Ports.GetDiscoPortsList(), nullptr);
-  EXPECT_EQ(m_Ports.GetNumberOfLocalHbas(), 3U) << "settled by a whole run only";
-  const unsigned int marks[] = {5, 5, 0};
-  const unsigned int retries[] = {2, 3, 3};
-  for (unsigned int i = 0; i < 3; ++i) {
-    EXPECT_EQ(ListedPort(kPort + i).GetDiscoveryMark(), marks[i]) << i;
-    EXPECT_EQ(ListedPort(kPort + i).GetTargetMapRetries(), retries[i]) << i;
-  }
-  EXPECT_EQ(m_Log.Find("Local HBA port state changed").wwn, kPort + 1);
-}
-
-TEST_F(Lite, AChangedNumberOfFunctionsAsksForAFullCycle) {
-  AddBoard(0, RM_FEATURE_NIC);
-  Settle();
-  EXPECT_EQ(LiteCycle(), 0);
-  for (std::uint64_t i = 0; i < 70; ++i) m_Provider.ports[kPort].functions.push_back(Name(i));
-  EXPECT_EQ(LiteCycle(), CPortInfo::kVFCountChanged);
-  EXPECT_EQ(m_Log.Count("Port VFCount changed. Doing full rediscovery"), 1);
-  EXPECT_EQ(m_Provider.Rooms("RM_GetVirtualFunctionList").back(), 70U);
-  m_Provider.Script("RM_GetVirtualFunctionList", {{64}, {7, 0xFFFFFFFF}});
-  EXPECT_EQ(LiteCycle(), 0) << "unknown is not changed";
-  EXPECT_EQ(LiteCycle(), 0);
-  m_Provider.boards[0].linkStatus = 3;
-  EXPECT_EQ(LiteCycle(), CPortInfo::kPortStateChanged) << "the link comes first";
-}
 
 TEST_F(Lite, AKnownPortIsVisitedWhileItsRetriesLast) {
   AddBoard(0);
@@ -186,45 +150,6 @@ TEST_F(Lite, AHangingISCSIReadIsNotWaitedForOnceItIsStopped) {
   EXPECT_EQ(ListedPort(kPort).GetTargetCount(), 2U);
   EXPECT_EQ(m_Provider.Calls("RM_iSCSI_GetTargets"), before);
   gate.Open();
-}
-
-// The current list is free during provider calls, and may have lost the port when they return.
-TEST_F(Lite, SlowCallsAreMadeWithoutTheLock) {
-  MakeISCSIBoard();
-  AddBoard(1, RM_FEATURE_NIC);
-  LiteCycle();
-  m_Provider.ports[kPort].iscsiTargets.clear();
-  m_Provider.ports[kPort + 1].functions.push_back(Name(1));
-  m_Provider.OnCall("RM_iSCSI_GetTargets", [&] { Remove(*m_Current, kPort); });
-  m_Provider.OnCall("RM_GetVirtualFunctionList", [&] { Remove(*m_Current, kPort + 1); });
-  EXPECT_EQ(Changes(), 0);
-  EXPECT_EQ(m_Current->GetCount(), 0U);
-}
-
-// Ports to visit that this host does not own, as a list of another origin would have them.
-TEST_F(Lite, PortsOfOtherHostsAreVisitedWhileTheirRetriesLast) {
-  AddBoard(0);
-  ASSERT_EQ(LiteCycle(3), 0);
-  CHbaList& ports = *m_Ports.GetDiscoPortsList();
-  const std::uint64_t known = kPort + 1, slow = kPort + 2, unknown = kPort + 3;
-  m_Slow = std::make_shared<CHbaList>(ListRank::kGathered);
-  Add(*m_Current, MakePort(Info(known), 0));
-  Add(*m_Slow, MakePort(Info(slow), 0));
-  for (const std::uint64_t port : {known, slow, unknown}) Add(ports, MakePort(Info(port), 0));
-
-  m_Ports.ProcessLiteDiscovery(m_Slow.get());
-  EXPECT_EQ(ToVisit(), (List{kPort, known, unknown}));
-  EXPECT_NE(Listed(ports, known).IsHbaInfoValid(), 0);
-  EXPECT_EQ(Listed(ports, unknown).IsHbaInfoValid(), 0);
-  EXPECT_EQ(Listed(ports, unknown).GetDiscoveryMark(), 3U);
-  EXPECT_EQ(ListedPort(known).GetDiscoveryMark(), 3U);
-  EXPECT_EQ(Listed(*m_Slow, slow).GetDiscoveryMark(), 3U);
-  EXPECT_EQ(m_Log.Find("found on slow discovery list").wwn, slow);
-  EXPECT_EQ(m_Log.Count("Found in main discovery list for system host"), 3) << "the board's own line included";
-
-  for (int i = 0; i < 3; ++i) m_Ports.ProcessLiteDiscovery(nullptr);
-  EXPECT_EQ(ToVisit(), (List{kPort, unknown}));
-  EXPECT_EQ(ListedPort(kPort).GetTargetMapRetries(), 3U) << "local ports use none up";
 }
 
 }  // namespace

@@ -1,19 +1,12 @@
 // Slow discovery on slow lists of the test's own, filled as the workers of an in-band cycle fill them.
 #include "inband/SlowHbaDiscover.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tests/support/Owner.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {

@@ -1,15 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -60,14 +53,6 @@ TEST_F(Targets, ListGrowsOnceToWhatThePortHas) {
   Read();
   EXPECT_EQ(m_Provider.Rooms(kNodeCall).back(), 1U);
   EXPECT_EQ(m_Log.Count("AddTargetInfo, no targets"), 2);
-}
-
-TEST_F(Targets, MoreDataGrowsTooButNotWhenTheCountFits) {
-  SetRoom(4);
-  GiveNodes(6);
-  ExpectTargets(6, {{191, 6}});
-  ExpectTargets(0, {{191, 2}});
-  EXPECT_EQ(m_Log.Find("AddTargetInfo, error getting targets 191").mask, 1U);
 }
 
 TEST_F(Targets, AbsurdCountsAreNotBelieved) {
@@ -150,66 +135,6 @@ TEST_F(Targets, DriverAndBindTypeAreAskedForPatiently) {
   EXPECT_EQ(m_Entry.GetTargetBindType(), 9U);
 }
 
-TEST_F(Targets, AStoppedWorkerLeavesTheTargets) {
-  SetRoom(4);
-  GiveNodes(10);
-  for (const char* call : {"RM_GetDriverType", "RM_GetBindingSupport", kNodeCall}) {
-    m_Worker.Enable();
-    m_Provider.OnCall(call, [&] { m_Worker.Disable(); });
-    ExpectTargets(3, {});
-    EXPECT_EQ(m_Entry.GetTargetBindType(), 1U);
-    m_Provider.OnCall(call, nullptr);
-  }
-}
-
-// Of each kind of read one hangs in the provider, and a worker that is stopped gives up the next.
-TEST_F(Targets, AStoppedWorkerDoesNotWaitForItsTurn) {
-  using Reader = unsigned int (*)(CHbaEntry*, CZylTpThread*);
-  const Reader readTargets = [](CHbaEntry* port, CZylTpThread* worker) {
-    return AddTargetInfo(port, worker, 1, 1);
-  };
-  const Reader readVPorts = [](CHbaEntry* port, CZylTpThread* worker) {
-    return static_cast<unsigned int>(AddVPortInfo(port, worker, 1));
-  };
-  const struct {
-    std::uint32_t features;
-    const char* call;
-    Reader read;
-    unsigned int result;
-  } rows[] = {{0, kNodeCall, readTargets, 1},
-              {RM_FEATURE_ISCSI, kISCSICall, readTargets, 0},
-              {0, "RM_VPList", readVPorts, 0}};
-  const RM_NodeInfoEntry node = Node(kTarget);
-  const CVPortEntry vport(Name(1).wwn);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.call);
-    m_Entry = MakePort(Info(kPort, row.features));
-    m_Entry.AddTarget(&node);
-    m_Entry.AddVPort(&vport);
-    CHbaEntry listed = m_Entry;
-    Gate gate;
-    gate.Close();
-    m_Provider.OnCall(row.call, [&] { gate.Pass(); });
-    std::jthread hanging([&] {
-      CHbaEntry port = MakePort(Info(kPort + 1, row.features));
-      row.read(&port, nullptr);
-    });
-    ASSERT_TRUE(gate.WaitForCalls(1));
-    m_Worker.Enable();
-    std::jthread waiting([&] { EXPECT_EQ(row.read(&m_Entry, &m_Worker), row.result); });
-    m_Worker.Disable();
-    waiting.join();  // never, were the turn waited for
-    EXPECT_EQ(m_Provider.Calls(row.call), 1);
-    listed.TakeTargets(m_Entry);
-    listed.TakeVPorts(m_Entry);
-    EXPECT_EQ(listed.GetTargetCount(), 1U);
-    EXPECT_EQ(listed.GetVPortCount(), 1U);
-    gate.Open();
-    hanging.join();
-    m_Provider.OnCall(row.call, nullptr);
-  }
-}
-
 TEST_F(Targets, OtherKindsOfPorts) {
   m_Entry = MakePort(Info(kPort, RM_FEATURE_NIC));
   m_Entry.SetNothingRead();
@@ -265,33 +190,6 @@ TEST_F(Targets, FailedISCSIReadsClear) {
   m_Provider.OnCall(kISCSICall, [&] { m_Worker.Disable(); });
   EXPECT_EQ(Read(), 0U);
   EXPECT_EQ(m_Provider.Calls(kISCSICall), 1) << "a stopped worker asks no more";
-}
-
-// The driver of this host sees one such request at a time, other hosts are asked at once.
-TEST_F(Targets, LocalPortsAreReadOneAtATime) {
-  std::atomic<int> inside{0};
-  std::atomic<bool> overlapped{false};
-  std::chrono::milliseconds patience(20);
-  m_Provider.OnCall(kNodeCall, [&] {
-    if (++inside > 1) overlapped = true;
-    const Stopwatch watch;
-    Eventually([&] { return overlapped || watch.Elapsed() >= patience; });
-    --inside;
-  });
-  const auto readAll = [](int isLocal) {
-    std::vector<std::jthread> readers;
-    for (std::uint64_t i = 0; i < 4; ++i) {
-      readers.emplace_back([=] {
-        CHbaEntry port = MakePort(Info(kPort + i), isLocal);
-        AddTargetInfo(&port, nullptr, 1, 1);
-      });
-    }
-  };
-  readAll(1);
-  EXPECT_FALSE(overlapped);
-  patience = std::chrono::seconds(10);
-  readAll(0);
-  EXPECT_TRUE(overlapped);
 }
 
 }  // namespace

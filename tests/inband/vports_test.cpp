@@ -1,11 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <vector>
-
 #include "inband/PortVPorts.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -125,13 +121,6 @@ TEST_F(VPorts, WithoutReadableTargetsAreAddedAllTheSame) {
   m_Provider.Script("RM_VPListTargets", {{0, 1}, {0, 1}, {9}});
   EXPECT_EQ(Read(), 9);
   EXPECT_EQ(m_Entry.GetVPortCount(), 3U);
-}
-
-TEST_F(VPorts, CountsAboveTheRoomAreCut) {
-  m_Provider.Script("RM_VPList", {{0, 0xFFFFFFFF}});
-  m_Provider.Script("RM_VPListTargets", {{0, 0xFFFFFFFF}});
-  EXPECT_EQ(Read(), 0);
-  EXPECT_EQ(TargetCounts(), std::vector<unsigned int>{1}) << "one record of zeros each";
 }
 
 TEST_F(VPorts, AreNotAskedForByAStoppedWorkerNorOfAnISCSIPort) {

@@ -1,13 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <memory>
-#include <tuple>
-#include <vector>
-
 #include "inband/PortDiscovery.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -66,29 +60,6 @@ class Worker : public testing::Test {
   std::shared_ptr<PortDiscoveryParams> m_Params = std::make_shared<PortDiscoveryParams>();
   CZylTpThread m_Worker;
 };
-
-TEST_F(Worker, FilesAPortWithAllThatWasRead) {
-  AddPort(0, false);
-  m_Port.nodes = {Node(kTarget), Node(kTarget + 1)};
-  m_Port.vports = {{kVPort, 0, {}}};
-  m_Provider.Script(kAttributeCall, {{64}, {253}});
-  CHbaEntry filed = Visit();
-  EXPECT_NE(filed.IsHbaInfoValid(), 0);
-  EXPECT_STREQ(filed.GetHbaInfo()->hostName, "host-a");
-  EXPECT_EQ(filed.GetTargetCount(), 2U);
-  EXPECT_EQ(filed.GetVPortCount(), 1U);
-  EXPECT_EQ(filed.GetTargetMapRetries(), 0U);
-  EXPECT_EQ(m_Slow->GetCount(), 0U);
-  EXPECT_EQ(m_Log.Count("Got info for adapter on system 'host-a': vpdport#=1, phyport#=0, type=FC, "
-                        "model=model by number"),
-            1);
-  EXPECT_EQ(m_Log.Count("Got 2 targets (oldcount=0) for HBA (system: 'host-a')"), 1);
-  EXPECT_EQ(m_Log.Find("Added to discovery list (system: 'host-a')").wwn, kPort);
-  char started[64];
-  std::snprintf(started, sizeof(started), "Port Discovery Thread %x started",
-                static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(&m_Worker)));
-  EXPECT_EQ(m_Log.Find(started).mask, 2U);
-}
 
 TEST_F(Worker, PutsPortsThatFailOnTheSlowList) {
   for (std::uint64_t i = 0; i < 4; ++i) AddPort(i, false);
@@ -158,18 +129,6 @@ TEST_F(Worker, APortInUseKeepsWhatItHasAndItsRetries) {
   EXPECT_FALSE(now.AreTargetsRead());
   EXPECT_FALSE(Listed(*m_Destination, kPort + 1).AreTargetsRead());
   EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
-}
-
-// What is the same byte for byte stays where it is; an address is no change, but is put over.
-TEST_F(Worker, TargetsThatOnlyMovedArePutOver) {
-  CHbaEntry listed = AddPort(0, true);
-  RM_NodeInfoEntry node = Node(kTarget);
-  listed.AddTarget(&node);
-  listed.SetOldTargetCount(1);
-  AddToDestination(listed);
-  node.fcAddressId = 7;
-  m_Port.nodes = {node};
-  EXPECT_EQ(Visit().GetTargetList().GetEntry(0).GetTargetEntry()->fcAddressId, 7U);
 }
 
 TEST_F(Worker, OtherTargetsInTheSameNumberAreNoChange) {
@@ -245,36 +204,5 @@ TEST_P(LateWorker, FilesNothing) {
 INSTANTIATE_TEST_SUITE_P(InAttributes, LateWorker, testing::Values(std::make_tuple(kAttributeCall, false)));
 INSTANTIATE_TEST_SUITE_P(InGatherers, LateWorker,
                          testing::Combine(testing::Values("RM_GetAllNodeInfo", "RM_VPList"), testing::Bool()));
-
-TEST_F(Worker, EndsAtOnceWithoutParameters) {
-  m_Worker.Enable();
-  PortDiscoveryThreadProc(&m_Worker, nullptr);
-  EXPECT_NE(m_Worker.IsIdle(), 0);
-  EXPECT_EQ(m_Log.Lines().size(), 2U);
-  EXPECT_TRUE(m_Log.Find("PortDiscovery Thread ").text.ends_with(" exitting"));
-}
-
-// A pool as a cycle uses it: each port is visited once, and the next cycle's lists are taken on the next
-// wake-up.
-TEST_F(Worker, APoolSharesOutThePortsOfEachCycle) {
-  constexpr unsigned int kPorts = 60;
-  CZylThreadPool pool;
-  pool.AdjustThreadCount(6, PortDiscoveryThreadProc, m_Params, 0);
-  for (int cycle = 1; cycle <= 2; ++cycle) {
-    m_Visit = std::make_shared<CHbaList>();
-    m_Destination = std::make_shared<CHbaList>();
-    for (std::uint64_t i = 0; i < kPorts; ++i) {
-      AddPort(i, i % 2 == 0);
-      m_Provider.ports[kPort + i].nodes = std::vector<RM_NodeInfoEntry>(1 + i % 3, Node(kTarget + i));
-    }
-    m_Params->Set(m_Visit, m_Destination, nullptr);
-    pool.EnableThreads();
-    ASSERT_TRUE(Eventually([&] { return pool.AllThreadsIdle() != 0; }));
-    EXPECT_EQ(m_Destination->GetCount(), kPorts);
-    EXPECT_EQ(m_Provider.Calls("RM_VPList"), static_cast<int>(kPorts) * cycle);
-  }
-  m_Params->Clear();
-  pool.TerminateThreads();
-}
 
 }  // namespace

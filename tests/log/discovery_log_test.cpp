@@ -1,13 +1,8 @@
 // What a line of the log looks like, whatever text an adapter, a host or a file has brought into it.
 #include "log/DiscoveryLog.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <string>
 
 namespace {
 

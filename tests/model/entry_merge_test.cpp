@@ -1,11 +1,8 @@
 // What counts as a change of a port: equality, and the merge into a listed entry.
 
-#include <gtest/gtest.h>
-
-#include <tuple>
-
 #include "model/HbaEntry.h"
 #include "tests/support/Ports.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

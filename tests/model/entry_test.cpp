@@ -2,13 +2,9 @@
 
 #include "model/HbaEntry.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <vector>
-
 #include "include/hbadiscovery.h"
 #include "tests/support/Ports.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -115,24 +111,6 @@ TEST(HbaEntry, TakenListsAreSharedUntilOneSideChanges) {
   EXPECT_EQ(listed.GetTargetCount(), 1U);
 }
 
-TEST(HbaEntry, VPortsFollowTheCountContract) {
-  const CHbaEntry port = PortWith({VPort(20, 3), VPort(10, 0), VPort(20, 0)});  // the first of a name stays
-  discovery_vport_info records[2] = {};
-  unsigned int count = 0;
-  EXPECT_EQ(port.GetVPorts(nullptr, &count), 2U);
-  count = 1;
-  EXPECT_EQ(port.GetVPorts(records, &count), 1U);
-  EXPECT_EQ(count, 1U);
-  EXPECT_EQ(WwpnKey(records[1].portWwn.wwn), 0U);
-  count = 7;
-  EXPECT_EQ(port.GetVPorts(records, &count), 0U);
-  EXPECT_EQ(count, 2U);
-  EXPECT_EQ(WwpnKey(records[0].portWwn.wwn), 10U);
-  EXPECT_EQ(WwpnKey(records[1].portWwn.wwn), 20U);
-  EXPECT_EQ(WwpnKey(records[1].nodeWwn.wwn), 21U);
-  EXPECT_EQ(records[1].targetCount, 3U);
-}
-
 TEST(HbaEntry, VPortTargetsFollowTheCountContract) {
   const CHbaEntry port = PortWith({VPort(10, 0), VPort(20, 3)});
   RM_NodeInfoEntry records[4] = {};
@@ -151,25 +129,6 @@ TEST(HbaEntry, VPortTargetsFollowTheCountContract) {
   EXPECT_EQ(port.GetVPortTargets(Name(20), records, nullptr), 0U);
   EXPECT_EQ(get(30, records, count), 0U);
   EXPECT_EQ(count, 0U);
-}
-
-TEST(HbaEntry, VirtualFunctionsAreCopiedAllOrNone) {
-  CHbaEntry port(Name(1).wwn);
-  for (const unsigned int number : {0x100U, 0x7FU, 0x80U, 0x7FU}) port.AddVF(Name(number));
-  struct {
-    discovery_vf_addrs header;
-    HBA_NAME addresses[4];
-  } record{{2}, {Name(9), Name(9), Name(9), Name(9)}};
-  EXPECT_EQ(port.GetVirtualFunctionAddrs(&record.header), 1U);
-  EXPECT_EQ(WwpnKey(record.addresses[0].wwn), 9U);
-  for (const unsigned int room : {3U, 4U}) {
-    EXPECT_EQ(record.header.count, 3U);
-    record.header.count = room;
-    EXPECT_EQ(port.GetVirtualFunctionAddrs(&record.header), 0U);
-  }
-  EXPECT_EQ(record.header.count, 3U);
-  std::uint64_t expected[] = {0x7F, 0x80, 0x100, 9};
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(WwpnKey(record.addresses[i].wwn), expected[i]);
 }
 
 }  // namespace

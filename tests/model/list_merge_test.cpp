@@ -1,13 +1,9 @@
 // MergeLists: what is updated, kept, removed and added, and what the log says.
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "model/HbaList.h"
 #include "tests/support/Ports.h"
 #include "tests/support/RecordedLog.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

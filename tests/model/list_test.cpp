@@ -1,14 +1,11 @@
 // The list of ports: order, lookups, the cursor that survives removals, equality, lock order.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <ctime>
 #include <numeric>
-#include <vector>
 
 #include "model/HbaList.h"
 #include "tests/support/Ports.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -103,83 +100,6 @@ TEST_F(HbaListWalk, FollowsTheEntries) {
   EXPECT_EQ(m_List.GetNextEntry(), nullptr);
   m_List.SelectFirstEntry();
   EXPECT_EQ(Rest(), (Numbers{5, 6, 25, 30, 40}));
-}
-
-TEST(HbaList, EqualityPairsByName) {
-  const auto fill = [](CHbaList& list, const Numbers& numbers, unsigned int linkStatus, unsigned int mark) {
-    for (const std::uint64_t number : numbers) {
-      CHbaEntry port(Name(number).wwn);
-      if (number == 2) port.SetLinkStatus(linkStatus);
-      port.SetDiscoveryMark(mark);
-      Add(list, port);
-    }
-  };
-  CHbaList one;
-  fill(one, {1, 2}, 2, 0);
-  EXPECT_TRUE(one == &one);
-  EXPECT_FALSE(one == nullptr);
-  const struct {
-    Numbers numbers;
-    unsigned int linkStatus, mark;
-    bool equal;
-  } rows[] = {{{2, 1}, 2, 9, true}, {{1, 2}, 1, 0, false}, {{1, 3}, 2, 0, false}, {{1, 2, 3}, 2, 0, false}};
-  for (const auto& row : rows) {
-    CHbaList other;
-    fill(other, row.numbers, row.linkStatus, row.mark);
-    EXPECT_EQ(one == &other, row.equal) << &row - rows;
-  }
-}
-
-template <typename Work>
-double ProcessorSeconds(Work work) {
-  const std::clock_t begin = std::clock();
-  work();
-  return static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
-}
-
-// A host decides in which order its ports and targets come; a list that moves what it holds takes a hundred
-// times as long for the worst one.
-TEST(ModelCost, NoOrderCostsMuchMoreThanAnother) {
-  constexpr double kLimit = 15;
-  Numbers forwards(50'000);
-  std::iota(forwards.begin(), forwards.end(), 1);
-  const Numbers backwards(forwards.rbegin(), forwards.rend());
-
-  CHbaList lists[2];
-  const auto ports = [&](CHbaList& list, const Numbers& numbers, int (CHbaList::*change)(const CHbaEntry*)) {
-    return ProcessorSeconds([&] {
-      const HbaListGuard guard(list);
-      for (const std::uint64_t number : numbers) {
-        const CHbaEntry port(Name(number).wwn);
-        (list.*change)(&port);
-      }
-    });
-  };
-  const auto targets = [](const Numbers& numbers) {
-    return ProcessorSeconds([&] {
-      CTargetList list;
-      for (const std::uint64_t number : numbers) {
-        const RM_NodeInfoEntry record = Node(number);
-        const CTargetEntry target(&record);
-        list.AddEntry(&target);
-      }
-      EXPECT_EQ(list.GetEntry(numbers.size() - 1).CompareKey(Name(numbers.size()).wwn), 0);
-    });
-  };
-  const struct {
-    const char* what;
-    double forwards, backwards;
-  } rows[] = {
-      {"adding ports", ports(lists[0], forwards, &CHbaList::AddEntry),
-       ports(lists[1], backwards, &CHbaList::AddEntry)},
-      {"removing ports", ports(lists[0], forwards, &CHbaList::RemoveEntry),
-       ports(lists[1], backwards, &CHbaList::RemoveEntry)},
-      {"adding targets", targets(forwards), targets(backwards)},
-  };
-  for (const auto& row : rows) {
-    const auto [least, most] = std::minmax(row.forwards, row.backwards);
-    EXPECT_LT(most / least, kLimit) << row.what << ": " << least << " s, " << most << " s";
-  }
 }
 
 #ifndef NDEBUG

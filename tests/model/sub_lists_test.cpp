@@ -1,14 +1,9 @@
 // Targets and names: order, equality, cursors, independence of copies.
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "model/ISCSINames.h"
 #include "model/Targets.h"
 #include "tests/support/Ports.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -170,16 +165,6 @@ TEST(TargetList, CopiesAreIndependent) {
   EXPECT_EQ(original.GetCount(), 0U);
   EXPECT_EQ(original.GetFirstEntry(), nullptr);
   EXPECT_EQ(All(copy), (Numbers{1, 3, 4, 5, 6}));
-}
-
-TEST(TargetList, AnEntryOfTheListItselfCanBeAddedAgain) {
-  CTargetList list = FCList({1, 2});
-  const CTargetList keepsItAlive = list;
-  const CTargetEntry* own = list.GetFirstEntry();
-  EXPECT_EQ(list.AddEntry(own), 0);
-  list.Clear();
-  EXPECT_EQ(list.AddEntry(own), 1);
-  EXPECT_EQ(All(list), Numbers{1});
 }
 
 TEST(ISCSINames, KeepAtMost256BytesAndTheirOwnTexts) {

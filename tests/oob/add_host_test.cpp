@@ -1,16 +1,10 @@
 // Hosts that an application adds and removes.
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/support/Owner.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -38,28 +32,6 @@ class Hosts : public testing::Test {
   Owner m_Owner;
   COOBHbaDiscover m_Discoverer{&m_Owner, "/nonexistent"};
 };
-
-TEST_F(Hosts, BadTextsAndAllWithoutStartAreRefused) {
-  EXPECT_EQ(m_Discoverer.AddOOBHost(nullptr), -1);
-  EXPECT_EQ(Add("0.0.0.0"), 0);
-  EXPECT_EQ(Add("255.255.255.255"), 0);
-  for (const char* bad : {"", " \t", ":", "10.0.0.1:80", "10.0.0.1:1023", "10.0.0.1:65536", "10.0.0.1:23x",
-                          "[::1]:", "[::1]:2000 ", "[::1", "[]:2000", "server7", " 0.0.0.0.0"}) {
-    EXPECT_EQ(Add(bad), -1) << bad;
-  }
-  EXPECT_FALSE(m_Provider.Exists("hbahosts.lst"));
-
-  m_Provider.Write("hbahosts.lst", "10.0.0.1\n");
-  m_Provider.cacheFlags = 3;
-  COOBHbaDiscover stopped(nullptr);
-  for (const char* host : {"0.0.0.0", "36913691"}) EXPECT_EQ(stopped.AddOOBHost(host), -1);
-  EXPECT_EQ(stopped.RemoveOOBHost("10.0.0.1"), 0);
-  EXPECT_EQ(m_Provider.HostsFile(), "10.0.0.1\n");
-  EXPECT_EQ(m_Provider.cacheFlags, 3);
-  EXPECT_EQ(Add("36913691"), 0);
-  EXPECT_EQ(m_Provider.cacheFlags, 0);
-  EXPECT_EQ(m_Provider.log.Find("OOB: AddOOBHost - turning off cache").mask, kLogOobAdd);
-}
 
 TEST_F(Hosts, AreAddedAndRemoved) {
   m_Provider.SetPorts("fe80::1", {kPort});
@@ -131,21 +103,6 @@ TEST_F(Hosts, BringTheirNameIntoTheLine) {
   std::filesystem::remove(m_Provider.folder / "hbahosts.lst");
   std::filesystem::create_directory(m_Provider.folder / "hbahosts.lst");
   EXPECT_EQ(Add("10.0.0.1"), -2);
-}
-
-// Whoever adds a host waits for five call limits at most.
-TEST_F(Hosts, ThatOnlyEverFailAreGivenUp) {
-  COOBHbaDiscover hasty(&m_Owner, "/nonexistent", std::chrono::milliseconds(20));
-  hasty.Startup(0);
-  std::vector<std::uint64_t> ports(300);
-  for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
-  m_Provider.SetPorts("10.0.0.1", ports);
-  Script("RM_GetServerAttributes", std::vector<Step>(300, {RM_STATUS_BUSY}));
-  m_Provider.scripted.OnCall("RM_GetServerAttributes",
-                             [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); });
-  EXPECT_EQ(hasty.AddOOBHost("10.0.0.1"), 2);
-  EXPECT_LE(m_Provider.scripted.Calls("RM_GetServerAttributes"), 5);
-  EXPECT_EQ(m_Provider.HostsFile(), "");
 }
 
 TEST_F(Hosts, OfCimAreOnlyRemoved) {

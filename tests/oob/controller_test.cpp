@@ -1,18 +1,10 @@
 // The controller: when cycles run, what they change, and how they are stopped.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/support/Owner.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -80,63 +72,6 @@ class OobController : public testing::Test {
   std::shared_ptr<COOBHbaDiscover> m_Discoverer;
 };
 
-TEST_F(OobController, ThePortComesFromTheSettings) {
-  const std::vector<std::pair<const char*, int>> rows = {
-      {"", 23333},
-      {"TcpSocketPortNumber:2000\n", 2000},
-      {"# TcpSocketPortNumber : 0x7d0\nother:5\n", 2000},  // anywhere in the line, comments too
-      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber::3000\n", 3000},
-      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber\n", 2000},
-      {"TcpSocketPortNumber:65535\n", 65535},
-      {"TcpSocketPortNumber:70000\n", 0},
-      {"TcpSocketPortNumber:-1\n", 65535},
-  };
-  Make();
-  for (const auto& [settings, port] : rows) {
-    m_Provider.Write("settings", settings);
-    m_Discoverer->Startup(0xFFFFFFFF);
-    EXPECT_EQ(m_Discoverer->GetIpPortNumber(), port) << settings;
-  }
-  EXPECT_EQ(m_Provider.log.Find("OOB discovery not started (illegal port number 0").mask, kLogStartStop);
-  m_Provider.Write("settings", "TcpSocketPortNumber:1023\n");
-  m_Discoverer->Startup(90);
-  EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
-  m_Discoverer->Terminate();
-  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 0);
-  EXPECT_EQ(m_Provider.cacheFlags, 1);
-}
-
-TEST_F(OobController, CyclesForcedAndPeriodic) {
-  Start();
-  ASSERT_TRUE(WaitForCycles(1));
-  EXPECT_EQ(ListedCount(), 1U);
-  EXPECT_EQ(m_Discoverer->DiscoveryListChanged(), 1);
-  EXPECT_EQ(m_Owner.callbacks, 0);  // the forced cycle of local discovery reports it
-  EXPECT_EQ(m_Provider.log.Find(Done(1)).mask, kLogOob | kLogOobCycle | kLogCycleBounds);
-  EXPECT_EQ(m_Provider.log.Count("OOB: Duplicate host 10.0.0.1 in host file"), 1);
-  EXPECT_EQ(m_Provider.log.Count("After merging with lists - list now has 1 HBAs"), 1);
-  EXPECT_TRUE(Eventually([this] { return m_Provider.cacheFlags == 2; }));
-
-  m_Discoverer->ChangeDiscoveryInterval(3);  // too short: the old one, which was "only when asked", stays
-  EXPECT_EQ(m_Provider.log.Count("New OOB discovery interval = 0 seconds"), 1);
-  ASSERT_TRUE(RunPeriodicCycle(2, {}));
-  EXPECT_EQ(ListedCount(), 0U);
-  EXPECT_EQ(m_Owner.callbacks, 1);
-  m_Provider.SetPorts("10.0.0.1", {kPort});
-  ASSERT_TRUE(RunForcedCycle(3));
-  EXPECT_EQ(ListedCount(), 1U);
-  EXPECT_EQ(m_Owner.callbacks, 1);
-
-  m_Discoverer->ChangeDiscoveryInterval(0);
-  m_Discoverer->ChangeDiscoveryInterval(70);  // no resume
-  EXPECT_FALSE(HasState(kOobEnabled));
-  m_Discoverer->Terminate();
-  EXPECT_EQ(m_Provider.log.Count(kStart), 3);
-  m_Discoverer->Startup(2);
-  EXPECT_EQ(m_Provider.log.Count("OOB discovery startup (interval = 90 seconds)"), 1);
-  EXPECT_TRUE(HasState(kOobRunning));
-}
-
 // No host: nothing is merged, but what only remote hosts knew goes.
 TEST_F(OobController, RemovalPass) {
   const unsigned char proxy[8] = {0xFF, 0, 1, 2, 10, 0, 0, 9};
@@ -156,42 +91,6 @@ TEST_F(OobController, RemovalPass) {
   EXPECT_EQ(Listed(*m_Owner.current, 2).GetProxyAddress()[0], 0);
   ASSERT_TRUE(RunForcedCycle(2));
   EXPECT_EQ(m_Discoverer->DiscoveryListChanged(), 0);
-}
-
-TEST_F(OobController, IntermediateMergesOfAForcedCycle) {
-  m_Owner.intermediateInterval = 4;  // no longer than the lead: none
-  m_Provider.SetPorts("10.0.0.2", {kPort + 1});
-  m_Provider.Write("hbahosts.lst", "10.0.0.1\n10.0.0.2\n");
-  m_Gate.Close();
-  std::atomic<int> calls{0};
-  m_Provider.scripted.OnCall(kHostCall, [&] {
-    if (++calls % 2 == 0) m_Gate.Pass();
-  });
-  Start();
-  ASSERT_TRUE(m_Gate.WaitForCalls(1));
-  // A wait cut short counts as a whole one.
-  const auto hurry = [this](const std::function<bool()>& condition) {
-    const Stopwatch limit;
-    while (!condition() && limit.Elapsed() < 20s) m_Discoverer->Signal();
-    return condition();
-  };
-  const Stopwatch watch;
-  hurry([&] { return watch.Elapsed() > 100ms; });
-  EXPECT_EQ(ListedCount(), 0U);
-  m_Gate.Open();
-  ASSERT_TRUE(WaitForCycles(1));
-
-  m_Owner.intermediateInterval = 5;
-  m_Gate.Close();
-  for (const char* host : {"10.0.0.1", "10.0.0.2"}) m_Provider.SetPorts(host, {kPort + 2});
-  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(m_Gate.WaitForCalls(2));
-  EXPECT_TRUE(hurry([this] { return ListedCount() == 3 && m_Discoverer->DiscoveryListChanged() == 1; }));
-  EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 0);  // this one is the forced one
-  m_Gate.Open();
-  ASSERT_TRUE(WaitForCycles(2));
-  EXPECT_EQ(m_Provider.log.Count(kStart), 2);
-  EXPECT_EQ(ListedCount(), 1U);
 }
 
 // A worker inside a call delays nobody, and what it comes back with is dropped.
@@ -275,27 +174,6 @@ TEST_F(OobController, SilentHostsAreAskedBesideTheOthers) {
   EXPECT_EQ(ListedCount(), 1U);
 }
 
-// No resolver is asked for what cannot be an address, and the log is not filled with it.
-TEST_F(OobController, UnusableLinesAreToldOnce) {
-  m_Provider.Write("hbahosts.lst", "10.0.0.256\n10.0.0.1\n10.0.0.256 # again\n3com.invalid\nserver7\n");
-  Start();
-  ASSERT_TRUE(WaitForCycles(1));
-  EXPECT_EQ(m_Provider.scripted.Calls(kResolveCall), 2);
-  ASSERT_TRUE(RunForcedCycle(2));
-  const auto told = [this](const std::string& host) {
-    return m_Provider.log.Count("OOB: Host " + host + " in host file cannot be used");
-  };
-  EXPECT_EQ(told("10.0.0.256"), 1);
-  EXPECT_EQ(told("3com.invalid"), 1);
-  EXPECT_EQ(told("server7"), 0);  // no host at all
-  EXPECT_EQ(m_Provider.log.Find("OOB: Host 10.0.0.256").mask, kLogDetails);
-  m_Provider.Write("hbahosts.lst", "10.0.0.1\n");
-  ASSERT_TRUE(RunForcedCycle(3));
-  m_Provider.Write("hbahosts.lst", "10.0.0.256\n");
-  ASSERT_TRUE(RunForcedCycle(4));
-  EXPECT_EQ(told("10.0.0.256"), 2);
-}
-
 // Stopped before there are workers: no line of its end. A limited killer gives up and takes its request back;
 // the unlimited one of a shut-down stands.
 TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {
@@ -318,34 +196,6 @@ TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {
   EXPECT_EQ(m_Provider.log.Count(kStopped), 1);
   EXPECT_EQ(m_Provider.log.Find("OOB DISCOVERY CYCLE DONE").mask, 0U);
   EXPECT_EQ(m_Provider.scripted.Calls(kHostCall), 0);
-}
-
-// From the callback, which runs on the out-of-band thread, no call may wait for that thread.
-TEST_F(OobController, ControlledFromItsCallback) {
-  m_Owner.onCallBack = [this] {
-    m_Discoverer->KillDiscoveryCycle(0);
-    EXPECT_TRUE(HasState(kOobStopRequested));
-  };
-  Start();
-  ASSERT_TRUE(WaitForCycles(1));
-  ASSERT_TRUE(RunPeriodicCycle(2, {}));
-  EXPECT_EQ(m_Owner.callbacks, 1);
-  EXPECT_FALSE(HasState(kOobStopRequested));  // nobody waits for it any more
-  EXPECT_TRUE(HasState(kOobEnabled));
-
-  m_Owner.onCallBack = [this] {
-    EXPECT_EQ(m_Discoverer->StartDiscoveryCycle(), 0);
-    m_Discoverer->ChangeDiscoveryInterval(0);
-    EXPECT_FALSE(HasState(kOobEnabled));
-    m_Discoverer->PauseDiscovery();
-    m_Discoverer->Startup(60);
-    m_Discoverer->Terminate();
-  };
-  m_Provider.SetPorts("10.0.0.1", {kPort});
-  m_Discoverer->ChangeDiscoveryInterval(60);
-  EXPECT_TRUE(Eventually([this] { return m_Discoverer->getOOBThreadState() == 0; }));
-  EXPECT_EQ(m_Owner.callbacks, 2);
-  m_Discoverer->Terminate();  // joins what the callback could not
 }
 
 }  // namespace

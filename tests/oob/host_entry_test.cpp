@@ -1,13 +1,8 @@
 // The parsers of host lines, and the order of addresses.
 #include "oob/HostEntry.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "oob/OobIpAddressList.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,18 +1,13 @@
 // Many processes change the hosts file at once, and some are killed while they do.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <functional>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "oob/HostFile.h"
 #include "tests/oob/remote_provider.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

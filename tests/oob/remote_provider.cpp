@@ -1,15 +1,10 @@
 #include "tests/oob/remote_provider.h"
+#include "tests/support/Testing.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 
 RemoteProvider::RemoteProvider() {
   std::string name = testing::TempDir() + "oob-XXXXXX";

@@ -4,18 +4,10 @@
 #ifndef TESTS_OOB_REMOTE_PROVIDER_H_
 #define TESTS_OOB_REMOTE_PROVIDER_H_
 
-#include <atomic>
-#include <cstdint>
-#include <filesystem>
-#include <map>
-#include <mutex>
-#include <set>
-#include <string>
-#include <vector>
-
 #include "rmapi/rmapi.h"
 #include "tests/support/RecordedLog.h"
 #include "tests/support/ScriptedProvider.h"
+#include "tests/support/Testing.h"
 
 class RemoteProvider {
  public:

@@ -1,14 +1,9 @@
 // One worker on the hosts of one cycle.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "log/DiscoveryLog.h"
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -88,24 +83,6 @@ class OobWorker : public testing::Test {
   std::shared_ptr<OobCycle> m_Cycle;
   CZylTpThread* m_Worker = nullptr;
 };
-
-TEST_F(OobWorker, FilesAPortWithItsHost) {
-  const CHbaEntry port = Visit();
-  ASSERT_TRUE(Finds(kPort));
-  EXPECT_EQ(port.IsLocalPort(), 0);
-  EXPECT_EQ(port.ProxyOnly(), 1);
-  EXPECT_EQ(port.IsHbaInfoValid(), 1);
-  EXPECT_EQ(port.GetLinkStatus(), 1U);
-  EXPECT_EQ(port.GetTargetCount(), 1U);
-  EXPECT_EQ(port.GetProxyIpInfo()->port, 23333);
-  EXPECT_EQ(WwpnKey(port.GetProxyAddress()), 0xFF00255B0A000001U);  // the port as it is stored, the address
-  EXPECT_EQ(m_Log
-                .Find("OOB: Got info for adapter on system 'system of 10.0.0.1 - 10.0.0.1': vpdport#=n/a, "
-                      "phyport#=0, type=FC, model=model")
-                .mask,
-            kLogOob);
-  EXPECT_EQ(m_Log.Count("OOB: Link Status:  Physical=1, Function=0"), 1);
-}
 
 TEST_F(OobWorker, BusyHostsAreTriedFiveTimesAndTwiceWhenKnownUnreachable) {
   Visit(kHostCall, std::vector<Step>(7, {RM_STATUS_BUSY}));
@@ -264,17 +241,6 @@ TEST_F(OobWorker, HotAndTargetModePortsAreListedBare) {
   Visit();
   EXPECT_TRUE(Finds(kPort));
   EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 0);
-}
-
-TEST_F(OobWorker, APortWhoseStatusIsTheHotLinkStatusIsReportedButNotListed) {
-  const int status = static_cast<int>(kLinkOverTemperature);
-  Visit(kAttributeCall, {{status}});
-  EXPECT_FALSE(Finds(kPort));
-  EXPECT_EQ(Calls(kAttributeCall), 1);
-  EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 1);
-  EXPECT_EQ(m_Log.Count("OOB: Temperature is above optimal range!!!"), 1);
-  EXPECT_EQ(m_Log.Count("OOB: Did not get port attributes (host 10.0.0.1), error=" + std::to_string(status)),
-            1);
 }
 
 // The older attribute call knows no link status.

@@ -1,14 +1,9 @@
 #include "tests/provider/Boundary.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
-#include <sstream>
 
 #include "provider/OpenProvider.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 

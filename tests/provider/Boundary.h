@@ -2,17 +2,13 @@
 #ifndef TESTS_PROVIDER_BOUNDARY_H_
 #define TESTS_PROVIDER_BOUNDARY_H_
 
-#include <chrono>
-#include <functional>
 #include <nlohmann/json.hpp>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "rmapi/rmapi.h"
 #include "tests/support/Boards.h"
 #include "tests/support/Files.h"
 #include "tests/support/Names.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace providertest {

@@ -1,10 +1,7 @@
 // Remote hosts' addresses, the table of hosts and the table of CIM hosts.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstring>
 
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {

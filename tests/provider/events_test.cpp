@@ -73,14 +73,5 @@ TEST(Events, BoardVanishesAndComesBack) {
   EXPECT_EQ(Nodes(kPort).count, 6u);
 }
 
-// The clock starts with RM_InitLib, not when the source was chosen.
-TEST(Events, ClockStartsWithTheLibrary) {
-  const Scripted fabric(R"([{"after_ms": 1500, "port": "1000000000000001", "link": "down"}])");
-  ASSERT_TRUE(Eventually([] { return ReadBoard(0).board.linkStatus == 2; }));
-  ASSERT_EQ(RM_ExitLib(), RM_STATUS_OK);
-  ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
-  EXPECT_EQ(ReadBoard(0).board.linkStatus, 1u);
-}
-
 }  // namespace
 }  // namespace providertest

@@ -1,12 +1,7 @@
 // What the library exports, against its headers.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <memory>
-#include <set>
-#include <sstream>
 
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {

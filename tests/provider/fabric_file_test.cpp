@@ -1,14 +1,10 @@
 // Fabric files good and bad: what is refused, with which message, and that nothing crashes on anything.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
-#include <map>
 #include <random>
-#include <set>
-#include <sstream>
 
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {

@@ -1,18 +1,14 @@
 // Scripted faults of single calls.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdlib>
 
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
-using Clock = std::chrono::steady_clock;
 
 json TwoPorts() {
   json first = FcBoard();
@@ -24,12 +20,6 @@ std::vector<int> NodeStatuses(const std::string& port, int calls) {
   std::vector<int> statuses;
   for (int i = 0; i < calls; ++i) statuses.push_back(Nodes(port).status);
   return statuses;
-}
-
-milliseconds Elapsed(const std::function<void()>& call) {
-  const auto begin = Clock::now();
-  call();
-  return std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
 }
 
 TEST(Faults, StatusForTheNextCallsOfOnePort) {
@@ -63,16 +53,6 @@ TEST(Faults, EveryCallThatAnswersAStatus) {
   EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0);
 }
 
-TEST(Faults, AnswerOfAnOverheatedPortIsComplete) {
-  const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "*"}, {"status", 231}}}}});
-  const AttributesRead read(RM_GetDiscoveryAttributes, kPort);
-  EXPECT_EQ(read.status, RM_STATUS_OVER_TEMPERATURE);
-  EXPECT_EQ(read.Text(513), "testhost");
-  const BoardRead board = ReadBoard(0);
-  EXPECT_EQ(board.status, RM_STATUS_OVER_TEMPERATURE);
-  EXPECT_EQ(Digits(board.info.portWwn), kPort);
-}
-
 TEST(Faults, ClaimedCounts) {
   const struct {
     json fault;
@@ -97,33 +77,6 @@ TEST(Faults, ClaimedCounts) {
     EXPECT_EQ(nodes.status, row.status);
     EXPECT_EQ(nodes.count, row.count);
   }
-}
-
-TEST(Faults, DelaysRunInParallel) {
-  const Fabric fabric(TwoPorts(), {{"delay_ms", 200}});
-  std::vector<std::thread> threads;
-  const milliseconds elapsed = Elapsed([&] {
-    for (int i = 0; i < 16; ++i) threads.emplace_back([] { EXPECT_EQ(Nodes(kPort).status, 0); });
-    for (std::thread& thread : threads) thread.join();
-  });
-  EXPECT_GE(elapsed, milliseconds(200));
-  EXPECT_LT(elapsed, milliseconds(16 * 200));  // one after the other
-}
-
-TEST(Faults, DelayOfOneCallTakesThePlaceOfTheHosts) {
-  const Fabric fabric(TwoPorts(), {{"delay_ms", 60'000},
-                                   {"faults",
-                                    {{{"call", "RM_VPList"}, {"delay_ms", 0}, {"hang", 0.15}},
-                                     {{"call", "RM_GetDriverType"}, {"delay_ms", 100}, {"status", 9}}}}});
-  // A hang of some seconds answers afterwards.
-  const milliseconds hang = Elapsed([] { EXPECT_EQ(VirtualPorts(kPort).status, 0); });
-  EXPECT_GE(hang, milliseconds(150));
-  EXPECT_LT(hang, milliseconds(30'000));
-  unsigned int type = 0;
-  EXPECT_GE(Elapsed([&] { EXPECT_EQ(RM_GetDriverType(nullptr, Name(kPort).wwn, &type), 9); }),
-            milliseconds(100));
-  // Questions that are answered from memory have no delay.
-  EXPECT_LT(Elapsed([] { EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0); }), milliseconds(30'000));
 }
 
 // A call that hangs stops no other; a new content of the file lets it go.

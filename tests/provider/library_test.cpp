@@ -1,6 +1,5 @@
 // Start and stop, the choice of a source, settings, the log, and calls at the wrong time.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <linux/magic.h>
 #include <netinet/in.h>
@@ -9,15 +8,10 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include "provider/OpenProvider.h"
 #include "provider/base/FileDescriptor.h"
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {
@@ -175,17 +169,6 @@ TEST_F(Configured, ConnectTimeout) {
   EXPECT_THAT(ReadFile(LOG_FILE_PATH_DEFAULT), HasSubstr("rm.conf: ConnectTimeoutMs: expected a number"));
 }
 
-TEST_F(Configured, InstallDirectoryWithItsSeparator) {
-  char text[64] = "#";
-  EXPECT_EQ(RM_GetAppInstallDirA(text, 22), RM_STATUS_BUFFER_TOO_SMALL);
-  EXPECT_STREQ(text, "#");
-  EXPECT_EQ(RM_GetAppInstallDirA(text, 23), RM_STATUS_OK);
-  EXPECT_STREQ(text, "/opt/varnix/quorbench/");
-  WriteSettings("varnixRMConfig", "InstallDir:/srv/tools\n");
-  EXPECT_EQ(RM_GetAppInstallDirA(text, sizeof(text)), RM_STATUS_OK);
-  EXPECT_STREQ(text, "/srv/tools/");
-}
-
 TEST(Library, SourceThatIsRefused) {
   const Scratch scratch;
   std::string reason;
@@ -315,31 +298,6 @@ TEST_F(Log, MessagesAreAppendedLineByLine) {
   struct stat status {};
   ASSERT_EQ(stat(LOG_FILE_PATH_DEFAULT, &status), 0);
   EXPECT_EQ(status.st_mode & 0137u, 0u);
-}
-
-TEST_F(Log, WhatCannotBeOpenedIsLeftAlone) {
-  ASSERT_EQ(mkfifo(LOG_FILE_PATH_DEFAULT, 0600), 0);
-  rm_printf("into a pipe nobody reads\n");
-  std::snprintf(LOG_FILE_PATH_DEFAULT, 256, "%s", m_Scratch.Path("no/such/folder").c_str());
-  rm_printf("into nothing\n");
-  EXPECT_FALSE(std::filesystem::exists(m_Scratch.Path("no")));
-}
-
-TEST_F(Log, ThreadsDoNotMixTheirLines) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([i] {
-      for (int k = 0; k < 100; ++k) rm_printf("%s\n", std::string(100, static_cast<char>('a' + i)).c_str());
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  std::istringstream log(ReadFile(LOG_FILE_PATH_DEFAULT));
-  int lines = 0;
-  for (std::string line; std::getline(log, line); ++lines) {
-    const std::string text = line.substr(line.find("] ") + 2);
-    EXPECT_EQ(text, std::string(100, text[0]));
-  }
-  EXPECT_EQ(lines, 400);
 }
 
 }  // namespace

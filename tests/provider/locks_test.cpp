@@ -1,6 +1,5 @@
 // Locks between threads and processes.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -9,10 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <filesystem>
-
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {
@@ -98,16 +95,6 @@ TEST(Locks, WorkBeforeMainAndSerialiseThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(counter, 800);
-}
-
-TEST(Locks, AnotherThreadMayGiveItBack) {
-  const std::intptr_t handle = Semaphore("handover");
-  std::thread([&] { EXPECT_NE(RM_acquireSemaphore(handle), 0); }).join();
-  const Taker taker(handle);
-  EXPECT_TRUE(taker.WaitsStill());
-  EXPECT_NE(RM_releaseSemaphore(handle), 0);
-  EXPECT_TRUE(taker.HasIt());
-  EXPECT_NE(RM_releaseSemaphore(handle), 0);
 }
 
 // A killed holder leaves the lock free. Its child shares its open files but does not hold the lock: it neither

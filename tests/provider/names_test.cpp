@@ -1,14 +1,13 @@
 // Names of remote hosts, and a resolver that does not answer: it stands in this program, in place of the
 // system's.
-#include <gtest/gtest.h>
 
 #include <dlfcn.h>
 #include <netdb.h>
 
 #include <condition_variable>
-#include <mutex>
 
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {

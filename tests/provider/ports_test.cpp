@@ -1,11 +1,9 @@
 // What a fabric file says, as it arrives in the boundary's records and attribute buffers.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
 
 #include "tests/provider/Boundary.h"
 #include "tests/support/RecordBytes.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {
@@ -26,24 +24,6 @@ json FullBoard(const std::string& kind) {
   board["serial_number"] = std::string(60, 's');
   board["sub_adapter_id"] = std::string(32, 'a');
   return board;
-}
-
-TEST(Ports, BoardRecordByteByByte) {
-  json board = FullBoard("fc");
-  board["fabric_name"] = "10:00:aa:bb:cc:dd:00:01";
-  board["target_mode"] = true;
-  const Fabric fabric(Boards{board});
-
-  ASSERT_THAT(Instances().records, ElementsAre(0));
-  const BoardRead read = ReadBoard(0);
-  ASSERT_EQ(read.status, RM_STATUS_OK);
-  RecordBytes info(284);
-  info.Wwn(0, kPort).Wwn(8, "2000000000000abc").Wwn(16, "1000aabbccdd0001").U32(24, 0x20006A77u);
-  info.Text(28, "testhost").Text(60, std::string(31, 'v')).Text(92, std::string(80, 'm'));
-  info.Text(172, std::string(60, 's')).Text(232, "12345678").U16(240, 3).U16(242, 5);
-  info.U32(244, 0x20u | 0x40u | 0x100u | 0x200u).U16(248, 9).Text(250, std::string(32, 'a'));
-  EXPECT_THAT(BytesOf(read.info), ElementsAreArray(info.Get()));
-  EXPECT_EQ(read.board.linkStatus, 7u);
 }
 
 TEST(Ports, FeaturesAndLinkWordOfEachKind) {
@@ -103,17 +83,6 @@ TEST(Ports, AttributesOfAnFcLikePort) {
   EXPECT_EQ(read.NameOf(518), "2000000000000abc");
   EXPECT_EQ(read.NameOf(535), "1000aabbccdd0001");
   for (const unsigned int id : {571u, 9999u}) EXPECT_EQ(read.StatusOf(id), RM_STATUS_NOT_FOUND) << id;
-}
-
-TEST(Ports, AttributesOfOtherPorts) {
-  const Fabric fabric(Boards{FullBoard("nic")});
-  const AttributesRead read(RM_GetDiscoveryAttributes, kPort);
-  EXPECT_EQ(read.NameOf(571), "2000000000000abc");
-  for (const unsigned int id : {518u, 554u}) EXPECT_EQ(read.StatusOf(id), RM_STATUS_NOT_FOUND) << id;
-  const AttributesRead port(RM_GetPortAttributes, kPort, RM_PORT_ATTRIBUTE_ROOM);
-  EXPECT_EQ(port.Number(774), 7);
-  EXPECT_EQ(port.Number(802), 2);
-  EXPECT_EQ(AttributesRead(RM_GetServerAttributes, kPort).Text(257), "testhost");
 }
 
 // An FC port has one link level; a missing value is missing, also when the file takes it away by number.
@@ -187,26 +156,6 @@ TEST(Ports, LegacyAndOverheatedPorts) {
   EXPECT_EQ(AttributesRead(RM_GetPortAttributes, kOtherPort).status, RM_STATUS_OVER_TEMPERATURE);
 }
 
-TEST(Ports, VirtualPortRecordsByteByByte) {
-  json board = FcBoard();
-  board["virtual_ports"] = R"([{"wwpn": "1100000000000001", "count": 2, "targets": [{
-      "wwpn": "5000000000000001", "bus": 1, "target": 2, "lun": 3, "fc_id": 4, "device": "d"}]}])"_json;
-  const Fabric fabric(Boards{board});
-  const auto ports = VirtualPorts(kPort);
-  ASSERT_EQ(ports.records.size(), 2u);
-  RecordBytes port(24);
-  port.Wwn(4, "1100000000000002").Wwn(12, "2000000000000002");
-  EXPECT_THAT(BytesOf(ports.records[1]), ElementsAreArray(port.Get()));
-
-  const auto targets = VirtualPortTargets(kPort, "1100000000000002");
-  ASSERT_EQ(targets.records.size(), 1u);
-  RecordBytes target(304);
-  target.Text(0, "d").U32(256, 1u).U32(260, 2u).U32(264, 3u).U32(272, 4u);
-  target.Wwn(276, "2000000000000001").Wwn(284, "5000000000000001").U64(296, 3);
-  EXPECT_THAT(BytesOf(targets.records[0]), ElementsAreArray(target.Get()));
-  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000003").status, RM_STATUS_NOT_FOUND);
-}
-
 TEST(Ports, IscsiNamesAndTargets) {
   const std::string longName(511, 'n');
   const json board = {{"kind", "iscsi"},
@@ -256,22 +205,6 @@ TEST(Ports, RangesCountNamesAndNumbersUp) {
   EXPECT_EQ(node.nodeState, 0x20u);
   EXPECT_EQ(nodes.records[600].target, 300u);  // one on from the range before
   EXPECT_EQ(Digits(nodes.records[600].nodeWwn), "2000000000000000");
-}
-
-// Numbers make these longer than their fields.
-TEST(Ports, TextsOfARangeAreCut) {
-  std::string text;
-  for (int i = 0; i < 85; ++i) text += "{n}";
-  json board = FcBoard();
-  board["targets"] = {{{"wwpn", "5000000000000001"}, {"luns", 1001}, {"device", text}, {"lun_id", text}}};
-  const Fabric fabric(Boards{board});
-  const auto nodes = Nodes(kPort, 1001);
-  ASSERT_EQ(nodes.records.size(), 1001u);
-  RecordBytes node(568);
-  node.U32(0, 1u).U32(268, 1000u).Wwn(276, "2000000000000001").Wwn(284, "5000000000000001");
-  node.U64(296, 1000).U32(560, 0x22u);
-  for (std::size_t i = 0; i < 64; ++i) node.Text(4 + 4 * i, "1000").Text(304 + 4 * i, "1000");
-  EXPECT_THAT(BytesOf(nodes.records[1000]), ElementsAreArray(node.Get()));
 }
 
 TEST(Ports, ListsWithoutRoomSayWhatTheyNeed) {

@@ -1,11 +1,7 @@
 // A fabric file that changes while the library runs.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <filesystem>
 
 #include "tests/provider/Boundary.h"
+#include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {

@@ -3,8 +3,8 @@
 #define TESTS_SUPPORT_BOARDS_H_
 
 #include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
+
+#include "tests/support/Testing.h"
 
 using nlohmann::json;
 

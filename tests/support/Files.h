@@ -4,10 +4,7 @@
 
 #include <stdlib.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include "tests/support/Testing.h"
 
 inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

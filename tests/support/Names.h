@@ -2,11 +2,8 @@
 #ifndef TESTS_SUPPORT_NAMES_H_
 #define TESTS_SUPPORT_NAMES_H_
 
-#include <cstdint>
-#include <cstdio>
-#include <string>
-
 #include "rmapi/rmapi.h"
+#include "tests/support/Testing.h"
 
 inline HBA_NAME Name(std::uint64_t wwn) {
   HBA_NAME name{};

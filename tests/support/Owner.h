@@ -2,12 +2,9 @@
 #ifndef TESTS_SUPPORT_OWNER_H_
 #define TESTS_SUPPORT_OWNER_H_
 
-#include <atomic>
-#include <functional>
-#include <memory>
-
 #include "model/DiscoveryOwner.h"
 #include "model/HbaList.h"
+#include "tests/support/Testing.h"
 
 class Owner final : public DiscoveryOwner {
  public:

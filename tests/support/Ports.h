@@ -2,15 +2,11 @@
 #ifndef TESTS_SUPPORT_PORTS_H_
 #define TESTS_SUPPORT_PORTS_H_
 
-#include <cstdint>
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "model/HbaList.h"
 #include "model/WwpnKey.h"
 #include "rmapi/rmapi.h"
 #include "tests/support/Names.h"
+#include "tests/support/Testing.h"
 
 constexpr std::uint64_t kPort = 0x1000025DC9000000;    // + number
 constexpr std::uint64_t kTarget = 0x5000000000000000;  // + number

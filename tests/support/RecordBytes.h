@@ -2,11 +2,7 @@
 #ifndef TESTS_SUPPORT_RECORDBYTES_H_
 #define TESTS_SUPPORT_RECORDBYTES_H_
 
-#include <cstdint>
-#include <cstring>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 class RecordBytes {
  public:

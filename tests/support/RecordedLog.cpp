@@ -5,10 +5,8 @@
 
 #include "log/DiscoveryLog.h"
 #include "model/WwpnKey.h"
-#include "tests/support/FailingNew.h"
 
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {
-  const ReliableMemory reliable;
   char text[1024];
   va_list arguments;
   va_start(arguments, format);

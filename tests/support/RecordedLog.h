@@ -4,13 +4,7 @@
 #ifndef TESTS_SUPPORT_RECORDEDLOG_H_
 #define TESTS_SUPPORT_RECORDEDLOG_H_
 
-#include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 class RecordedLog {
  public:

@@ -1,7 +1,5 @@
 #include "tests/support/ScriptedProvider.h"
-
-#include <algorithm>
-#include <cstring>
+#include "tests/support/Testing.h"
 
 // Values lie at odd addresses.
 Attribute Attribute::Text(const std::string& text) {

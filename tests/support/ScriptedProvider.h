@@ -3,20 +3,11 @@
 #ifndef TESTS_SUPPORT_SCRIPTEDPROVIDER_H_
 #define TESTS_SUPPORT_SCRIPTEDPROVIDER_H_
 
-#include <atomic>
-#include <cstdint>
 #include <deque>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <optional>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "rmapi/rmapi.h"
 #include "tests/support/Ports.h"
+#include "tests/support/Testing.h"
 
 struct Attribute {
   std::uint32_t type = RM_ATTRIBUTE_U32;

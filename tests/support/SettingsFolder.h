@@ -1,16 +1,10 @@
 #ifndef TESTS_SUPPORT_SETTINGSFOLDER_H_
 #define TESTS_SUPPORT_SETTINGSFOLDER_H_
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <array>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
 #include "config/KeyValueFile.h"
+#include "tests/support/Testing.h"
 
 // A test with a settings file in a folder of its own.
 class SettingsFolder : public testing::Test {

@@ -2,12 +2,7 @@
 #ifndef TESTS_SUPPORT_WAITING_H_
 #define TESTS_SUPPORT_WAITING_H_
 
-#include <atomic>
-#include <chrono>
-#include <cstddef>
-#include <filesystem>
-#include <iterator>
-#include <thread>
+#include "tests/support/Testing.h"
 
 // Longer than any wait that goes well, also under a sanitizer on a busy machine.
 inline constexpr std::chrono::milliseconds kLimit{60'000};

@@ -1,8 +1,5 @@
 #include "tests/sysfs/Describe.h"
 
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-
 #include <iomanip>
 #include <sstream>
 
@@ -61,16 +58,6 @@ std::string DescribeVirtualPorts(Host& host, const Wwn& wwn) {
 
 Wwn Name(std::uint64_t number) {
   return provider::WwnFromNumber(number);
-}
-
-void WithDescriptors(std::size_t most, const std::function<void()>& body) {
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit few = before;
-  few.rlim_cur = most;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  body();
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 std::string DescribeNodes(const ListAnswer<RM_NodeInfoEntry>& answer) {

@@ -2,11 +2,8 @@
 #ifndef TESTS_SYSFS_DESCRIBE_H_
 #define TESTS_SYSFS_DESCRIBE_H_
 
-#include <functional>
-#include <set>
-#include <string>
-
 #include "provider/host/Host.h"
+#include "tests/support/Testing.h"
 
 namespace sysfs_test {
 
@@ -16,9 +13,6 @@ provider::Wwn Name(std::uint64_t number);
 std::string Describe(provider::Host& host);
 std::string DescribeBoard(provider::Host& host, unsigned int instance);
 std::string DescribeNodes(const provider::ListAnswer<RM_NodeInfoEntry>& answer);
-
-// With so few files that this process may have open.
-void WithDescriptors(std::size_t most, const std::function<void()>& body);
 
 // Of everything that can be asked about the port.
 std::set<int> StatusesOf(provider::Host& host, const provider::Wwn& wwn);

@@ -1,14 +1,8 @@
 #include "tests/sysfs/Tree.h"
+#include "tests/support/Testing.h"
 
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <cstdint>
-#include <cstdlib>
-#include <fstream>
-#include <stdexcept>
 
 namespace sysfs_test {
 
@@ -36,18 +30,9 @@ fs::path Archive(const std::string& name) {
   return fs::exists(own) ? own : fs::path(SYSFS_EXAMPLES) / (name + ".tar.gz");
 }
 
-void Unpack(std::string archive, std::string folder) {
-  std::string program = "tar";
-  std::string unpack = "-xzf";
-  std::string into = "-C";
-  char* const arguments[] = {program.data(), unpack.data(), archive.data(),
-                             into.data(),    folder.data(), nullptr};
-  pid_t tar = 0;
-  int status = 0;
-  if (posix_spawnp(&tar, program.c_str(), nullptr, nullptr, arguments, environ) != 0 ||
-      waitpid(tar, &status, 0) != tar || status != 0) {
-    throw std::runtime_error("tar -xzf " + archive);
-  }
+void Unpack(const fs::path& archive, const fs::path& folder) {
+  const std::string command = "tar -xzf '" + archive.string() + "' -C '" + folder.string() + "'";
+  if (std::system(command.c_str()) != 0) throw std::runtime_error(command);
 }
 
 }  // namespace

@@ -4,8 +4,7 @@
 #ifndef TESTS_SYSFS_TREE_H_
 #define TESTS_SYSFS_TREE_H_
 
-#include <filesystem>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace sysfs_test {
 

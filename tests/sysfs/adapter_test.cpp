@@ -1,15 +1,10 @@
 // How an adapter's record and attributes come from what the kernel and the driver tell.
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstring>
-#include <memory>
-#include <sstream>
-
 #include "provider/host/WorldWideName.h"
 #include "provider/sysfs/SysfsHost.h"
+#include "tests/support/Testing.h"
 #include "tests/sysfs/Describe.h"
 #include "tests/sysfs/Tree.h"
 
@@ -198,15 +193,6 @@ TEST(Adapter, FcoeOnAVlanFindsItsAdapter) {
   EXPECT_EQ(ReadBoard(tree, 5).info.busNumber, 0xFFFFu);
 }
 
-TEST(Adapter, PortsOfOneFunctionAreToldApart) {
-  Tree tree("pci-04-npiv-active");
-  tree.Write(kEth0 + "dev_port", "3\n");
-  const HBA_info_v4 info = ReadBoard(tree, 0).info;
-  EXPECT_EQ(info.physicalPort, 3u);
-  EXPECT_EQ(Text(info.vpdPortNumber), "3");
-  EXPECT_EQ(info.functionNumber, 0u);
-}
-
 TEST(Adapter, RefreshByAttributesChangesNothing) {
   for (const char* const name : {"pci-04-npiv-active", "pci-10-initiator-port-linkdown", "pci-13-sriov",
                                  "veth-01-up", "veth-09-target-devloss"}) {
@@ -226,23 +212,6 @@ TEST(Adapter, RefreshByAttributesChangesNothing) {
   const HBA_info_v4 info = ReadBoard(hba, 7).info;
   EXPECT_EQ(info.modelId, 0xFE05u | RM_MODEL_TARGET_MODE);
   EXPECT_EQ(info.specialFeatures, std::uint32_t{RM_FEATURE_MARDEL} | RM_FEATURE_SORTANE);
-}
-
-TEST(Adapter, OtherAttributeSets) {
-  const Tree tree("pci-13-sriov");
-  const std::unique_ptr<Host> host = provider::MakeSysfsHost(tree.Root(), "tester");
-  const Wwn wwn = Name(0x2000525400fc0010);
-  const Attributes link = {{774, std::uint32_t{1}}, {802, std::uint32_t{2}}};
-  EXPECT_EQ(host->PortAttributes(wwn).value, link);
-  EXPECT_EQ(host->ServerAttributes(wwn).value, (Attributes{{257, std::string("tester")}}));
-
-  const Hba hbaTree;
-  const std::unique_ptr<Host> hba = provider::MakeSysfsHost(hbaTree.Root());
-  EXPECT_EQ(hba->PortAttributes(Name(kHbaName)).value, (Attributes{{774, std::uint32_t{1}}}));
-  // Without a given name the machine is asked.
-  char name[256] = {};
-  ASSERT_EQ(gethostname(name, sizeof(name) - 1), 0);
-  EXPECT_EQ(hba->ServerAttributes(Name(kHbaName)).value, (Attributes{{257, std::string(name)}}));
 }
 
 }  // namespace sysfs_test

@@ -1,14 +1,9 @@
 // Trees that no healthy kernel shows: broken on purpose, changing under the reader, or read with too little.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <functional>
-#include <memory>
-#include <thread>
-
 #include "provider/sysfs/SysfsHost.h"
+#include "tests/support/Testing.h"
 #include "tests/sysfs/Describe.h"
 #include "tests/sysfs/Tree.h"
 
@@ -152,35 +147,6 @@ TEST_F(Broken, PortThatComesAndGoesWhileItIsRead) {
   }
   done = true;
   kernel.join();
-}
-
-// Targets that could not be looked at are not reported as gone.
-TEST_F(Broken, TooFewDescriptorsIsTryAgain) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the undefined-behaviour sanitizer needs descriptors for its own look at an object";
-#endif
-  const std::string whole = DescribeBoard(*m_Host, 0);
-  const std::string nodes = DescribeNodes(m_Host->Nodes(kBoard0));
-  const int firstFree = dup(0);
-  ASSERT_GE(firstFree, 0);
-  close(firstFree);
-  int refused = 0;
-  for (std::size_t spare = 0; spare < 8; ++spare) {
-    provider::ListAnswer<unsigned int> boards;
-    provider::ListAnswer<RM_NodeInfoEntry> answer;
-    std::string board;
-    WithDescriptors(static_cast<std::size_t>(firstFree) + spare, [&] {
-      boards = m_Host->BoardInstances();
-      answer = m_Host->Nodes(kBoard0);
-      board = DescribeBoard(*m_Host, 0);
-    });
-    EXPECT_TRUE(boards.status == RM_STATUS_LOCKED || boards.records.size() == 2u) << spare;
-    EXPECT_TRUE(answer.status == RM_STATUS_LOCKED || DescribeNodes(answer) == nodes) << spare << answer.status;
-    EXPECT_TRUE(board == whole || board.find("status 64") != std::string::npos) << board;
-    if (answer.status == RM_STATUS_LOCKED) ++refused;
-  }
-  EXPECT_GT(refused, 0);
-  EXPECT_LT(refused, 8);
 }
 
 }  // namespace sysfs_test

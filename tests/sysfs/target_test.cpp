@@ -1,10 +1,8 @@
 // Targets, LUNs and virtual ports beyond what the kernel-made trees hold.
-#include <gtest/gtest.h>
-
-#include <memory>
 
 #include "provider/host/WorldWideName.h"
 #include "provider/sysfs/SysfsHost.h"
+#include "tests/support/Testing.h"
 #include "tests/sysfs/Describe.h"
 #include "tests/sysfs/Tree.h"
 
@@ -131,26 +129,6 @@ TEST_F(Targets, VirtualPortsAreListedOnceAndWithoutTheirHostToo) {
   const ListAnswer<RM_VPortTargetEntry> targets = m_Host->VirtualPortTargets(kPort, Name(0x2200525400fc0010));
   EXPECT_EQ(targets.status, RM_STATUS_OK);
   EXPECT_TRUE(targets.records.empty());
-}
-
-// More of them than the process may have files open.
-TEST_F(Targets, ManyTargetsNeedFewDescriptors) {
-  constexpr std::size_t kTargets = 150;
-  for (std::size_t i = 0; i < kTargets; ++i) {
-    const std::string number = std::to_string(1000 + i);
-    AddRemotePort("rport-0:0-" + number, "0x500000000000" + number, "Online", "FCP Target", number);
-    AddVirtualPort("vport-0:0-" + number, "0x600000000000" + number);
-  }
-  ListAnswer<RM_NodeInfoEntry> nodes;
-  ListAnswer<RM_VPortEntry> ports;
-  WithDescriptors(64, [&] {
-    nodes = Nodes();
-    ports = m_Host->VirtualPorts(kPort);
-  });
-  EXPECT_EQ(nodes.status, RM_STATUS_OK);
-  EXPECT_EQ(nodes.records.size(), kTargets + 1);
-  EXPECT_EQ(ports.status, RM_STATUS_OK);
-  EXPECT_EQ(ports.records.size(), kTargets + 1);
 }
 
 }  // namespace sysfs_test

@@ -1,14 +1,8 @@
 // A host that hangs behind a host that does not.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <future>
-#include <memory>
-#include <stdexcept>
-#include <thread>
-#include <utility>
 
 #include "provider/sysfs/TimeLimitedHost.h"
+#include "tests/support/Testing.h"
 #include "tests/sysfs/Describe.h"
 
 namespace sysfs_test {
@@ -131,13 +125,6 @@ TEST_F(TimeLimit, APortIsAskedAgainWhenTheOverdueCallIsOver) {
   EXPECT_EQ(status, RM_STATUS_OVER_TEMPERATURE);
 }
 
-TEST_F(TimeLimit, MayBeDestroyedWhileACallIsOverdue) {
-  Limit(kShort);
-  EXPECT_CALL(*m_Asked, Nodes(kSick)).WillOnce(Hang(ListAnswer<RM_NodeInfoEntry>{}));
-  EXPECT_EQ(m_Limited->Nodes(kSick).status, RM_STATUS_LOCKED);
-  m_Limited.reset();
-}
-
 TEST_F(TimeLimit, AHostThatThrowsIsTryAgain) {
   Limit(kLong);
   const auto fail = testing::Throw(std::runtime_error("no memory"));
@@ -145,44 +132,6 @@ TEST_F(TimeLimit, AHostThatThrowsIsTryAgain) {
   EXPECT_CALL(*m_Asked, HasPort(kHealthy)).WillOnce(fail);
   EXPECT_EQ(m_Limited->Nodes(kHealthy).status, RM_STATUS_LOCKED);
   EXPECT_FALSE(m_Limited->HasPort(kHealthy));
-}
-
-TEST_F(TimeLimit, EveryQuestionReachesTheHostWithItsArguments) {
-  Limit(kLong);
-  EXPECT_CALL(*m_Asked, BoardInstances()).WillOnce(Return(ListAnswer<unsigned int>{RM_STATUS_OK, {4}, 9}));
-  EXPECT_CALL(*m_Asked, ReadBoard(4)).WillOnce(Return(Answer<Board>{500, {}}));
-  EXPECT_CALL(*m_Asked, HasPort(kHealthy)).WillOnce(Return(true));
-  EXPECT_CALL(*m_Asked, IsMakersPort(kHealthy)).WillOnce(Return(true));
-  EXPECT_CALL(*m_Asked, DiscoveryAttributes(kHealthy)).WillOnce(Return(Answer<Attributes>{501, {}}));
-  EXPECT_CALL(*m_Asked, HbaAttributes(kHealthy)).WillOnce(Return(Answer<Attributes>{502, {}}));
-  EXPECT_CALL(*m_Asked, PortAttributes(kHealthy)).WillOnce(Return(Answer<Attributes>{503, {}}));
-  EXPECT_CALL(*m_Asked, ServerAttributes(kHealthy)).WillOnce(Return(Answer<Attributes>{504, {}}));
-  EXPECT_CALL(*m_Asked, DriverType(kHealthy)).WillOnce(Return(Answer<std::uint32_t>{505, {}}));
-  EXPECT_CALL(*m_Asked, BindType(kHealthy)).WillOnce(Return(Answer<std::uint32_t>{506, {}}));
-  EXPECT_CALL(*m_Asked, InitiatorProperties(kHealthy)).WillOnce(Return(Answer<IscsiNames>{507, {}}));
-  EXPECT_CALL(*m_Asked, VirtualPorts(kHealthy)).WillOnce(Return(ListAnswer<RM_VPortEntry>{508, {}, {}}));
-  EXPECT_CALL(*m_Asked, VirtualPortTargets(kHealthy, kSick))
-      .WillOnce(Return(ListAnswer<RM_VPortTargetEntry>{509, {}, {}}));
-  EXPECT_CALL(*m_Asked, IscsiTargets(kHealthy, true))
-      .WillOnce(Return(ListAnswer<_RM_ISCSI_TARGET>{510, {}, {}}));
-  EXPECT_CALL(*m_Asked, VirtualFunctions(kHealthy)).WillOnce(Return(ListAnswer<HBA_NAME>{511, {}, {}}));
-  EXPECT_CALL(*m_Asked, SecureManagement()).WillOnce(Return(Answer<bool>{RM_STATUS_OK, true}));
-  EXPECT_EQ(m_Limited->BoardInstances().claimedCount, 9u);
-  EXPECT_EQ(m_Limited->ReadBoard(4).status, 500);
-  EXPECT_TRUE(m_Limited->HasPort(kHealthy));
-  EXPECT_TRUE(m_Limited->IsMakersPort(kHealthy));
-  EXPECT_EQ(m_Limited->DiscoveryAttributes(kHealthy).status, 501);
-  EXPECT_EQ(m_Limited->HbaAttributes(kHealthy).status, 502);
-  EXPECT_EQ(m_Limited->PortAttributes(kHealthy).status, 503);
-  EXPECT_EQ(m_Limited->ServerAttributes(kHealthy).status, 504);
-  EXPECT_EQ(m_Limited->DriverType(kHealthy).status, 505);
-  EXPECT_EQ(m_Limited->BindType(kHealthy).status, 506);
-  EXPECT_EQ(m_Limited->InitiatorProperties(kHealthy).status, 507);
-  EXPECT_EQ(m_Limited->VirtualPorts(kHealthy).status, 508);
-  EXPECT_EQ(m_Limited->VirtualPortTargets(kHealthy, kSick).status, 509);
-  EXPECT_EQ(m_Limited->IscsiTargets(kHealthy, true).status, 510);
-  EXPECT_EQ(m_Limited->VirtualFunctions(kHealthy).status, 511);
-  EXPECT_TRUE(m_Limited->SecureManagement().value);
 }
 
 }  // namespace sysfs_test

@@ -3,10 +3,9 @@
 #define TESTS_SYSTEM_FABRIC_H_
 
 #include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
 
 #include "tests/support/Boards.h"
+#include "tests/support/Testing.h"
 #include "tests/system/Harness.h"
 
 namespace systemtest {

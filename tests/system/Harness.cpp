@@ -4,13 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-#include <thread>
-
 #include "provider/OpenProvider.h"
+#include "tests/support/Testing.h"
 
 namespace systemtest {
 

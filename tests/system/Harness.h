@@ -5,16 +5,11 @@
 #ifndef TESTS_SYSTEM_HARNESS_H_
 #define TESTS_SYSTEM_HARNESS_H_
 
-#include <chrono>
 #include <condition_variable>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <string>
-#include <vector>
 
 #include "include/hbadiscovery.h"
 #include "tests/support/Names.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
 namespace systemtest {

@@ -2,12 +2,8 @@
 // callback.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <future>
-#include <thread>
-
+#include "tests/support/Testing.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {
@@ -80,16 +76,6 @@ TEST_F(ControlTest, IntervalStartsCyclesByItself) {
   EXPECT_THAT(callBacks.Await(3), ElementsAre(7, 1, 1));
 }
 
-TEST_F(ControlTest, IntervalZeroOnlyRunsForcedCycles) {
-  Library library(m_Fabric.Path());
-  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
-  library.Start(0);
-  EXPECT_THAT(callBacks.Await(1), ElementsAre(7));
-  EXPECT_THAT(callBacks.Await(2, Milliseconds(1500)), ElementsAre(7));
-  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
-  EXPECT_THAT(callBacks.Await(2), ElementsAre(7, 3));
-}
-
 TEST_F(ControlTest, KilledCycleTellsNobodyAndMergesNothing) {
   LetAWorkerHang();
   Library library(m_Fabric.Path());
@@ -144,24 +130,6 @@ TEST_F(ControlTest, TerminateDoesNotWaitForAHangingWorker) {
   EXPECT_TRUE(library.Ports().empty());
 }
 
-// The refresh waits for the cycle to end, and keeps the next one from beginning; who forces one waits for
-// neither.
-TEST_F(ControlTest, ForcingDoesNotWaitForAHangingWorkerThatARefreshWaitsFor) {
-  m_Fabric.AddFault({{"call", "RM_GetAllNodeInfo"}, {"skip", 6}, {"hang", true}});
-  m_Fabric.Write();
-  Library library(m_Fabric.Path());
-  CallBacks callBacks(library, HBADISC_EVENT_FORCED);
-  library.Start(kLong);
-  callBacks.Await(1);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
-  library.ChangeDiscoveryInterval(kLong);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Count("AddTargetInfo, last target count=") > 2; }));
-  ASSERT_EQ(library.DirectedDiscoveryUpdate(Name(kFc), HBADISC_REFRESH_ATTRIBUTES), 1);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has("Directed Discovery - getting discovery lock"); }));
-  EXPECT_EQ(library.StartDiscoveryCycle(), 1);
-  library.Terminate();
-}
-
 TEST_F(ControlTest, NoCallWaitsForAHangingRefresh) {
   m_Fabric.AddFault({{"call", "RM_GetDiscoveryAttributes"}, {"port", kFc}, {"hang", true}});
   m_Fabric.Write();
@@ -184,18 +152,6 @@ TEST_F(ControlTest, NoCallWaitsForAHangingRefresh) {
   EXPECT_EQ(library.DirectedDiscoveryUpdate(Name("1000000000000002"), HBADISC_REFRESH_VPORTS), 1);
   EXPECT_THAT(callBacks.Await(3), ElementsAre(6, 6, 8));
   library.Terminate();
-}
-
-// The callback is not a wait of the cycle, so nobody uses up the signal of the kill.
-TEST_F(ControlTest, KillInsideAnIntermediateCallbackStartsNoCycle) {
-  LetAWorkerHang();
-  Library library(m_Fabric.Path());
-  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
-  callBacks.Inside([&](unsigned int) { library.KillDiscoveryCycle(); });
-  library.Start(kLong);
-  EXPECT_THAT(callBacks.Await(1), ElementsAre(20));
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
-  EXPECT_FALSE(Eventually([&] { return m_Log.Has("Doing Lite discovery cycle"); }, Milliseconds(1500)));
 }
 
 // The worker of a stopped discovery wakes up in the next one; its result must land nowhere.
@@ -230,22 +186,6 @@ TEST_F(ControlTest, StartAgainAfterTerminate) {
     EXPECT_TRUE(library.Ports().empty());
   }
   EXPECT_EQ(m_Log.Count("Discovery startup"), 2u);
-}
-
-TEST_F(ControlTest, NoCallbackAfterTerminate) {
-  Library library(m_Fabric.Path());
-  std::atomic<bool> terminated{false};
-  std::atomic<bool> late{false};
-  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
-  callBacks.Inside([&](unsigned int) { late = late || terminated; });
-  library.Start(5);
-  callBacks.Await(1);
-  library.StartDiscoveryCycle();
-  library.Terminate();
-  terminated = true;
-  const std::size_t called = callBacks.Reasons().size();
-  EXPECT_EQ(callBacks.Await(called + 1, Milliseconds(1500)).size(), called);
-  EXPECT_FALSE(late);
 }
 
 TEST_F(ControlTest, EveryCallMayBeMadeInsideTheCallback) {

@@ -116,15 +116,6 @@ INSTANTIATE_TEST_SUITE_P(
             [](const auto& ports) { return ports.at(kFc).base.base.targetCount == 4; }}),
     [](const auto& test) { return test.param.name; });
 
-// A name that is new in a lite cycle asks for a full one there and once more in the next.
-TEST_F(CycleTest, NewMakersTargetAsksTwice) {
-  Start();
-  m_Fabric.Board(0)["targets"].push_back({{"wwpn", "5000000000000009"}, {"makers_port", true}});
-  ASSERT_TRUE(m_Fabric.Replace(*m_Library));
-  for (int cycle = 0; cycle < 3; ++cycle) ASSERT_TRUE(RunPeriodicCycle());
-  EXPECT_EQ(m_Log.Count("Target info change - DOING FULL DISCOVERY CYCLE!"), 2u);
-}
-
 TEST_F(CycleTest, LiteCycleTakesInWhatNeedsNoFullOne) {
   Start();
   // A new board, and an iSCSI target that lost its connection.
@@ -184,37 +175,6 @@ TEST_F(CycleTest, NoBoardsEmptyTheListAndComeBack) {
   EXPECT_EQ(m_Library->Ports().size(), 3u);
   EXPECT_THAT(m_CallBacks->Await(3), ElementsAre(7, 7, 7));
 }
-
-// Reasons for one event mask: after the forced first cycle (which adds ports), an unchanged periodic cycle, a
-// changed one, and an unchanged forced one; 0 stands for no callback.
-struct MaskRow {
-  unsigned int mask;
-  unsigned int reasons[4];
-};
-
-class EventMaskTest : public CycleTest, public testing::WithParamInterface<MaskRow> {};
-
-TEST_P(EventMaskTest, ReasonsFollowTheMask) {
-  Start(GetParam().mask);
-  ASSERT_TRUE(RunPeriodicCycle());
-  m_Fabric.Board(0)["link"] = "down";
-  ASSERT_TRUE(m_Fabric.Replace(*m_Library));
-  ASSERT_TRUE(RunPeriodicCycle());
-  ASSERT_TRUE(RunForcedCycle());
-  std::vector<unsigned int> expected;
-  for (const unsigned int reason : GetParam().reasons) {
-    if (reason != 0) expected.push_back(reason);
-  }
-  m_Library->Terminate();
-  EXPECT_EQ(m_CallBacks->Reasons(), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Masks, EventMaskTest,
-                         testing::Values(MaskRow{0x00, {0, 0, 0, 0}}, MaskRow{0x01, {7, 1, 5, 3}},
-                                         MaskRow{0x02, {6, 0, 0, 2}}, MaskRow{0x04, {0, 0, 4, 0}},
-                                         MaskRow{0x06, {6, 0, 4, 2}}, MaskRow{0x07, {7, 1, 5, 3}},
-                                         MaskRow{0x08, {0, 0, 0, 0}}),
-                         [](const auto& test) { return "Mask" + std::to_string(test.param.mask); });
 
 // One port's target read hangs: the others reach the application while the forced cycle still waits.
 TEST_F(CycleTest, IntermediateCallbackShowsPortsOfALongForcedCycle) {

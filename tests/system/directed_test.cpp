@@ -1,10 +1,7 @@
 // One port read again on request, and what a port that never answers costs the others.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
+#include "tests/support/Testing.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {
@@ -74,16 +71,6 @@ TEST_F(DirectedTest, ReadsAgainWhatIsAskedFor) {
   EXPECT_NE(port.port.modelId & HBADISC_MODEL_REFRESHED, 0U);
   EXPECT_EQ(Refresh(kAll), 8U);
   EXPECT_EQ(Refresh(0x10), 8U) << "unknown bits read nothing, and are answered";
-}
-
-TEST_F(DirectedTest, ReasonsFollowTheMask) {
-  Start(HBADISC_EVENT_EVERY_CYCLE);
-  EXPECT_EQ(Refresh(HBADISC_REFRESH_TARGETS), 9U);
-  EXPECT_EQ(Refresh(kAll), 13U);
-  // Neither of the two bits: the port is read, nobody is told.
-  m_Library->RegisterCallBack([](unsigned int, void*) { ADD_FAILURE(); }, HBADISC_EVENT_CHANGED, nullptr);
-  EXPECT_EQ(m_Library->DirectedDiscoveryUpdate(Name(kFirst), kAll), 1);
-  EXPECT_TRUE(AwaitIdle());
 }
 
 TEST_F(DirectedTest, RefusesWhatItCannotDo) {

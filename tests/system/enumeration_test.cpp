@@ -1,11 +1,6 @@
 // The walk over the ports: its lock, what per-port queries see meanwhile, and what it bears.
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <future>
-#include <thread>
-
+#include "tests/support/Testing.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {
@@ -178,38 +173,6 @@ TEST_F(EnumerationTest, NullPointersTouchNothing) {
   ASSERT_EQ(m_Library.GetFirstHba(&record), 3);
   EXPECT_EQ(m_Library.GetNextHba(nullptr), 0);
   std::jthread([&] { EXPECT_EQ(m_Library.Ports().size(), 3u); }).join();
-}
-
-// Many walks from several threads while cycles run; no port may be missing that every cycle has found.
-TEST_F(EnumerationTest, ThousandWalksDuringCycles) {
-  Start();
-  constexpr unsigned int kThreads = 4;
-  constexpr unsigned int kWalks = 250;
-  std::atomic<unsigned int> walking{kThreads};
-  std::atomic<unsigned int> incomplete{0};
-  std::vector<std::jthread> threads;
-  for (unsigned int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&] {
-      for (unsigned int walk = 0; walk < kWalks; ++walk) {
-        if (m_Library.Ports().size() != std::size(kPorts)) ++incomplete;
-        unsigned int count = 8;
-        RM_NodeInfoEntry targets[8];
-        m_Library.GetTargetMappings(Name(kPorts[walk % 3]), targets, &count);
-      }
-      --walking;
-    });
-  }
-  // Full and lite cycles in turn, two at least.
-  for (bool forced = true; walking != 0 || m_Log.Count("CYCLE DONE") < 3; forced = !forced) {
-    const std::size_t cycles = m_Log.Count("CYCLE DONE");
-    if (forced) {
-      m_Library.StartDiscoveryCycle();
-    } else {
-      m_Library.ChangeDiscoveryInterval(kLong);
-    }
-    ASSERT_TRUE(Eventually([&] { return m_Log.Count("CYCLE DONE") > cycles; }));
-  }
-  EXPECT_EQ(incomplete, 0u);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 // Calls that answer something do so, or give their documented "nothing", when an allocation of theirs fails;
 // the next call answers, and another thread may walk over the ports.
 
-#include <cstring>
-#include <future>
-
+#include "tests/support/Testing.h"
 #include "tests/system/memory_fixture.h"
 
 namespace systemtest {

@@ -2,11 +2,7 @@
 #ifndef TESTS_SYSTEM_MEMORY_FIXTURE_H_
 #define TESTS_SYSTEM_MEMORY_FIXTURE_H_
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-
+#include "tests/support/Testing.h"
 #include "tests/system/FailingMemory.h"
 #include "tests/system/Harness.h"
 #include "tests/system/MemoryProvider.h"

@@ -1,11 +1,9 @@
 // Every record of the exported interface, byte by byte.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
 
 #include "tests/support/RecordBytes.h"
+#include "tests/support/Testing.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {

@@ -1,17 +1,11 @@
 // Remote hosts through the exported interface: real agents on loopback, the hosts file, callbacks.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstring>
-#include <fstream>
-#include <memory>
-#include <thread>
-
 #include "provider/OpenProvider.h"
+#include "tests/support/Testing.h"
 #include "tests/system/Agent.h"
 #include "tests/system/Fabric.h"
 
@@ -161,17 +155,6 @@ TEST_F(RemoteTest, HostsAreAddedAndRemoved) {
   m_Library->Terminate();
 }
 
-TEST_F(RemoteTest, ItsOwnHostIsNotAdded) {
-  m_Fabric.AddRemote(LoopbackAddress(4), "testhost", {FcBoard(kLocal)});
-  m_Fabric.Write();
-  StartAgent();
-  ListHosts(LoopbackAddress(4) + "\n");
-  Start(kLong, kLong);
-  m_CallBacks->Await(1);
-  EXPECT_TRUE(m_Log.Has("OOB: Trying to discover local host (" + LoopbackAddress(4) + ") HBAs - skipped"));
-  EXPECT_EQ(m_Library->AddOOBHostA(LoopbackAddress(4).c_str()), -4);
-}
-
 TEST_F(RemoteTest, CimHostsComeFromTheirFile) {
   WriteFile(Scratch("zylhbacimhosts.so"), "10.0.0.9, 5989, a, b, c, p,w\n# none\n10.0.0.10\n");
   Load();
@@ -193,73 +176,6 @@ TEST_F(RemoteTest, CimHostsComeFromTheirFile) {
   EXPECT_EQ(m_Library->GetCimCount(&count), 0);
   EXPECT_EQ(count, 1U);
   m_Library->Terminate();
-}
-
-TEST_F(RemoteTest, PortThatIsNotAllowedStartsNoRemoteDiscovery) {
-  const Log log(0x3FF, "TcpSocketPortNumber:70000\n");
-  Start(kLong, kLong);
-  EXPECT_THAT(m_CallBacks->Await(1), ElementsAre(6));
-  EXPECT_TRUE(log.Has("OOB discovery not started (illegal port number 0\n"));
-  EXPECT_EQ(m_Library->AddOOBHostA(m_NearHost.c_str()), -1);
-  m_Library->Terminate();
-  EXPECT_EQ(m_Library->AddOOBHostA(m_NearHost.c_str()), -1) << "it is kept, and does not run";
-}
-
-// Answers every connection with the same bytes, for ever.
-class Garbage {
- public:
-  explicit Garbage(const std::string& address) : m_Listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const int on = 1;
-    setsockopt(m_Listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in self{};
-    self.sin_family = AF_INET;
-    self.sin_port = htons(23333);
-    inet_pton(AF_INET, address.c_str(), &self.sin_addr);
-    if (bind(m_Listener, reinterpret_cast<const sockaddr*>(&self), sizeof self) != 0 ||
-        listen(m_Listener, 16) != 0) {
-      throw std::runtime_error("cannot listen");
-    }
-    m_Thread = std::thread([this] { Serve(); });
-  }
-  ~Garbage() {
-    shutdown(m_Listener, SHUT_RDWR);
-    m_Thread.join();
-    close(m_Listener);
-  }
-  Garbage(const Garbage&) = delete;
-  Garbage& operator=(const Garbage&) = delete;
-
- private:
-  void Serve() const {
-    const std::string rubbish =
-        "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n\r\n" + std::string(1 << 20, '[');
-    for (int peer = 0; (peer = accept4(m_Listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(peer)) {
-      const timeval limit{1, 0};
-      setsockopt(peer, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-      for (int i = 0; i < 64; ++i) {
-        if (send(peer, rubbish.data(), rubbish.size(), MSG_NOSIGNAL) < 0) break;
-      }
-    }
-  }
-
-  int m_Listener;
-  std::thread m_Thread;
-};
-
-TEST_F(RemoteTest, AgentReplacedByGarbageIsAHostWithoutPorts) {
-  ListHosts(m_NearHost + "\n");
-  StartAgent();
-  Start(kLong, kShort);
-  ASSERT_THAT(m_CallBacks->Await(1), ElementsAre(6));
-  m_Agent->Kill();
-  {
-    const Garbage garbage(m_NearHost);
-    EXPECT_THAT(m_CallBacks->Await(2), ElementsAre(6, 4));
-    EXPECT_THAT(m_Library->Ports(), ElementsAre(Key(kLocal)));
-  }
-  StartAgent();
-  EXPECT_THAT(m_CallBacks->Await(3), ElementsAre(6, 4, 4));
-  EXPECT_THAT(m_Library->Ports(), ElementsAre(Key(kLocal), Key(kNear)));
 }
 
 TEST_F(RemoteTest, AgentKilledInMidCycle) {

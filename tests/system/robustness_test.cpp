@@ -1,12 +1,10 @@
 // Bad settings, bad providers, and repetition.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-
+#include "tests/support/Testing.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {
@@ -77,41 +75,6 @@ TEST(LogTest, LinesFollowTheMask) {
                               "..:..:..: In-Band Discovery: Doing full discovery cycle\n"
                               "..:..:..: \\*\\* DISCOVERY CYCLE DONE Adapter Ports=3 \\*\\*\n\n"));
 }
-
-TEST(LogTest, StaysClosedWithoutAPath) {
-  const Log log;
-  WriteFile(kSettingsPath, "DISCO_LOG_MODE:0x3FF\n");
-  DiscoverOnce(Fabric(ThreeKinds()));
-  EXPECT_TRUE(log.Text().empty());
-  EXPECT_FALSE(std::filesystem::exists("hbadisco.log"));
-}
-
-TEST(LogTest, LinesOfAPortBearItsName) {
-  const Log log(0x002);
-  DiscoverOnce(Fabric(std::vector<json>{FcBoard(kFc)}));
-  EXPECT_TRUE(log.Has(":  HBA 10:00:00:00:00:00:00:01 -  MergeLists: Adding adapter on system testhost\n"));
-}
-
-struct WorkersRow {
-  const char* name;
-  const char* setting;
-  unsigned int workers;
-};
-
-class WorkersTest : public testing::TestWithParam<WorkersRow> {};
-
-TEST_P(WorkersTest, LimitTakesOneToFifteen) {
-  const Log log(0x3FF, std::string("DISCO_MAX_THREADS:") + GetParam().setting + "\n");
-  std::vector<json> boards;
-  for (int i = 10; i < 30; ++i) boards.push_back(FcBoard("10000000000000" + std::to_string(i)));
-  EXPECT_EQ(DiscoverOnce(Fabric(boards)).size(), 20u);
-  EXPECT_EQ(log.Count(" started\n"), GetParam().workers);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, WorkersTest,
-                         testing::Values(WorkersRow{"One", "1", 1}, WorkersRow{"Hexadecimal", "0xA", 10},
-                                         WorkersRow{"Sixteen", "16", 15}),
-                         [](const auto& test) { return test.param.name; });
 
 // ---- Providers
 

@@ -1,17 +1,12 @@
 // The settings functions as an application meets them: with the provider's log and path variables.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
+#include "tests/support/Testing.h"
 #include "tests/system/Fabric.h"
 
 namespace systemtest {
@@ -36,33 +31,6 @@ TEST(Settings, ReachTheProvidersVariablesAndLog) {
   std::ifstream providerLog(path.data());
   EXPECT_THAT(std::string(std::istreambuf_iterator<char>(providerLog), {}),
               testing::HasSubstr("Port number must be greater than 1023 and less than 65536.\n"));
-}
-
-// How often the settings file is opened while a process of its own loads the library.
-int OpensAtLoad(const std::string& settings) {
-  WriteFile(kSettingsPath, settings);
-  const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  EXPECT_GE(inotify_add_watch(watch, kSettingsPath, IN_OPEN | IN_CLOSE_NOWRITE), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    const Library library;
-    _exit(0);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  std::array<char, 4096> events{};
-  const ssize_t length = read(watch, events.data(), events.size());
-  close(watch);
-  // Each opening and each closing; these take turns, or equal ones would be told as one.
-  return length > 0 ? static_cast<int>(length / static_cast<ssize_t>(2 * sizeof(inotify_event))) : 0;
-}
-
-TEST(Settings, WithoutALogItsPathIsNotReadAtLoad) {
-  const std::string path = "DISCO_LOG_PATH:" + Scratch("log") + "\n";
-  const int withLog = OpensAtLoad("DISCO_LOG_MODE:1\n" + path);
-  EXPECT_GT(withLog, 1);
-  EXPECT_EQ(OpensAtLoad("DISCO_LOG_MODE:0\n" + path), withLog - 1);
 }
 
 TEST(Settings, NobodyWaitsForAPipeInTheirPlace) {

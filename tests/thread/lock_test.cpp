@@ -1,10 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <future>
-#include <thread>
 #include <type_traits>
-#include <vector>
 
+#include "tests/support/Testing.h"
 #include "thread/zyl_thread.h"
 
 namespace {
@@ -30,22 +26,6 @@ TEST(Lock, IsHeldForTheGuardsScopeOnly) {
     EXPECT_FALSE(IsFree(gs_Global)) << "a try on the thread that holds it";
   }
   EXPECT_TRUE(IsFreeForAnother(gs_Global));
-}
-
-TEST(Lock, ExcludesThreads) {
-  CZylThreadLock lock;
-  int count = 0;
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < 10000; ++round) {
-        const LockGuard guard(lock);
-        ++count;
-      }
-    });
-  }
-  threads.clear();
-  EXPECT_EQ(count, 40000);
 }
 
 #ifndef NDEBUG

@@ -1,10 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <stdexcept>
-
 #include "tests/support/NoNewThreads.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 #include "thread/zyl_thread_pool.h"
 
@@ -62,15 +57,6 @@ class Pool : public testing::Test {
   std::unique_ptr<CZylThreadPool> m_Pool = std::make_unique<CZylThreadPool>();
 };
 
-TEST_F(Pool, WithoutWorkersIsIdleAndStopsNothing) {
-  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
-  m_Pool->EnableThreads();
-  m_Pool->DisableThreads();
-  m_Pool->TerminateThreads();
-  m_Pool->TerminateThreadsImmediate();
-  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
-}
-
 TEST_F(Pool, CountIsClampedAndShrinkingTakesOneSlice) {
   Adjust(40);
   ASSERT_TRUE(WaitForRunning(15));
@@ -109,18 +95,6 @@ TEST_F(Pool, DisableCutsAJobShortButOnlyTheWorkerSaysIdle) {
   m_Job->hold = false;
 }
 
-TEST_F(Pool, WorkersThatStayKeepTheirArgument) {
-  Adjust(1);
-  const auto other = std::make_shared<Job>();
-  m_Pool->AdjustThreadCount(1, Work, other, 0);
-  EXPECT_EQ(other.use_count(), 1);
-  m_Pool->AdjustThreadCount(2, Work, other, 0);
-  m_Pool->EnableThreads();
-  ASSERT_TRUE(WaitForIdle());
-  EXPECT_EQ(m_Job->jobsDone, 1);
-  EXPECT_EQ(other->jobsDone, 1);
-}
-
 TEST_F(Pool, StuckWorkersHoldNobodyUpAndKeepWhatTheyUse) {
   m_Job->deaf = true;
   StartHeldJobs(3);
@@ -156,18 +130,6 @@ TEST_F(Pool, WorkerWithoutThreadIsNeverBusy) {
   m_Pool->EnableThreads();
   EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
   m_Pool->TerminateThreads();
-}
-
-TEST_F(Pool, WorkerLostToAnExceptionIsIdle) {
-  m_Pool->AdjustThreadCount(
-      1,
-      [](CZylTpThread* thread, void*) {
-        thread->WaitForSignal(0xFFFFFFFF);
-        throw std::runtime_error("lost");
-      },
-      nullptr, 0);
-  m_Pool->EnableThreads();
-  EXPECT_TRUE(WaitForIdle());
 }
 
 }  // namespace

@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <vector>
-
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 #include "thread/thread_terminator.h"
 
@@ -79,17 +74,6 @@ TEST(Terminator, AStuckThreadDelaysNoOther) {
   terminator->Terminate();
   EXPECT_FALSE(stuck.expired());
   LetOut(stuck);
-}
-
-TEST(Terminator, LetGoItLivesOnUntilItsLastThreadHasEnded) {
-  auto terminator = CThreadTerminator::Start();
-  const auto stuck = HandOver(*terminator);
-  const std::weak_ptr<CThreadTerminator> watch = terminator;
-  terminator->Finish();
-  terminator.reset();
-  EXPECT_FALSE(Eventually([&] { return watch.expired(); }, std::chrono::seconds(1)));
-  LetOut(stuck);
-  EXPECT_TRUE(Eventually([&] { return stuck.expired() && watch.expired(); })) << "found by the retry alone";
 }
 
 TEST(Thread, MayBeDestroyedByItsOwnRoutineAsLastOwner) {

@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
 
-#include <atomic>
-
 #include "tests/support/NoNewThreads.h"
+#include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 #include "thread/zyl_thread.h"
 
@@ -181,17 +179,6 @@ TEST(Signals, AreBlockedOnThreadsAndAnAlarmDoesNotEndTheProcess) {
   sigset_t own;
   pthread_sigmask(SIG_SETMASK, nullptr, &own);
   EXPECT_EQ(sigismember(&own, SIGALRM), 0) << "the creator keeps its own mask";
-}
-
-TEST(Signals, DoNotShortenASleep) {
-  const CZylThread installsTheHandler;
-  const itimerval every20ms{{0, 20000}, {0, 20000}};
-  setitimer(ITIMER_REAL, &every20ms, nullptr);
-  const Stopwatch stopwatch;
-  ZylSleep(200000);
-  EXPECT_GE(stopwatch.Elapsed(), milliseconds(200));
-  const itimerval off{};
-  setitimer(ITIMER_REAL, &off, nullptr);
 }
 
 }  // namespace

@@ -1,13 +1,9 @@
 // What no fabric file can say: records without an end, texts that act on a terminal, and the library's own
 // output.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-
+#include "tests/support/Testing.h"
 #include "tools/hbadisc/JsonWriter.h"
 #include "tools/hbadisc/Output.h"
 #include "tools/hbadisc/PortReader.h"
