@@ -196,25 +196,4 @@ TEST_F(SlowDiscovery, TerminatesAtAnyMoment) {
   EXPECT_EQ(m_Owner.callbacks, 0);
 }
 
-// What a sanitizer watches: everything at once, while ports come and go.
-TEST_F(SlowDiscovery, BearsControlCallsFromManyThreads) {
-  Make("DISCO_SLOW_INTERVAL:0\n");
-  StartWithPort();
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < 3; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (int i = 0; i < 20; ++i) {
-        if (thread == 0) m_Slow->Reset();
-        if (thread == 1) m_Slow->Pause(i % 2);
-        if (thread == 2 && m_Slow->GetHbaList() != nullptr) m_Slow->GetHbaList()->GetCount();
-      }
-    });
-  }
-  threads.clear();
-  m_Slow->Pause(0);
-  m_Slow->Reset();
-  AddPort(1);
-  EXPECT_TRUE(Eventually([&] { return m_Owner.callbacks > 0; }));
-}
-
 }  // namespace

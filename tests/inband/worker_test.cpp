@@ -131,20 +131,6 @@ TEST_F(Worker, APortInUseKeepsWhatItHasAndItsRetries) {
   EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
 }
 
-TEST_F(Worker, OtherTargetsInTheSameNumberAreNoChange) {
-  CHbaEntry listed = AddPort(0, true);
-  listed.SetOldTargetCount(1);
-  AddToDestination(listed);
-  m_Port.nodes = {Node(kTarget + 9)};
-  m_Port.vports = {{kVPort, 0, {}}};
-  CHbaEntry now = Visit();
-  EXPECT_EQ(now.GetVPortCount(), 1U);
-  EXPECT_EQ(now.GetTargetMapRetries(), 3U);
-  EXPECT_EQ(m_Destination->IsModified(), 0);
-  EXPECT_EQ(m_Provider.Calls(kAttributeCall), 0) << "the port to visit is valid";
-  EXPECT_EQ(m_Log.Find("Got ").mask, 0U);
-}
-
 TEST_F(Worker, ListedFunctionsOfANICAreKeptAndNewOnesAdded) {
   CHbaEntry listed = AddPort(0, true);
   listed.SetSpecialFeatures(RM_FEATURE_NIC);

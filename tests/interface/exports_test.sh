@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# exports_test.sh LIBRARY INCLUDE_FOLDER CC CXX - the header and the library agree: what it declares is exported, what is
+# exports_test.sh LIBRARY INCLUDE_FOLDER CC CXX PROVIDER SOURCE_FOLDER - the header and the library agree: what it declares is exported, what is
 # exported it declares, and a program in C99, C11 or C++17 compiles it without a warning and links every call.
 set -euo pipefail
-library=$1 include=$2 cc=$3 cxx=$4
+library=$1 include=$2 cc=$3 cxx=$4 provider=$5 source=$6
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -25,6 +25,14 @@ readelf -d "$library" >"$scratch/dynamic"
 for entry in 'SONAME.*\[libhbadiscovery\.so\.14\]' 'FLAGS_1.* NODELETE' 'FLAGS_1.* NOW'; do
   grep -q "$entry" "$scratch/dynamic" || { echo "not so in the dynamic section: $entry" >&2; exit 1; }
 done
+
+# The open provider, whose headers declare each name on a line that begins with its type.
+sed -nE '/^typedef/d; s/^[a-z][^([]*[ *]([A-Za-z_0-9]+)[([].*/\1/p' "$source"/rmapi/rmapi.h "$source"/provider/OpenProvider.h |
+  sort >"$scratch/boundary"
+nm -D --defined-only "$provider" | awk '$2 != "A" { print $3 }' | sort >"$scratch/provided"
+diff -u --label declared "$scratch/boundary" --label provided "$scratch/provided" >&2
+(($(wc -l <"$scratch/boundary") > 70))
+readelf -d "$provider" | grep -q 'SONAME.*\[librmapi\.so\]'
 
 {
   cat <<'END'

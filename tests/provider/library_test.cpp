@@ -2,22 +2,16 @@
 #include <gmock/gmock.h>
 
 #include <linux/magic.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
 #include "provider/OpenProvider.h"
-#include "provider/base/FileDescriptor.h"
 #include "tests/provider/Boundary.h"
 #include "tests/support/Testing.h"
 
 namespace providertest {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 using testing::HasSubstr;
 
 constexpr char kSettings[] = "/etc/varnix/quorbench/";
@@ -99,74 +93,6 @@ TEST_F(Configured, WrongFabricFileFailsEveryQuestion) {
   EXPECT_THAT(ReadFile(LOG_FILE_PATH_DEFAULT),
               HasSubstr(m_Scratch.Path("bad.json") + ":2: local: expected an object"));
   EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
-}
-
-// A loopback port at which nobody takes connections: the first packet of each is dropped, as by a firewall.
-class SwallowingPort {
- public:
-  SwallowingPort() {
-    EXPECT_EQ(bind(m_Listener.Get(), Socket(), m_Length), 0);
-    EXPECT_EQ(listen(m_Listener.Get(), 0), 0);
-    EXPECT_EQ(getsockname(m_Listener.Get(), Socket(), &m_Length), 0);
-    // Until one waits, none of the others can ever be taken.
-    for (pollfd waiting{}; m_Waiting.size() < 10;) {
-      waiting = {m_Waiting.emplace_back(NewSocket(SOCK_NONBLOCK)).Get(), POLLOUT, 0};
-      connect(waiting.fd, Socket(), m_Length);
-      if (poll(&waiting, 1, 100) == 0) return;
-    }
-    ADD_FAILURE() << "connections are taken without end";
-  }
-
-  // The status of a call about a host there, and how long it took.
-  std::pair<int, milliseconds> Ask() const {
-    _RM_IP_INFO host{};
-    RM_NodeAddrList list{};
-    EXPECT_EQ(RM_RemoteOOBHostAddrV2("127.0.0.1", ntohs(m_Address.sin_port), &host), RM_STATUS_OK);
-    EXPECT_EQ(RM_AddOOBAddressToLookupTable(&host, nullptr), RM_STATUS_OK);
-    const auto start = steady_clock::now();
-    const int status = RM_GetAllNodeAddr(&host, &list);
-    return {status, std::chrono::duration_cast<milliseconds>(steady_clock::now() - start)};
-  }
-
- private:
-  static provider::FileDescriptor NewSocket(int flags = 0) {
-    return provider::FileDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
-  }
-  sockaddr* Socket() { return reinterpret_cast<sockaddr*>(&m_Address); }
-
-  sockaddr_in m_Address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  socklen_t m_Length = sizeof(m_Address);
-  provider::FileDescriptor m_Listener = NewSocket();
-  std::vector<provider::FileDescriptor> m_Waiting;
-};
-
-// A host that swallows packets is given up long before one that is slow to answer.
-TEST_F(Configured, ConnectTimeout) {
-  const SwallowingPort port;
-  constexpr milliseconds kDefault{2000};
-  constexpr milliseconds kCall{10'000};
-  const struct {
-    std::string rmConf;
-    unsigned int callSeconds;
-    milliseconds least;
-    milliseconds below;
-  } rows[] = {
-      {"ConnectTimeoutMs: 100 \n", 10, milliseconds(100), kDefault},
-      {"", 10, kDefault, kCall},
-      {"ConnectTimeoutMs:99\n", 10, kDefault, kCall},
-      {"ConnectTimeoutMs:60000\n", 1, milliseconds(1000), kCall},
-  };
-  for (const auto& row : rows) {
-    WriteSettings("rm.conf", row.rmConf);
-    ASSERT_EQ(RM_InitLib(), RM_STATUS_OK);
-    RM_SetOOBTimeout(row.callSeconds);
-    const auto [status, time] = port.Ask();
-    EXPECT_EQ(status, RM_STATUS_HOST_UNUSABLE) << row.rmConf;
-    EXPECT_GE(time, row.least - row.least / 10) << row.rmConf;
-    EXPECT_LT(time, row.below) << row.rmConf;
-    EXPECT_EQ(RM_ExitLib(), RM_STATUS_OK);
-  }
-  EXPECT_THAT(ReadFile(LOG_FILE_PATH_DEFAULT), HasSubstr("rm.conf: ConnectTimeoutMs: expected a number"));
 }
 
 TEST(Library, SourceThatIsRefused) {

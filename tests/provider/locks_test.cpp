@@ -122,25 +122,6 @@ TEST(Locks, KilledHolderLeavesItFreeAndItsChildHoldsNothing) {
   close(end);
 }
 
-// Who waits for a file that is then replaced does not end with a lock that excludes nobody.
-TEST(Locks, ReplacedFileIsAskedForAnew) {
-  const std::string file = "/run/lock/varnix/sem-replaced";
-  const std::intptr_t handle = Semaphore("replaced");
-  if (!std::filesystem::exists(file)) GTEST_SKIP() << "the locks are elsewhere";
-  Child first([handle] { return RM_acquireSemaphore(handle) != 0; });
-  {
-    const Taker taker(handle);
-    EXPECT_TRUE(taker.WaitsStill());
-    std::filesystem::remove(file);
-    Child second([handle] { return RM_acquireSemaphore(handle) != 0; });
-    first.Kill();
-    EXPECT_TRUE(taker.WaitsStill());
-    second.Kill();
-    EXPECT_TRUE(taker.HasIt());
-  }
-  EXPECT_NE(RM_releaseSemaphore(handle), 0);
-}
-
 TEST(Locks, NamesAreTakenApart) {
   const std::intptr_t handle = Semaphore("same");
   EXPECT_EQ(Semaphore("same"), handle);  // one handle a name

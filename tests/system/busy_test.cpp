@@ -104,27 +104,5 @@ TEST_F(BusyTest, PortKeepsWhatALongForcedCycleHasNotReadYet) {
   ExpectEverything(4);
 }
 
-// The read of a killed cycle's worker hangs on; the lite cycles after it want to read the same port themselves.
-TEST_F(BusyTest, HangingReadOfAKilledCycleSilencesNoOther) {
-  Start({{{"call", "RM_iSCSI_GetTargets"}, {"port", kIscsi}, {"hang", true}, {"skip", 1}}});
-  ASSERT_EQ(m_Library->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Count("iSCSI AddTargetInfo (refresh targets=true)") == 2; }));
-  m_Library->KillDiscoveryCycle();
-  ASSERT_TRUE(AwaitCycles(2));
-
-  m_Library->ChangeDiscoveryInterval(kLong);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has("iSCSI AddTargetInfo (refresh targets=false)"); }));
-  m_Library->KillDiscoveryCycle();
-  EXPECT_TRUE(AwaitCycles(3)) << "a kill ends the wait";
-  ASSERT_TRUE(RunPeriodicCycle()) << "nobody need end it";
-  EXPECT_TRUE(m_Log.Has("Not read: the read of another local port hangs"));
-  EXPECT_THAT(m_CallBacks->Await(2), ElementsAre(7, 1));
-  ExpectEverything();
-
-  EXPECT_EQ(m_Library->DirectedDiscoveryUpdate(Name(kIscsi), HBADISC_REFRESH_TARGETS), 1);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has("-- Directed Discovery Done --"); }));
-  ExpectEverything();
-}
-
 }  // namespace
 }  // namespace systemtest

@@ -133,24 +133,6 @@ TEST_F(DirectedTest, CallbackMayRefreshForceAndEnumerate) {
   EXPECT_EQ(accepted, 1);
 }
 
-// The walker waits for the refresh, whose callback waits for the walk: the callback gives up.
-TEST_F(DirectedTest, WalkerMayForceWhileACallbackEnumerates) {
-  Start();
-  std::atomic<bool> inside{false};
-  m_CallBacks->Inside([&](unsigned int) {
-    inside = true;
-    m_Library->Ports();
-  });
-  hba_discovery_info_V3 record{};
-  ASSERT_EQ(m_Library->GetFirstHbaV3(&record), 2);
-  ASSERT_EQ(m_Library->DirectedDiscoveryUpdate(Name(kFirst), HBADISC_REFRESH_VPORTS), 1);
-  ASSERT_TRUE(Eventually([&] { return inside.load(); }));
-  EXPECT_EQ(m_Library->StartDiscoveryCycle(), 1);
-  EXPECT_EQ(m_Library->GetNextHbaV3(&record), 1) << "the walk goes on";
-  EXPECT_EQ(m_Library->GetNextHbaV3(&record), 0);
-  EXPECT_EQ(m_CallBacks->Await(m_Before + 2).back(), 2U);
-}
-
 TEST_F(DirectedTest, BearsRequestsStartsAndCyclesAtOnce) {
   Start();
   m_Library->Startup(kLong);  // another directed thread

@@ -120,26 +120,6 @@ void Path(const Library& library, const char* name, Answer& answer) {
   answer.AddText(path);
 }
 
-template <class Number>
-void Mode(const Library& library, const char* name, Answer& answer) {
-  Number mode{};
-  const auto call = library.Symbol<int (*)(Number*)>(name);
-  answer.result = AsLibrary([&] { return call(&mode); });
-  if (answer.result == 0) answer.Add(&mode, sizeof mode);
-}
-
-void SetMode(const Library& library, const char* name, Answer& answer) {
-  int mode = 1;
-  const auto call = library.Symbol<int (*)(int*)>(name);
-  answer.result = AsLibrary([&] { return call(&mode); });
-}
-
-void SetAddress(const Library& library, const char* name, Answer& answer) {
-  char address[] = "an address that is longer than most";
-  const auto call = library.Symbol<int (*)(char*)>(name);
-  answer.result = AsLibrary([&] { return call(address); });
-}
-
 void GetValue(const Library& library, const char* name, Answer& answer) {
   char value[256] = "";
   const auto call = library.Symbol<decltype(&getKeyValue)>(name);
@@ -154,27 +134,10 @@ void SetValue(const Library& library, const char* name, Answer& answer) {
       AsLibrary([&] { return call(kManagementPath, "LogFilePath", "another long name of a log file"); });
 }
 
-// 0, too, when the value stays, unless the lock fails.
-void GetNumber(const Library& library, const char* name, Answer& answer) {
-  int value = 0;
-  const auto call = library.Symbol<decltype(&getDiscConfigIntValue)>(name);
-  AsLibrary([&] { return call(&value, "DISCO_MAX_THREADS"); });
-  if (value != 0) answer.Add(&value, sizeof value);
-}
-
 void GetText(const Library& library, const char* name, Answer& answer) {
   char value[256] = "";
   const auto call = library.Symbol<decltype(&getDiscConfigStrValue)>(name);
   AsLibrary([&] { return call(value, sizeof value, "DISCO_LOG_PATH"); });
-  answer.AddText(value);
-}
-
-void SetText(const Library& library, const char* name, Answer& answer) {
-  const auto call = library.Symbol<decltype(&setDiscConfigStrValue)>(name);
-  AsLibrary([&] { return call("a value that is longer than most", "A_KEY_THAT_IS_LONGER_THAN_MOST"); });
-  char value[256] = "";
-  library.Symbol<decltype(&getDiscConfigStrValue)>("getDiscConfigStrValue")(value, sizeof value,
-                                                                            "A_KEY_THAT_IS_LONGER_THAN_MOST");
   answer.AddText(value);
 }
 
@@ -185,9 +148,7 @@ void PrepareFiles() {
   WriteFile(
       kManagementPath,
       "LogFilePath:/a/log/file/with/a/long/name\nInstallDir:/a/directory/with/a/long/name/\nOptDir:/opt/\n"
-      "ConfFilePath:/a/file\nRepositoryDir:/run/lock/\nLastFWDir:/run/lock\n"
-      "ServerRemoteOperation:enabled\nManagementHost:true\nExclusiveHostMgmnt:true\n"
-      "MngmtHostIpAddress:10.0.0.1\n");
+      "RepositoryDir:/run/lock/\nLastFWDir:/run/lock\n");
 }
 
 void PrepareNoHosts() {
@@ -255,22 +216,9 @@ constexpr Row kRows[] = {
     {"getKeyValue", 200, GetValue},
     {"setKeyValue", 200, SetValue},
     {"replaceKeyValue", 200, SetValue},
-    {"getDiscConfigIntValue", 0, GetNumber},
     {"getDiscConfigStrValue", 0, GetText},
-    {"setDiscConfigStrValue", 0, SetText},
-    {"getLogFilePath", 200, Path},
     {"getInstallDirPath", 200, Path},
-    {"getOptDirPath", 200, Path},
-    {"getIniFilePath", 200, Path},
     {"getRepository", 200, Path},
-    {"getMgmntHostIpAddress", 200, Path},
-    {"getServerOperatingMode", 200, Mode<int>},
-    {"getManagementHostMode", 200, Mode<int>},
-    {"getExclusiveHostMgmnt", 200, Mode<int>},
-    {"setManagementHostMode", 200, SetMode},
-    {"setExclusiveHostMgmnt", 200, SetMode},
-    {"setMgmntHostIpAddress", 200, SetAddress},
-    {"getTcpPortNumber", 178, Mode<unsigned short>},
 };
 
 INSTANTIATE_TEST_SUITE_P(Calls, CallsTest,

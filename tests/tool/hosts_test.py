@@ -1,5 +1,8 @@
 """Remote hosts: their file, and ports found through an agent."""
 
+import socket
+import time
+
 import pytest
 from programs import FIRST, PORT, Agent, board, hexname, loopback_address, run
 
@@ -54,3 +57,16 @@ def test_a_long_file_of_hosts(tmp_path):
     listed = run("hosts", "list", "-j", "--hosts-dir", str(tmp_path)).document["hosts"]
     assert [host["host"] for host in listed] == hosts
     assert (listed[0]["name"], listed[-1]["name"]) == (None, "server7")
+
+
+def test_a_host_that_swallows_packets_is_given_up_soon(fabric, tmp_path):
+    """Its queue of connections is full, so that the first packet of each is dropped, as by a firewall."""
+    fabric.write([board(1)])
+    with socket.socket() as listener, socket.socket() as waiting:
+        listener.bind((loopback_address(), 23333))
+        listener.listen(0)
+        waiting.connect(listener.getsockname())
+        (tmp_path / "hbahosts.lst").write_text(listener.getsockname()[0] + "\n", encoding="utf-8")
+        begin = time.monotonic()
+        assert run("list", "-j", "--fabric", fabric.path, "--hosts-dir", str(tmp_path)).document["complete"]
+        assert 2 < time.monotonic() - begin < 10
