@@ -82,19 +82,5 @@ TEST(RemoteBoundary, AnAgentThatDiesAndComesBack) {
   EXPECT_EQ(host.AskNames().status, RM_STATUS_OK);
 }
 
-// Also on a connection that is there already.
-TEST(RemoteBoundary, TheTimeOutIsKept) {
-  const json hang = {{{"call", "*"}, {"skip", 1}, {"hang", true}}};
-  const Agent agent(Hosts{RemoteHost("127.0.2.1", {{"faults", hang}})});
-  const Registered host("127.0.2.1", agent.Port());
-  EXPECT_EQ(RM_SetOOBTimeout(1), RM_STATUS_OK);
-  EXPECT_EQ(host.AskNames().status, RM_STATUS_OK);
-  const auto start = steady_clock::now();
-  EXPECT_EQ(host.AskNames().status, RM_STATUS_BUSY);
-  EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(950));
-  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
-  EXPECT_EQ(RM_SetOOBTimeout(10), RM_STATUS_OK);
-}
-
 }  // namespace
 }  // namespace agenttest

@@ -118,18 +118,6 @@ TEST(RoundTrip, ValuesAtTheirEnds) {
   ASSERT_EQ(there->IscsiTargets(Port(providertest::kOtherPort), false).records.size(), 1u);
 }
 
-TEST(RoundTrip, ScriptedStatuses) {
-  for (const int status : {1, 2, 7, 64, 191, 192, 231, 253, 302, 303, 500, 2147483647}) {
-    const json faults = {{{"call", "*"}, {"status", status}}};
-    const Agent agent(Hosts{RemoteHost("127.0.1.1", {{"faults", faults}})});
-    provider::FabricHosts hosts(agent.Path());
-    SCOPED_TRACE(status);
-    ExpectSameHost(*agent.Remote("127.0.1.1"), *hosts.At(At("127.0.1.1")));
-    ExpectSamePort(*agent.Remote("127.0.1.1"), *hosts.At(At("127.0.1.1")), Port());
-    EXPECT_EQ(agent.Remote("127.0.1.1")->Nodes(Port()).status, status);
-  }
-}
-
 // Nobody is told of more records than have come.
 TEST(RoundTrip, ClaimedCounts) {
   const json faults = {{{"call", "RM_GetAllNodeInfo"}, {"claim_count", 99}, {"times", 1}},

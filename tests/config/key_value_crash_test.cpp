@@ -63,33 +63,6 @@ TEST_F(KeyValueWriters, ProcessesLoseNothingToEachOther) {
   EXPECT_FALSE(exists(m_TemporaryPath));
 }
 
-// Each writer goes on until it is refused. Then the file has every line that was written, whole, and no part of
-// another.
-TEST_F(KeyValueWriters, AFullDiskTakesWholeLinesOnly) {
-  ASSERT_EQ(mount("tmpfs", m_Folder.c_str(), "tmpfs", 0, "size=4k"), 0) << "run this test through in_namespace";
-  std::vector<std::future<int>> writers;
-  for (const std::size_t length : {7U, 50U, 111U}) {
-    writers.push_back(std::async(std::launch::async, [this, length] {
-      int written = 0;
-      const std::string value(length, static_cast<char>('a' + length % 26));
-      while (setKeyValue(Path(), "Key", value.c_str()) == 0) ++written;
-      return written;
-    }));
-  }
-  int written = 0;
-  for (auto& writer : writers) written += writer.get();
-  std::istringstream text(Read());
-  int lines = 0;
-  for (std::string line; std::getline(text, line); ++lines) {
-    EXPECT_TRUE(line.size() == 11 || line.size() == 54 || line.size() == 115) << line;
-  }
-  EXPECT_EQ(lines, written);
-  EXPECT_GT(lines, 30) << "the disk was full from the start";
-  EXPECT_EQ(replaceKeyValue(Path(), "Key", std::string(200, 'x').c_str()), 200);
-  EXPECT_EQ(Read(), text.str());
-  umount(m_Folder.c_str());
-}
-
 TEST_F(KeyValueWriters, AKilledWriterLeavesAWholeFileAndNoLock) {
   const std::string odd(200, '1');
   const std::string even(200, '2');

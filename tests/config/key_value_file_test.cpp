@@ -65,23 +65,6 @@ TEST_F(KeyValueFile, ValueIsCutToTheBufferAndFillsIt) {
   }
 }
 
-TEST_F(KeyValueFile, LookUpRefusesInThisOrder) {
-  char value[4] = "old";
-  EXPECT_EQ(getKeyValue(nullptr, nullptr, nullptr, 4), 193);
-  EXPECT_EQ(getKeyValue(Path(), "A", value, 0), 193);
-  EXPECT_EQ(getKeyValue(Path(), "A", value, -1), 193);
-  EXPECT_STREQ(value, "old");
-  EXPECT_EQ(getKeyValue(Path(), nullptr, value, 4), 200) << "no file";
-  EXPECT_STREQ(value, "");
-  EXPECT_EQ(getKeyValue(nullptr, "A", value, 4), 200);
-  Write("A:1\n");
-  EXPECT_EQ(getKeyValue(Path(), nullptr, value, 4), 199);
-  EXPECT_EQ(setKeyValue(nullptr, "A", "1"), 200);
-  EXPECT_EQ(setKeyValue(Path(), nullptr, "1"), 199);
-  EXPECT_EQ(replaceKeyValue(Path(), "A", nullptr), 193);
-  EXPECT_EQ(Read(), "A:1\n");
-}
-
 TEST_F(KeyValueFile, SetAppendsWhateverIsThere) {
   EXPECT_EQ(setKeyValue(Path(), "A", "1"), 0);
   EXPECT_EQ(setKeyValue(Path(), "A", "2"), 0);
@@ -116,36 +99,6 @@ TEST_F(KeyValueFile, Replace) {
     EXPECT_EQ(Read(), row.after);
     EXPECT_FALSE(exists(m_TemporaryPath));
   }
-}
-
-TEST_F(KeyValueFile, CreatedAndReplacedFilesHaveModeUnderTheUmask) {
-  const auto mode = [this] {
-    struct stat status {};
-    stat(Path(), &status);
-    return status.st_mode & 07777;
-  };
-  const mode_t mask = umask(002);
-  setKeyValue(Path(), "A", "1");
-  EXPECT_EQ(mode(), 0660u);
-  std::filesystem::remove(m_Path);
-  EXPECT_EQ(replaceKeyValue(Path(), "A", "1"), 0);
-  EXPECT_EQ(mode(), 0660u);
-  EXPECT_EQ(Read(), "A:1\n");
-  chmod(Path(), 0644);
-  umask(027);
-  replaceKeyValue(Path(), "A", "2");
-  EXPECT_EQ(mode(), 0640u) << "a replaced file's mode is that of a new one";
-  umask(mask);
-}
-
-TEST_F(KeyValueFile, WhatACrashLeftInTheTemporaryFileIsGone) {
-  Write("A:1\n");
-  std::ofstream(m_TemporaryPath) << "Left:over\nand longer than the new text\n";
-  chmod(m_TemporaryPath.c_str(), 0666);
-  EXPECT_EQ(replaceKeyValue(Path(), "A", "2"), 0);
-  EXPECT_EQ(Read(), "A:2\n");
-  EXPECT_EQ(std::filesystem::status(m_Path).permissions() & std::filesystem::perms::others_all,
-            std::filesystem::perms::none);
 }
 
 // Makes something that is no file. A link leads to `target`.

@@ -184,32 +184,6 @@ TEST_F(ManagementSettings, SettersChangeALineThatIsThere) {
   EXPECT_EQ(Logged(), "");
 }
 
-TEST_F(ManagementSettings, TheRepositoryIsMadeAndNamedWithASlash) {
-  Write("RepositoryDir:/run/lock/firmware\nLastFWDir:\n");
-  EXPECT_EQ(Text<getRepository>(), Answer(0, "/run/lock/firmware/"));
-  EXPECT_EQ(Read(), "RepositoryDir:/run/lock/firmware\nLastFWDir:\nLastFWDir:/run/lock/firmware\n");
-  EXPECT_EQ(fs::status("/run/lock/firmware").permissions(), fs::perms(0660));
-
-  // The default, as long as a variable may be, and a directory that is there.
-  const string longest = "/run/lock" + string(255 - 9, '/');
-  longest.copy(REP_DIR_DEFAULT, longest.size());
-  Write("RepositoryDir:\nLastFWDir:/other\n");
-  EXPECT_EQ(Text<getRepository>(), Answer(0, longest + "/"));
-  EXPECT_EQ(Read(), "RepositoryDir:\nLastFWDir:/other\nRepositoryDir:" + longest + "\n");
-  EXPECT_EQ(Logged(), "");
-}
-
-TEST_F(ManagementSettings, PathVariablesFollowTheSettings) {
-  const string installDir(240, 'd');
-  Write("InstallDir:" + installDir + "\nOptDir:/var/there\n");
-  EXPECT_EQ(initDirPaths(), 0);
-  Write("InstallDir:/opt/later\nOptDir:/var/later\nLogFilePath:\n");
-  EXPECT_EQ(initDirPaths(), 0) << "and keep to what they were first";
-  EXPECT_EQ(DRAXONITE_INSTALL_DIR, installDir + "/");
-  EXPECT_EQ(START_QUORBENCH, installDir + "/scripts/start_") << "cut";
-  EXPECT_EQ(Text<getLogFilePath>(), Answer(0, "/var/there/logs/rm.log"));
-}
-
 TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
   unsigned short port = 0;
   EXPECT_EQ(getTcpPortNumber(&port), 178);

@@ -99,22 +99,6 @@ TEST_F(PortAttributes, MissingOnesSkipWhatDependsOnThem) {
   EXPECT_STREQ(Record().manufacturer, "");
 }
 
-TEST_F(PortAttributes, SubVendorLookUpDecidesWhetherTheSerialNumberIsRead) {
-  const struct {
-    std::optional<std::uint32_t> vendor, device;
-    bool sortane, serial;
-  } rows[] = {{0x103C, 0x3391, true, true}, {0x103C, 0x3392, true, true}, {0x103C, 0x3393, false, true},
-              {0x103C, {}, false, false},   {{}, 0x3391, false, false},   {0x0BAD, {}, false, true}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(&row - rows);
-    Put(561, row.vendor);
-    Put(557, row.device);
-    EXPECT_EQ(Read(), 0);
-    EXPECT_EQ((Record().specialFeatures & 0x20U) != 0, row.sortane);
-    EXPECT_EQ(Record().serialNumber[0] != 0, row.serial);
-  }
-}
-
 TEST_F(PortAttributes, LastLinkLookUpIsTheResult) {
   const struct {
     std::optional<std::uint32_t> portType, physical, function;
@@ -221,21 +205,6 @@ TEST_F(PortAttributes, ModelWordKeepsWhatIsNotReplaced) {
   EXPECT_EQ(m_Log.Count(kText + "Model ID = 0"), 1);
 }
 
-TEST_F(PortAttributes, ModelNameFallsBackToTheNumber) {
-  m_Attributes.erase(537);
-  Set(516, std::string(90, 'x'));
-  ASSERT_EQ(Read(), 0);
-  EXPECT_EQ(std::string(Record().model, 80), std::string(80, 'x')) << "may fill the field";
-  EXPECT_STREQ(Record().serialNumber, "SN-1");
-
-  m_Attributes.erase(516);
-  Set(527, 0x8000F100);
-  Set(554, 1);
-  ASSERT_EQ(Read(), 0);
-  EXPECT_STREQ(Record().model, "model by number");
-  EXPECT_EQ(m_Provider.lastModelId, 0xF100U) << "flags are no part of the number";
-}
-
 TEST_F(PortAttributes, TextsAreCutToTheirFields) {
   for (const unsigned int id : {513U, 514U, 515U, 553U, 586U}) Set(id, std::string(70, 'x'));
   ASSERT_EQ(Read(), 0);
@@ -258,32 +227,6 @@ TEST_F(PortAttributes, ValuesOfTheWrongTypeOrWithoutValueAreMissing) {
   EXPECT_STREQ(Record().serialNumber, "");
   EXPECT_EQ(Record().functionNumber, 0xFFFF);
   EXPECT_EQ(m_Log.Count(kText + "Could not get HBA port number attribute value"), 1);
-}
-
-// A value is as long as its type says, so that a number in a name's place has no 8 bytes to copy.
-TEST_F(PortAttributes, NamesComeFromNamesOnly) {
-  for (const unsigned int id : {518U, 535U, 571U}) Set(id, 0x41414141);
-  for (const std::uint32_t type : {0U, 3U}) {  // FC, NIC
-    Set(556, type);
-    ReadAfresh();
-    EXPECT_EQ(WwpnKey(Record().nodeWwn), 0U) << type;
-    EXPECT_EQ(WwpnKey(Record().fabricName), 0U) << type;
-  }
-  EXPECT_EQ(m_Log.Find(kText + "Could not get node WWN attribute value").mask, 33U);
-}
-
-TEST_F(PortAttributes, FailedCallsAndDisabledWorkersLeaveAClearedRecord) {
-  ASSERT_EQ(Read(), 0);
-  m_Provider.Script("RM_GetDiscoveryAttributes", {{64}});
-  EXPECT_EQ(Read(), 64);
-  EXPECT_STREQ(Record().hostName, "");
-  ASSERT_EQ(Read(), 0);
-  CZylTpThread disabled;
-  EXPECT_EQ(GetRemotePortAttr(&m_Entry, &disabled), 0);
-  EXPECT_STREQ(Record().hostName, "");
-  m_Provider.usedSize = 4097;
-  EXPECT_EQ(ReadAfresh(), 7) << "a provider that wrote beyond the room cannot be believed";
-  EXPECT_STREQ(Record().hostName, "");
 }
 
 }  // namespace

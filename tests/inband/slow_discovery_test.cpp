@@ -156,31 +156,6 @@ TEST_F(SlowDiscovery, ResetForgetsThePorts) {
   EXPECT_EQ(m_Log.Count(kCutShort), 1);
 }
 
-TEST_F(SlowDiscovery, ResetIsServedWhileSlowDiscoveryRests) {
-  m_Owner.fullOnly = true;
-  m_Owner.firstPending = true;
-  m_Slow->Startup(&m_Owner);
-  ASSERT_TRUE(Logged("Slow discovery thread running"));
-  AddPort(0);
-  m_Slow->Reset();
-  EXPECT_EQ(m_Slow->GetHbaList()->GetCount(), 0U);
-  EXPECT_EQ(m_Log.Find("SLOW DISCOVERY CYCLE").mask, 0U);
-}
-
-TEST_F(SlowDiscovery, CallbackMayResetPauseAndChangeTheInterval) {
-  Make();
-  m_Owner.onCallBack = [&] {
-    m_Slow->Reset();
-    m_Slow->ChangeDiscoveryInterval(0);
-    m_Slow->ChangeDiscoveryInterval(2);
-  };
-  StartWithPort();
-  ASSERT_TRUE(CalledBack());
-  EXPECT_TRUE(Logged("Slow Discovery thread: resetting list"));
-  EXPECT_EQ(m_Log.Count("Discovery interval = 0 - pausing slow discovery"), 1);
-  EXPECT_EQ(m_Log.Count("New slow discovery interval = 5 seconds"), 1);
-}
-
 TEST_F(SlowDiscovery, TerminatesAtAnyMoment) {
   EXPECT_EQ(m_Slow->Terminate(), 1) << "never started";
   m_Slow->Startup(&m_Owner);

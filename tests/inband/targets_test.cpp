@@ -117,24 +117,6 @@ TEST_F(Targets, SomeDriversMapEveryNode) {
   EXPECT_EQ(Read(), 0U);
 }
 
-TEST_F(Targets, DriverAndBindTypeAreAskedForPatiently) {
-  m_Port.nodes = {Node(kTarget, 0x20)};
-  m_Port.driverType = 4;
-  m_Port.bindType = 9;
-  m_Provider.Script("RM_GetDriverType", {{303}});
-  m_Provider.Script("RM_GetBindingSupport", {{64}, {253}, {303}, {64}});
-  EXPECT_EQ(Read(), 1U);
-  EXPECT_EQ(m_Provider.Calls("RM_GetDriverType"), 2);
-  EXPECT_EQ(m_Provider.Calls("RM_GetBindingSupport"), 5);
-  EXPECT_EQ(m_Entry.GetTargetBindType(), 9U);
-  m_Port.bindType = 10;
-  m_Provider.Script("RM_GetBindingSupport", {{1}});
-  m_Port.nodes.push_back(Node(kTarget));
-  EXPECT_EQ(Read(), 2U) << "every accepted node counts, though LUNs of one target collapse";
-  EXPECT_EQ(m_Entry.GetTargetCount(), 1U);
-  EXPECT_EQ(m_Entry.GetTargetBindType(), 9U);
-}
-
 TEST_F(Targets, OtherKindsOfPorts) {
   m_Entry = MakePort(Info(kPort, RM_FEATURE_NIC));
   m_Entry.SetNothingRead();
@@ -162,34 +144,6 @@ TEST_F(Targets, ISCSIListIsAskedForAgainAndGrows) {
   EXPECT_EQ(m_Provider.Rooms(kISCSICall), (std::vector<std::uint32_t>{128, 128, 201}));
   EXPECT_EQ(m_Log.Count("iSCSI AddTarget " + std::string(511, 'n') + " - has sessions"), 1);
   EXPECT_EQ(m_Provider.lastRefresh, 0);
-}
-
-TEST_F(Targets, FailedISCSIReadsClear) {
-  m_Entry = MakePort(Info(kPort, RM_FEATURE_ISCSI));
-  const struct {
-    std::vector<Step> steps;
-    int calls;
-    const char* text;
-  } rows[] = {{{{64}}, 1, "get targets error 64"},
-              {{{1}, {1}}, 2, "get targets error 1"},
-              {{{7, 300}, {7, 400}}, 2, "get targets error 7"},
-              {{{7, 0xFFFFFFFF}}, 1, "failed to allocate target list"}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const _RM_ISCSI_TARGET old = ISCSITarget("iqn.old");
-    m_Entry.AddTarget(&old);
-    m_Entry.SetNothingRead();
-    m_Provider.Script(kISCSICall, row.steps);
-    EXPECT_EQ(Read(), 0U);
-    EXPECT_TRUE(m_Entry.AreTargetsRead());
-    EXPECT_EQ(m_Entry.GetTargetCount(), 0U);
-    EXPECT_EQ(m_Provider.Calls(kISCSICall), row.calls);
-    EXPECT_EQ(m_Log.Find(std::string("iSCSI AddTargetInfo: ") + row.text).mask, 1U);
-  }
-  m_Provider.Script(kISCSICall, {{1}});
-  m_Provider.OnCall(kISCSICall, [&] { m_Worker.Disable(); });
-  EXPECT_EQ(Read(), 0U);
-  EXPECT_EQ(m_Provider.Calls(kISCSICall), 1) << "a stopped worker asks no more";
 }
 
 }  // namespace

@@ -41,12 +41,6 @@ class VPorts : public testing::Test {
     listed.TakeVPorts(m_Entry);
     return listed.GetVPortList().FindEntry(Name(99).wwn) == nullptr;
   }
-  bool VFsAnswered() const {
-    CHbaEntry listed;
-    listed.AddVF(Name(99));
-    listed.TakeVFs(m_Entry);
-    return listed.GetVFCount() == 0;
-  }
   std::vector<unsigned int> TargetCounts() const {
     std::vector<unsigned int> counts;
     const CVPortList list = m_Entry.GetVPortList();
@@ -129,23 +123,6 @@ TEST_F(VPorts, AreNotAskedForByAStoppedWorkerNorOfAnISCSIPort) {
   m_Entry = MakePort(Info(kPort, RM_FEATURE_ISCSI));
   EXPECT_EQ(Read(), 0);
   EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
-}
-
-TEST_F(VPorts, FunctionsAreMarkedAsReadOnceThereIsAnAnswer) {
-  const struct {
-    std::uint32_t features;
-    Step step;
-    bool answered;
-  } rows[] = {{RM_FEATURE_NIC, {64}, false}, {RM_FEATURE_NIC, {253}, false}, {RM_FEATURE_NIC, {0}, true},
-              {RM_FEATURE_NIC, {303}, true}, {RM_FEATURE_ISCSI, {}, true},   {0, {}, true}};
-  for (const auto& row : rows) {
-    m_Entry = MakePort(Info(kPort, row.features));
-    m_Entry.SetNothingRead();
-    m_Provider.Script("RM_GetVirtualFunctionList", {row.step});
-    Read();
-    EXPECT_EQ(VFsAnswered(), row.answered) << &row - rows;
-    EXPECT_TRUE(VPortsAnswered()) << "a kind that has none needs no call";
-  }
 }
 
 TEST_F(VPorts, FunctionsOfANICAreCollected) {

@@ -194,15 +194,6 @@ TEST(HbaEntryMerge, KnownProxyIsNeverErased) {
   EXPECT_EQ(listed.GetProxyAddress()[0], 0xFE);
 }
 
-TEST(HbaEntryMerge, LostIpInfoKeepsItsBytes) {
-  CHbaEntry listed = PortWith(SetIpInfo);
-  const CHbaEntry newer = Port();
-  EXPECT_EQ(Merge(listed, newer), 1);
-  EXPECT_EQ(listed.GetProxyIpInfo(), nullptr);
-  EXPECT_EQ(Merge(listed, newer), 0);
-  EXPECT_FALSE(listed == &newer);  // the bytes are compared also when they are not valid
-}
-
 TEST(HbaEntryMerge, ProxyOnlyIsClearedButNeverSet) {
   const CHbaEntry proxyOnly = PortWith([](CHbaEntry& p) { p.SetProxyOnlyAccess(1); });
   CHbaEntry listed = proxyOnly;
@@ -232,15 +223,6 @@ TEST(HbaEntryMerge, NamesNeedAnISCSIPortAndBothNewNames) {
   EXPECT_EQ(merge(nullptr, "d3", "a3"), 0);
   EXPECT_EQ(merge("i2", nullptr, "a3"), 1);
   EXPECT_STREQ(listed.GetISCSINames()->GetAlias(), "a3");
-}
-
-TEST(HbaEntryMerge, TargetsBecomeOfTheListedPortsKind) {
-  CHbaEntry listed = PortWith([](CHbaEntry& p) { p.ClearTargets(); });
-  listed.SetSpecialFeatures(RM_FEATURE_ISCSI);
-  EXPECT_EQ(Merge(listed, Port()), 1);
-  EXPECT_TRUE(listed.GetTargetList().GetEntry(0).IsISCSITarget());
-  EXPECT_EQ(Merge(listed, Port()), 1);  // the kinds go on differing
-  EXPECT_EQ(listed.GetTargetCount(), 1U);
 }
 
 }  // namespace

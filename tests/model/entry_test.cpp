@@ -87,20 +87,6 @@ TEST(HbaEntry, CopyTakesEverythingAndIsIndependent) {
   EXPECT_STREQ(copy.GetISCSINames()->GetDefaultName(), "d");
 }
 
-TEST(HbaEntry, CopyTurnsTargetsIntoTheKindOfThePort) {
-  CHbaEntry port = PortWith({}, RM_FEATURE_ISCSI);
-  const CHbaEntry iscsi(port);
-  ASSERT_EQ(iscsi.GetTargetCount(), 1U);
-  const CTargetList list = iscsi.GetTargetList();
-  EXPECT_TRUE(list.GetEntry(0).IsISCSITarget());
-  EXPECT_EQ(list.GetEntry(0).GetTargetEntry()->nodeState, 0U);
-
-  port.SetSpecialFeatures(0);
-  CHbaEntry fc;
-  fc = port;
-  EXPECT_FALSE(fc.GetTargetList().GetEntry(0).IsISCSITarget());
-}
-
 TEST(HbaEntry, TakenListsAreSharedUntilOneSideChanges) {
   CHbaEntry worker = PortWith({});
   CHbaEntry listed(Name(1).wwn);

@@ -105,28 +105,4 @@ TEST_F(Hosts, BringTheirNameIntoTheLine) {
   EXPECT_EQ(Add("10.0.0.1"), -2);
 }
 
-TEST_F(Hosts, OfCimAreOnlyRemoved) {
-  CIMCredentials host{};
-  std::memset(host.hostAddress, '1', sizeof(host.hostAddress));  // no terminator
-  EXPECT_EQ(COOBHbaDiscover::AddCimHost(&host), -1);
-  EXPECT_EQ(m_Discoverer.RemoveCimHost(nullptr), 0);
-  EXPECT_EQ(m_Discoverer.RemoveCimHost(&host), 0);
-  m_Provider.Write("zylhbacimhosts.so", "10.0.0.1,5989,a\n10.0.0.2\n10.0.0.1\n");
-  m_Provider.Register("10.0.0.1", true);
-  host = CIMCredentials{};
-  std::strcpy(host.hostAddress, "10.0.0.1");
-  EXPECT_EQ(m_Discoverer.RemoveCimHost(&host), 1);
-  EXPECT_EQ(m_Provider.Read("zylhbacimhosts.so"), "10.0.0.2\n");
-  EXPECT_EQ(m_Provider.Registered().count("10.0.0.1"), 0U);
-
-  m_Discoverer.ProcessCimHostsFile();
-  m_Discoverer.ProcessCimHostsFile();
-  m_Provider.cimTable["10.0.0.2"].port = 1;
-  m_Discoverer.ProcessCimHostsFile();
-  EXPECT_EQ(m_Provider.cimTable["10.0.0.2"].port, 5988U);
-  for (const char* word : {"Adding", "Duplicate", "Updating"}) {
-    EXPECT_EQ(m_Provider.log.Count(std::string("OOB: ") + word + " Cim host 10.0.0.2 in RMAPI/CIMAPI List"), 1);
-  }
-}
-
 }  // namespace

@@ -14,7 +14,6 @@ using namespace std::chrono_literals;
 constexpr char kStart[] = "OOB DISCOVERY CYCLE - Starting discovery cycle";
 constexpr char kStopped[] = "Forced stop of OOB discovery cycle";
 constexpr char kHostCall[] = "RM_GetAllNodeAddr";
-constexpr char kResolveCall[] = "RM_RemoteOOBHostAddrV2";
 constexpr char kOtherHost[] = "10.0.0.2";
 constexpr char kOtherCall[] = "RM_GetAllNodeAddr of 10.0.0.2";
 
@@ -172,30 +171,6 @@ TEST_F(OobController, SilentHostsAreAskedBesideTheOthers) {
   m_Discoverer->Terminate();
   EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
   EXPECT_EQ(ListedCount(), 1U);
-}
-
-// Stopped before there are workers: no line of its end. A limited killer gives up and takes its request back;
-// the unlimited one of a shut-down stands.
-TEST_F(OobController, StoppedWhileTheHostsFileIsRead) {
-  Hold(kResolveCall);
-  Start();
-  ASSERT_TRUE(m_Gate.WaitForCalls(1));
-  const Stopwatch watch;
-  m_Discoverer->KillDiscoveryCycle(1);
-  EXPECT_GT(watch.Elapsed(), 5s);
-  EXPECT_TRUE(HasState(kOobInCycle));
-  EXPECT_FALSE(HasState(kOobStopRequested));
-  EXPECT_EQ(
-      m_Provider.log.Find("OOB Discovery terminating - giving up wait for current discovery cycle to end").mask,
-      kLogOob | kLogCycleBounds);
-  auto terminate = std::async(std::launch::async, [this] { m_Discoverer->Terminate(); });
-  ASSERT_TRUE(Eventually([this] { return HasState(kOobStopRequested); }));
-  m_Gate.Open();
-  terminate.get();
-  EXPECT_EQ(m_Discoverer->getOOBThreadState(), 0U);
-  EXPECT_EQ(m_Provider.log.Count(kStopped), 1);
-  EXPECT_EQ(m_Provider.log.Find("OOB DISCOVERY CYCLE DONE").mask, 0U);
-  EXPECT_EQ(m_Provider.scripted.Calls(kHostCall), 0);
 }
 
 }  // namespace

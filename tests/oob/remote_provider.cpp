@@ -82,7 +82,6 @@ int RM_GetAppInstallDirA(char* buffer, unsigned int size) {
 }
 
 void* RM_OpenGlobalLock(const char* name) {
-  if (!Remote().hasLocks) return nullptr;
   const int file = open((Remote().folder / name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   return reinterpret_cast<void*>(static_cast<std::intptr_t>(file));
 }

@@ -41,7 +41,6 @@ class RemoteProvider {
   RecordedLog log;
   std::filesystem::path folder;
   bool hasFolder = true;
-  bool hasLocks = true;
   Attributes serverAttributes{{257, Attribute::Text("server7")}};
   std::set<std::uint64_t> localPorts;
   std::map<std::string, CIMCredentials> cimTable;

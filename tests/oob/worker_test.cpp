@@ -144,25 +144,6 @@ TEST_F(OobWorker, AHostThatHangsIsGivenUp) {
   EXPECT_EQ(m_Log.Find("OOB: host 10.0.0.1 keeps discovery waiting").mask, kLogDetails);
 }
 
-// What a host may cost beside its answers does not depend on how many ports it lists; answers cost nothing.
-TEST_F(OobWorker, ABusyHostIsGivenUpASlowOneIsNot) {
-  std::vector<std::uint64_t> ports(20);
-  for (std::size_t i = 0; i < ports.size(); ++i) ports[i] = kPort + i;
-  m_Provider.SetPorts(kHost, ports);
-  LetRunIntoLimit("none");
-  m_Provider.scripted.OnCall(kAttributeCall, [] { std::this_thread::sleep_for(80ms); });
-  Visit();
-  EXPECT_EQ(m_Cycle->found.GetCount(), 20U);
-  EXPECT_EQ(Silent(), 0U);
-  m_Provider.scripted.OnCall(kAttributeCall, nullptr);
-  for (const char* call : {kAttributeCall, "RM_GetBindingSupport"}) {
-    Visit(call, std::vector<Step>(200, {RM_STATUS_BUSY}));
-    EXPECT_LE(Calls(call), 20) << call;
-    EXPECT_EQ(Silent(), 0U) << call;
-    m_Provider.scripted.Script(call, {});
-  }
-}
-
 // What good answers took is not held against the host when another port fails after them.
 TEST_F(OobWorker, FailuresBetweenSlowGoodAnswersGiveNoHostUp) {
   std::vector<std::uint64_t> ports(24);
@@ -241,20 +222,6 @@ TEST_F(OobWorker, HotAndTargetModePortsAreListedBare) {
   Visit();
   EXPECT_TRUE(Finds(kPort));
   EXPECT_EQ(Calls("RM_GetAllNodeInfo"), 0);
-}
-
-// The older attribute call knows no link status.
-TEST_F(OobWorker, LinkStatusIsAskedForOnlyWhenUnknown) {
-  constexpr char kLinkCall[] = "RM_GetPortAttributes";
-  Visit();
-  EXPECT_EQ(Calls(kLinkCall), 0);
-  m_Provider.scripted.Script(kAttributeCall, {{RM_STATUS_NOT_SUPPORTED}, {RM_STATUS_NOT_SUPPORTED}});
-  EXPECT_EQ(Visit(kLinkCall, {{RM_STATUS_LOCKED}, {RM_STATUS_BUSY}, {RM_STATUS_FAILED}}).GetLinkStatus(), 1U);
-  EXPECT_EQ(Calls(kLinkCall), 4);
-  EXPECT_EQ(Visit(kLinkCall, {{RM_STATUS_OVER_TEMPERATURE}}).GetLinkStatus(), kLinkOverTemperature)
-      << "and listed all the same";
-  CHbaEntry local(Name(kPort).wwn);
-  EXPECT_EQ(COOBHbaDiscover::GetPortLinkStatus(&local, nullptr), 0U);
 }
 
 TEST_F(OobWorker, IPv6HostsAreReachedByTheProvidersHandle) {

@@ -61,17 +61,5 @@ TEST(Events, HappenInTheOrderOfTheirTimes) {
   EXPECT_EQ(Nodes(kPort).count, 0u);
 }
 
-TEST(Events, BoardVanishesAndComesBack) {
-  const Scripted fabric(R"([{"after_ms": 0, "port": "1000000000000001", "present": false},
-                            {"after_ms": 2000, "port": "1000000000000001", "present": true}])");
-  EXPECT_THAT(Instances().records, testing::ElementsAre(1, 2, 3));
-  EXPECT_EQ(ReadBoard(0).status, RM_STATUS_NOT_FOUND);
-  EXPECT_EQ(Nodes(kPort).status, RM_STATUS_NOT_FOUND);
-  EXPECT_EQ(RM_IsLocalHBA(Name(kPort).wwn), 0);
-  EXPECT_EQ(RM_IsVarnixPort(Name(kPort).wwn), 0);
-  EXPECT_TRUE(Eventually([] { return Instances().count == 4; }));
-  EXPECT_EQ(Nodes(kPort).count, 6u);
-}
-
 }  // namespace
 }  // namespace providertest

@@ -104,31 +104,5 @@ TEST(Faults, HangStopsNobodyElse) {
   EXPECT_EQ(status, RM_STATUS_FAILED);
 }
 
-std::thread& HangingThread() {
-  static std::thread& thread = *new std::thread;
-  return thread;
-}
-
-// In a process of its own: what is joined at exit hangs in a call, and RM_ExitLib was called meanwhile.
-[[noreturn]] void ExitWhileACallHangs() {
-  std::atexit([] { HangingThread().join(); });
-  {
-    const Fabric fabric(TwoPorts(), {{"faults", {{{"call", "RM_VPList"}, {"hang", true}}}}});
-    std::atomic<bool> begun{false};
-    HangingThread() = std::thread([&begun] {
-      begun = true;
-      if (VirtualPorts(kPort).status != RM_STATUS_FAILED) std::_Exit(2);
-    });
-    while (!begun) std::this_thread::yield();
-    std::this_thread::sleep_for(milliseconds(50));
-  }
-  std::exit(0);
-}
-
-TEST(FaultsDeathTest, HangEndsWithTheProcess) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(ExitWhileACallHangs(), testing::ExitedWithCode(0), "");
-}
-
 }  // namespace
 }  // namespace providertest

@@ -133,29 +133,6 @@ TEST(Library, StartsAreCounted) {
   EXPECT_EQ(RM_IsVarnixPort(Name(kPort).wwn), 0);
 }
 
-TEST(Library, NullArgumentsAreRefused) {
-  const Fabric fabric(Boards{FcBoard()});
-  const HBA_NAME port = Name(kPort);
-  unsigned int number = 8;
-  char text[512];
-  local_hba_info board{};
-  EXPECT_EQ(RM_GetAllLocalHBAInstances(nullptr, nullptr), 1);
-  EXPECT_EQ(RM_GetAllLocalHBAInstances(&number, nullptr), 1);
-  EXPECT_EQ(RM_GetLocalHBAInfoV4(nullptr, nullptr), 1);
-  EXPECT_EQ(RM_GetLocalHBAInfoV4(&board, nullptr), 1);
-  EXPECT_EQ(RM_GetDiscoveryAttributes(nullptr, nullptr, text, &number), 1);
-  EXPECT_EQ(RM_GetDiscoveryAttributes(nullptr, port.wwn, nullptr, &number), 1);
-  EXPECT_EQ(RM_GetDiscoveryAttributes(nullptr, port.wwn, text, nullptr), 1);
-  EXPECT_EQ(RM_GetDriverType(nullptr, port.wwn, nullptr), 1);
-  EXPECT_EQ(RM_GetAllNodeInfo(nullptr, port.wwn, nullptr), 1);
-  EXPECT_EQ(RM_VPListTargets(nullptr, port.wwn, nullptr, nullptr), 1);
-  EXPECT_EQ(RM_GetAppInstallDirA(nullptr, 10), 1);
-  EXPECT_EQ(RM_GetSecureMgmtConfig(nullptr), 1);
-  EXPECT_EQ(RM_GetAdapterType(1, nullptr), 1);
-  EXPECT_EQ(RM_IsLocalHBA(nullptr), 0);
-  EXPECT_EQ(RM_IsVarnixPort(nullptr), 0);
-}
-
 // Calls that come while the library starts and stops answer the truth or a failure.
 TEST(Library, CallsBesideStartAndStop) {
   const Fabric fabric(Boards{FcBoard()});
@@ -177,25 +154,6 @@ TEST(Library, CallsBesideStartAndStop) {
   }
   done = true;
   for (std::thread& thread : threads) thread.join();
-}
-
-// After main has ended and the library's own objects, if it had any, are gone.
-[[noreturn]] void CallAfterExit() {
-  std::atexit([] {
-    RM_ExitLib();
-    const bool failed = Instances().status == RM_STATUS_FAILED && Nodes(kPort).status == RM_STATUS_FAILED;
-    std::intptr_t handle = 0;
-    const bool locked = RM_createSemaphore(0, "exit", &handle) != 0 && RM_acquireSemaphore(handle) != 0;
-    rm_printf("after exit");
-    std::_Exit(failed && locked ? 0 : 1);
-  });
-  const Fabric fabric(Boards{FcBoard()});
-  std::exit(Instances().count == 1 ? 3 : 4);
-}
-
-TEST(LibraryDeathTest, CallsAfterExit) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(CallAfterExit(), testing::ExitedWithCode(0), "");
 }
 
 class Log : public testing::Test {

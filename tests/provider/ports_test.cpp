@@ -119,43 +119,6 @@ TEST(Ports, AttributeBufferWithoutRoom) {
   EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kOtherPort, 65'536).status, RM_STATUS_BUFFER_TOO_SMALL);
 }
 
-// What is in a buffer that no call has filled, or that something has written over.
-TEST(Ports, AttributeBufferThatIsNone) {
-  const Fabric fabric(Boards{FullBoard("fc")});
-  int status = -1;
-  unsigned int type = 77;
-  EXPECT_EQ(RM_GetAttributeValue(nullptr, 513, &type, &status), nullptr);
-  EXPECT_EQ(status, RM_STATUS_NOT_FOUND);
-  AttributesRead read(RM_GetDiscoveryAttributes, kPort);
-  EXPECT_NE(RM_GetAttributeValue(read.buffer.data(), 513, nullptr, nullptr), nullptr);
-  for (std::size_t at = 0; at < read.size; ++at) {
-    AttributesRead garbled = read;
-    garbled.buffer[at] = 0xFF;
-    for (unsigned int id = 500; id < 600; ++id) garbled.StatusOf(id);
-    garbled.Text(516);
-  }
-  std::fill(read.buffer.begin(), read.buffer.end(), static_cast<unsigned char>(0));
-  EXPECT_EQ(read.StatusOf(513), RM_STATUS_NOT_FOUND);
-}
-
-TEST(Ports, LegacyAndOverheatedPorts) {
-  json legacy = FcBoard();
-  legacy["legacy_attributes"] = true;
-  json hot = FcBoard(kOtherPort);
-  hot["overheated"] = true;
-  const Fabric fabric(Boards{legacy, hot});
-  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, RM_STATUS_NOT_SUPPORTED);
-  const AttributesRead set(RM_GetHBAAttributes, kPort);
-  EXPECT_EQ(set.status, RM_STATUS_OK);
-  EXPECT_EQ(set.Text(513), "testhost");
-  EXPECT_EQ(set.StatusOf(774), RM_STATUS_NOT_FOUND);
-
-  const AttributesRead complete(RM_GetDiscoveryAttributes, kOtherPort);
-  EXPECT_EQ(complete.status, RM_STATUS_OVER_TEMPERATURE);
-  EXPECT_EQ(complete.Text(513), "testhost");
-  EXPECT_EQ(AttributesRead(RM_GetPortAttributes, kOtherPort).status, RM_STATUS_OVER_TEMPERATURE);
-}
-
 TEST(Ports, IscsiNamesAndTargets) {
   const std::string longName(511, 'n');
   const json board = {{"kind", "iscsi"},
@@ -222,25 +185,6 @@ TEST(Ports, ListsWithoutRoomSayWhatTheyNeed) {
   EXPECT_EQ(Instances(1).status, RM_STATUS_BUFFER_TOO_SMALL);
   EXPECT_EQ(Instances(1).count, 2u);
   EXPECT_EQ(Nodes(kOtherPort, 0).status, RM_STATUS_OK);  // nothing needs no room
-}
-
-TEST(Ports, WhatIsNotThereIsNotFound) {
-  const Fabric fabric(Boards{FcBoard()});
-  const std::string unknown = "1000000000000099";
-  EXPECT_EQ(ReadBoard(1).status, RM_STATUS_NOT_FOUND);
-  EXPECT_EQ(ReadBoard(0xFFFFFFFF).status, RM_STATUS_NOT_FOUND);
-  for (const AttributeCall call :
-       {RM_GetDiscoveryAttributes, RM_GetHBAAttributes, RM_GetPortAttributes, RM_GetServerAttributes}) {
-    EXPECT_EQ(AttributesRead(call, unknown).status, RM_STATUS_NOT_FOUND);
-  }
-  for (const int status : {Nodes(unknown).status, VirtualPorts(unknown).status, IscsiTargets(unknown).status,
-                           VirtualPortTargets(unknown, kPort).status, Functions(unknown).status}) {
-    EXPECT_EQ(status, RM_STATUS_NOT_FOUND);
-  }
-  unsigned int number = 77;
-  EXPECT_EQ(RM_GetDriverType(nullptr, Name(unknown).wwn, &number), RM_STATUS_NOT_FOUND);
-  EXPECT_EQ(RM_GetBindingSupport(nullptr, Name(unknown).wwn, 1, &number), RM_STATUS_NOT_FOUND);
-  EXPECT_EQ(number, 77u);
 }
 
 TEST(Ports, SingleNumbersAndQuestions) {

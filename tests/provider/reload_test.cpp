@@ -49,29 +49,5 @@ TEST_F(Reload, WrongContentIsLoggedOnceAndTheOldStays) {
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 3);  // each wrong state once
 }
 
-// Threads that ask while the file is replaced again and again see one content or another, never a mixture.
-TEST_F(Reload, RunsBesideOtherCalls) {
-  std::atomic<bool> done{false};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&done] {
-      while (!done) {
-        const auto nodes = Nodes(kPort, 64);
-        EXPECT_EQ(nodes.status, 0);
-        const unsigned int bus = nodes.records.empty() ? 0 : nodes.records[0].bus;
-        EXPECT_EQ(nodes.count, bus);
-        for (const RM_NodeInfoEntry& node : nodes.records) EXPECT_EQ(node.bus, bus);
-      }
-    });
-  }
-  for (int size = 1; size < 6; ++size) {
-    m_Fabric.Local()["boards"][0]["targets"] = {{{"wwpn", "5000000000000001"}, {"count", size}, {"bus", size}}};
-    m_Fabric.Rewrite();
-    EXPECT_TRUE(Eventually([&] { return Nodes(kPort).count == static_cast<unsigned int>(size); }));
-  }
-  done = true;
-  for (std::thread& thread : threads) thread.join();
-}
-
 }  // namespace
 }  // namespace providertest

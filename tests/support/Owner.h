@@ -12,21 +12,17 @@ class Owner final : public DiscoveryOwner {
   // They only report changes; a callback of another kind spoils the count.
   void DoCallBack(int changed, int forced, int intermediate) override {
     callbacks += changed == 1 && forced == 0 && intermediate == 0 ? 1 : 1000;
-    if (onCallBack) onCallBack();
   }
   unsigned int GetMaxSlowThreads() const override { return 15; }
-  bool IsFullDiscoveryOnly() const override { return fullOnly; }
+  bool IsFullDiscoveryOnly() const override { return false; }
   bool IsFirstCyclePending() const override { return firstPending; }
-  unsigned int GetIntermediateCBInterval() const override { return intermediateInterval; }
+  unsigned int GetIntermediateCBInterval() const override { return 8; }
   bool IsInCallBack() const override { return inCallBack; }
 
   std::shared_ptr<CHbaList> current = std::make_shared<CHbaList>(ListRank::kCurrent);
-  std::function<void()> onCallBack;
   std::atomic<int> callbacks{0};
-  std::atomic<bool> fullOnly{false};
   std::atomic<bool> firstPending{false};
   std::atomic<bool> inCallBack{false};
-  unsigned int intermediateInterval = 8;
 };
 
 #endif  // TESTS_SUPPORT_OWNER_H_

@@ -78,7 +78,7 @@ int GetAttributes(const char* call, const unsigned char* proxy, const unsigned c
   const int status = Provider().Status(call);
   if (status != RM_STATUS_OK && status != RM_STATUS_OVER_TEMPERATURE) return status;
   FillAttributes(Provider().PortOf(wwn).attributes, buffer);
-  *size = Provider().usedSize.value_or(sizeof(void*));
+  *size = sizeof(void*);
   return status;
 }
 
@@ -133,8 +133,7 @@ const void* RM_GetAttributeValue(const void* buffer, unsigned int id, unsigned i
   return found->second.withoutValue ? nullptr : found->second.bytes.data() + 1;
 }
 
-int RM_GetAdapterType(unsigned int modelId, char* text) {
-  Provider().lastModelId = modelId;
+int RM_GetAdapterType(unsigned int, char* text) {
   std::strcpy(text, "model by number");
   return RM_STATUS_OK;
 }

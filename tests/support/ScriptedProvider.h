@@ -61,7 +61,6 @@ class ScriptedProvider {
   std::map<std::uint64_t, ScriptedPort> ports;
   std::set<std::uint64_t> varnixPorts;
   bool isCimHost = false;
-  std::optional<unsigned int> usedSize;  // of an attribute buffer, when not the truth
 
   ScriptedBoard& AddBoard(const HBA_info_v4& info) {
     return boards.emplace_back(ScriptedBoard{100 + static_cast<unsigned int>(boards.size()), 1, info});
@@ -83,7 +82,6 @@ class ScriptedProvider {
   }
   std::atomic<std::uint64_t> lastProxy{0};
   std::atomic<int> lastRefresh{-1};
-  std::atomic<unsigned int> lastModelId{0};
 
   // ---- For the doubles ----
   std::optional<Step> Enter(const std::string& call, std::uint32_t room = 0);

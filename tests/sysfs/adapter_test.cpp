@@ -17,7 +17,6 @@ using provider::Wwn;
 
 namespace {
 
-constexpr std::uint64_t kHbaName = 0x2000025dfa000007;
 const std::string kHbaPci = "devices/pci0000:3a/0000:3a:02.0/0000:3b:00.1/";
 
 // An adapter that is an FC port in hardware: no network device, its SCSI host right under the PCI function.
@@ -55,56 +54,6 @@ Board ReadBoard(const Tree& tree, unsigned int instance) {
 template <std::size_t Size>
 std::string Text(const char (&field)[Size]) {
   return std::string(field, strnlen(field, Size));
-}
-
-// The record as the reader of attributes fills it, who keeps no field of an earlier record but the port name.
-Board FromAttributes(const Wwn& wwn, const Attributes& attributes) {
-  Board board;
-  HBA_info_v4& info = board.info;
-  const auto number = [&](unsigned int id) { return std::get<std::uint32_t>(attributes.at(id)); };
-  const auto copyText = [&](unsigned int id, char* field, std::size_t most) {
-    const std::string text = std::get<std::string>(attributes.at(id));
-    std::copy_n(text.begin(), std::min(text.size(), most), field);
-  };
-  const auto copyName = [&](unsigned int id, std::uint8_t* field) {
-    std::ranges::copy(std::get<Wwn>(attributes.at(id)), field);
-  };
-  const bool isFcoe = number(556) == 2;
-  std::ranges::copy(wwn, info.portWwn);
-  copyName(518, info.nodeWwn);
-  copyName(535, info.fabricName);
-  copyText(513, info.hostName, sizeof(info.hostName) - 1);
-  copyText(514, info.manufacturer, sizeof(info.manufacturer) - 1);
-  copyText(515, info.serialNumber, sizeof(info.serialNumber));
-  copyText(537, info.model, sizeof(info.model));
-  copyText(553, info.vpdPortNumber, sizeof(info.vpdPortNumber));
-  info.modelId = number(527) | (number(554) != 0 ? RM_MODEL_TARGET_MODE : 0);
-  info.functionNumber = static_cast<std::uint16_t>(number(560));
-  info.busNumber = static_cast<std::uint16_t>(number(555));
-  if (isFcoe) info.physicalPort = static_cast<std::uint16_t>(number(559));
-  if (isFcoe) info.specialFeatures = RM_FEATURE_FCOE | RM_FEATURE_CONVERGED;
-  if (number(527) == 0xFE05 || number(527) == 0xFED5) info.specialFeatures |= RM_FEATURE_MARDEL;
-  if (number(561) == 0x103C && (number(557) == 0x3391 || number(557) == 0x3392)) {
-    info.specialFeatures |= RM_FEATURE_SORTANE;
-  }
-  board.linkStatus = number(774) | (isFcoe ? number(802) << 8 : 0);
-  return board;
-}
-
-// The whole record, padding too.
-void ExpectRefreshChangesNothing(const Tree& tree, const std::string& hostName = "tester") {
-  const std::unique_ptr<Host> host = provider::MakeSysfsHost(tree.Root(), hostName);
-  const auto boards = host->BoardInstances();
-  ASSERT_FALSE(boards.records.empty());
-  for (const unsigned int instance : boards.records) {
-    const Board board = host->ReadBoard(instance).value;
-    const Wwn wwn = provider::WwnFromBytes(board.info.portWwn);
-    const provider::Answer<Attributes> attributes = host->DiscoveryAttributes(wwn);
-    ASSERT_EQ(attributes.status, RM_STATUS_OK);
-    const Board refreshed = FromAttributes(wwn, attributes.value);
-    EXPECT_EQ(std::memcmp(&refreshed.info, &board.info, sizeof(board.info)), 0) << "board " << instance;
-    EXPECT_EQ(refreshed.linkStatus, board.linkStatus) << "board " << instance;
-  }
 }
 
 }  // namespace
@@ -191,27 +140,6 @@ TEST(Adapter, FcoeOnAVlanFindsItsAdapter) {
 
   tree.Link(vlan + "lower_team0", "../fcoe.100");
   EXPECT_EQ(ReadBoard(tree, 5).info.busNumber, 0xFFFFu);
-}
-
-TEST(Adapter, RefreshByAttributesChangesNothing) {
-  for (const char* const name : {"pci-04-npiv-active", "pci-10-initiator-port-linkdown", "pci-13-sriov",
-                                 "veth-01-up", "veth-09-target-devloss"}) {
-    SCOPED_TRACE(name);
-    ExpectRefreshChangesNothing(Tree(name));
-  }
-  Hba hba;
-  ExpectRefreshChangesNothing(hba);
-  ExpectRefreshChangesNothing(hba, "a-host-name-that-is-longer-than-its-field");
-  hba.Set("device", "0xfe05\n");
-  hba.Set("subsystem_vendor", "0x103c\n");
-  hba.Set("subsystem_device", "0x3392\n");
-  hba.Set("host7/scsi_host/host7/active_mode", "Target\n");
-  hba.SetPort("model", std::string(300, 'm') + '\n');
-  hba.SetPort("manufacturer", std::string(300, 'f') + '\n');
-  ExpectRefreshChangesNothing(hba);
-  const HBA_info_v4 info = ReadBoard(hba, 7).info;
-  EXPECT_EQ(info.modelId, 0xFE05u | RM_MODEL_TARGET_MODE);
-  EXPECT_EQ(info.specialFeatures, std::uint32_t{RM_FEATURE_MARDEL} | RM_FEATURE_SORTANE);
 }
 
 }  // namespace sysfs_test

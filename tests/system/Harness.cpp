@@ -11,8 +11,6 @@ namespace systemtest {
 
 namespace {
 
-constexpr Milliseconds kPoll{10};
-
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path);
   std::ostringstream text;

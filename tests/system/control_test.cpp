@@ -154,26 +154,6 @@ TEST_F(ControlTest, NoCallWaitsForAHangingRefresh) {
   library.Terminate();
 }
 
-// The worker of a stopped discovery wakes up in the next one; its result must land nowhere.
-TEST_F(ControlTest, LateWorkerFilesNothingIntoTheNextDiscovery) {
-  m_Fabric.Board(0)["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 4}}};
-  m_Fabric.AddFault({{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"skip", 1}, {"times", 1}, {"hang", 4}});
-  m_Fabric.Write();
-  Library library(m_Fabric.Path());
-  CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
-  library.Start(kLong);
-  ASSERT_TRUE(AwaitHangingWorker());
-  library.Terminate();
-  m_Fabric.Board(0)["present"] = false;
-  m_Fabric.Board(1)["targets"] = {{{"wwpn", "5000000000000001"}, {"count", 1}}};
-  m_Fabric.Write();
-  library.Start(kLong);
-  ASSERT_THAT(callBacks.Await(1), ElementsAre(7));
-  // Both workers of the first discovery have gone by then.
-  EXPECT_TRUE(Eventually([&] { return m_Log.Count("exitting") == 2; }));
-  EXPECT_EQ(library.Ports().size(), 1u);
-}
-
 TEST_F(ControlTest, StartAgainAfterTerminate) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_FORCED);

@@ -164,18 +164,6 @@ TEST_F(CycleTest, OverheatedBoardStaysWhenItVanishes) {
   EXPECT_TRUE(m_Log.Has("In-Band Discovery: Keeping local adapter with above operating temperature"));
 }
 
-TEST_F(CycleTest, NoBoardsEmptyTheListAndComeBack) {
-  m_Fabric.AddFault({{"call", "RM_GetAllLocalHBAInstances"}, {"status", 5}, {"skip", 1}, {"times", 1}});
-  m_Fabric.Write();
-  Start();
-  ASSERT_TRUE(RunForcedCycle());
-  EXPECT_TRUE(m_Log.Has("Error 5 getting local board instances"));
-  EXPECT_TRUE(m_Library->Ports().empty());
-  ASSERT_TRUE(RunForcedCycle());
-  EXPECT_EQ(m_Library->Ports().size(), 3u);
-  EXPECT_THAT(m_CallBacks->Await(3), ElementsAre(7, 7, 7));
-}
-
 // One port's target read hangs: the others reach the application while the forced cycle still waits.
 TEST_F(CycleTest, IntermediateCallbackShowsPortsOfALongForcedCycle) {
   // The first read is the enumeration's own.

@@ -69,34 +69,6 @@ TEST_F(EnumerationTest, AnotherThreadMayFinishAWalkButNotDisturbOne) {
   }
 }
 
-TEST_F(EnumerationTest, WalkThatWasHandedOverAndCutOffOpensTheLock) {
-  Start();
-  hba_discovery_info record;
-  ASSERT_EQ(m_Library.GetFirstHba(&record), 3);
-  std::promise<void> stepped;
-  std::promise<void> cutOff;
-  std::jthread second([&] {
-    hba_discovery_info theirs;
-    EXPECT_EQ(m_Library.GetNextHba(&theirs), 1);
-    stepped.set_value();
-    cutOff.get_future().wait();
-    EXPECT_EQ(m_Library.GetNextHba(&theirs), 0);
-  });
-  stepped.get_future().wait();
-  EXPECT_EQ(m_Library.GetNextHba(&record), 1);
-  m_Library.Terminate();
-  cutOff.set_value();
-  second.join();
-  std::atomic<bool> free{false};
-  std::jthread third([&] {
-    hba_discovery_info theirs;
-    m_Library.GetFirstHba(&theirs);
-    free = true;
-  });
-  EXPECT_TRUE(Eventually([&] { return free.load(); }, Milliseconds(5000)));
-  m_Library.GetNextHba(&record);
-}
-
 TEST_F(EnumerationTest, QueriesSeeTheCursorsPortDuringAWalk) {
   Start();
   hba_discovery_info record;

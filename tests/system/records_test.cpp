@@ -184,13 +184,6 @@ TEST_F(RecordsTest, VirtualFunctions) {
   EXPECT_EQ(m_Library.GetVirtualFunctionAddrs(Name("00000000000000ff"), &record.header), 2);
 }
 
-TEST_F(RecordsTest, NoSystemsAreListed) {
-  char record[sizeof(system_discovery_info) + sizeof(hba_discovery_info)] = {};
-  auto* system = reinterpret_cast<system_discovery_info*>(record);
-  EXPECT_EQ(m_Library.GetFirstSystem(system), 0);
-  EXPECT_EQ(m_Library.GetNextSystem(system), 0);
-}
-
 // Management of local ports through this host's own agent, except for NIC and iSCSI ports.
 TEST_F(RecordsTest, SecureManagementPointsToTheLocalAgent) {
   m_Fabric.Local()["secure_management"] = true;

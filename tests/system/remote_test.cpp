@@ -178,26 +178,6 @@ TEST_F(RemoteTest, CimHostsComeFromTheirFile) {
   m_Library->Terminate();
 }
 
-TEST_F(RemoteTest, AgentKilledInMidCycle) {
-  m_Fabric.Remote(0)["delay_ms"] = 500;
-  m_Fabric.Write();
-  ListHosts(m_NearHost + "\n");
-  StartAgent();
-  Start(kLong, kLong);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has("OOB: GetRemotePortAttr returned 0"); }));
-  m_Agent->Kill();
-  EXPECT_THAT(m_CallBacks->Await(1), ElementsAre(6));
-  EXPECT_THAT(m_Library->Ports(), ElementsAre(Key(kLocal), Key(kNear))) << "it was read before";
-  EXPECT_EQ(m_Library->StartDiscoveryCycle(), 1);
-  EXPECT_EQ(m_CallBacks->Await(2).back(), 6U);
-  EXPECT_THAT(m_Library->Ports(), ElementsAre(Key(kLocal)));
-  EXPECT_TRUE(m_Log.Has("OOB: RM_GetAllNodeAddr returned error 302 for " + m_NearHost));
-  StartAgent();
-  EXPECT_EQ(m_Library->StartDiscoveryCycle(), 1);
-  EXPECT_EQ(m_CallBacks->Await(3).back(), 6U);
-  EXPECT_THAT(m_Library->Ports(), ElementsAre(Key(kLocal), Key(kNear)));
-}
-
 TEST_F(RemoteTest, StopDoesNotWaitForAHostThatHangs) {
   m_Fabric.Remote(0)["faults"] = {{{"call", "RM_GetAllNodeInfo"}, {"hang", true}}};
   m_Fabric.Write();

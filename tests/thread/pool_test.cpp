@@ -84,17 +84,6 @@ TEST_F(Pool, WorkersWaitUntilEnabledAndWorkAgainEachTime) {
   EXPECT_EQ(m_Job.use_count(), 1) << "joined workers have given their argument back";
 }
 
-TEST_F(Pool, DisableCutsAJobShortButOnlyTheWorkerSaysIdle) {
-  m_Job->deaf = true;
-  StartHeldJobs(2);
-  m_Pool->DisableThreads();
-  EXPECT_EQ(m_Pool->AllThreadsIdle(), 0);
-  m_Job->deaf = false;
-  ASSERT_TRUE(WaitForIdle());
-  EXPECT_EQ(m_Job->jobsDone, 0);
-  m_Job->hold = false;
-}
-
 TEST_F(Pool, StuckWorkersHoldNobodyUpAndKeepWhatTheyUse) {
   m_Job->deaf = true;
   StartHeldJobs(3);
@@ -118,18 +107,6 @@ TEST_F(Pool, StuckWorkersHoldNobodyUpAndKeepWhatTheyUse) {
   EXPECT_EQ(job->inJob, 3);
   job->hold = false;
   EXPECT_TRUE(Eventually([&] { return watch.expired(); }));
-}
-
-TEST_F(Pool, WorkerWithoutThreadIsNeverBusy) {
-  {
-    Adjust(0);  // the terminator has its thread
-    const NoNewThreads none;
-    Adjust(2);
-  }
-  EXPECT_EQ(m_Job.use_count(), 1) << "the argument went with the thread that never was";
-  m_Pool->EnableThreads();
-  EXPECT_EQ(m_Pool->AllThreadsIdle(), 1);
-  m_Pool->TerminateThreads();
 }
 
 }  // namespace

@@ -44,24 +44,6 @@ bool IsDropped(CThreadTerminator& terminator, const std::weak_ptr<StuckThread>& 
   });
 }
 
-TEST(Terminator, GrowsByTenAndUsesTheFirstFreeSlot) {
-  const auto terminator = CThreadTerminator::Start();
-  std::vector<std::weak_ptr<StuckThread>> threads;
-  for (int i = 0; i < 20; ++i) threads.push_back(HandOver(*terminator));
-  EXPECT_EQ(terminator->Capacity(), 20u);
-  threads.push_back(HandOver(*terminator));
-  EXPECT_EQ(terminator->Capacity(), 30u);
-
-  for (std::size_t i = 0; i < 10; ++i) LetOut(threads[i]);
-  for (std::size_t i = 0; i < 10; ++i) EXPECT_TRUE(IsDropped(*terminator, threads[i]));
-  for (int i = 0; i < 19; ++i) threads.push_back(HandOver(*terminator));
-  EXPECT_EQ(terminator->Capacity(), 30u) << "freed slots are used again";
-
-  for (const auto& thread : threads) LetOut(thread);
-  for (const auto& thread : threads) EXPECT_TRUE(IsDropped(*terminator, thread));
-  terminator->Terminate();
-}
-
 TEST(Terminator, AStuckThreadDelaysNoOther) {
   const auto terminator = CThreadTerminator::Start();
   const auto stuck = HandOver(*terminator);

@@ -98,22 +98,6 @@ TEST(Thread, RunsItsRoutineAndMayBeCreatedAgainOnlyAfterAJoin) {
   EXPECT_EQ(thread.WaitForTermination(0), 1) << "nothing to join";
 }
 
-TEST(Thread, CreateAndResumeTakeAStopBackButNotTheSignal) {
-  CZylThread thread;
-  thread.Create(ReturnAtOnce, nullptr, 0, 0);
-  thread.TerminateImmediate();
-  EXPECT_EQ(thread.Terminated(), 1);
-  thread.Resume();
-  EXPECT_EQ(thread.Terminated(), 0);
-  thread.Terminate();
-  thread.Resume();
-  EXPECT_EQ(thread.Terminated(), 1) << "there is no thread";
-  thread.Create(ReturnAtOnce, nullptr, 0, 0);
-  EXPECT_EQ(thread.Terminated(), 0);
-  EXPECT_EQ(thread.WaitForSignal(0), 0);
-  thread.WaitForTermination(0);
-}
-
 TEST(Thread, TerminateBySeveralThreadsStopsAndJoinsOnce) {
   CZylThread thread;
   thread.Terminate();
@@ -141,21 +125,6 @@ TEST(Thread, TerminateOnItselfReturns) {
       &thread, 0, 0);
   EXPECT_TRUE(Eventually([&] { return thread.Ended(); }));
   EXPECT_EQ(thread.Terminated(), 1);
-  EXPECT_NE(thread.Create(ReturnAtOnce, nullptr, 0, 0), 0u);
-  thread.Terminate();
-}
-
-TEST(Thread, CreationFailureIsPrintedAndLeavesNoHandle) {
-  CZylThread thread;
-  testing::internal::CaptureStdout();
-  {
-    const NoNewThreads none;
-    EXPECT_EQ(thread.Create(ReturnAtOnce, nullptr, 0, 0), 0u);
-  }
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "ERROR: CZylThread::Create: pthread_create\n");
-  EXPECT_TRUE(thread.Ended());
-  thread.Terminate();
-  EXPECT_EQ(thread.Terminated(), 0);
   EXPECT_NE(thread.Create(ReturnAtOnce, nullptr, 0, 0), 0u);
   thread.Terminate();
 }
