@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/support/Rows.h"
 #include "tests/support/SettingsFolder.h"
 
 namespace {
@@ -12,44 +13,27 @@ using namespace std::string_literals;
 
 class KeyValueFile : public SettingsFolder {};
 
+const std::string kLines = CONFIG_TESTS "/key_value_lines.txt";
+
+std::string WithPieces(std::string text) {
+  for (std::size_t at; (at = text.find("PIECE")) != std::string::npos;) text.replace(at, 5, 250, 'v');
+  return text;
+}
+
 TEST_F(KeyValueFile, LookUp) {
-  struct Row {
-    const char* what;
-    std::string text;
-    const char* key;
-    int status;
-    std::string value;
-  };
-  const std::string piece(250, 'v');
-  const Row rows[] = {
-      {"exact key", "A:1\nB:2\n", "B", 0, "2"},
-      {"a shorter key of the line answers", "Repo:/a\n", "RepositoryDir", 0, "/a"},
-      {"a longer key of the line does not", "RepositoryDir:/a\n", "Repo", 199, ""},
-      {"the first answer wins", "Repo:/a\nRepositoryDir:/b\n", "RepositoryDir", 0, "/a"},
-      {"an empty key answers for everything", ":x\nA:1\n", "A", 0, "x"},
-      {"the value keeps colons and blanks", "A: b:c \n", "A", 0, " b:c "},
-      {"blanks belong to the key", "A :1\n", "A", 199, ""},
-      {"an empty value is found", "A:\nA:2\n", "A", 0, ""},
-      {"a carriage return stays", "A:1\r\n", "A", 0, "1\r"},
-      {"no newline at the end", "A:1", "A", 0, "1"},
-      {"a line without colon says nothing", "A\n\n# A\nA:1\n", "A", 0, "1"},
-      {"no such key", "A:1\n", "B", 199, ""},
-      {"empty file", "", "A", 199, ""},
-      // 254 characters are one piece: "key:" and 250 more.
-      {"a piece's worth", "key:" + piece + "\n", "key", 0, piece},
-      {"a longer value is cut at the piece", "key:" + piece + "tail\n", "key", 0, piece},
-      {"the rest of a long line is a line", "key:" + piece + "B:2\n", "B", 0, "2"},
-      {"a value ends at its NUL", "A:1\0:2\n"s, "A", 0, "1"},
-      {"a NUL hides nothing behind it", "\0A:0\nB\0:0\n\0\nB:2\n"s, "B", 0, "2"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    Write(row.text);
+  const auto expect = [this](const std::string& text, const std::string& key, const std::string& expected) {
+    Write(text);
     std::array<char, 512> value;
     value.fill('#');
-    EXPECT_EQ(getKeyValue(Path(), row.key, value.data(), static_cast<int>(value.size())), row.status);
-    EXPECT_STREQ(value.data(), row.value.c_str());
+    const int status = getKeyValue(Path(), key.c_str(), value.data(), static_cast<int>(value.size()));
+    EXPECT_EQ(std::to_string(status) + ' ' + value.data(), expected) << text;
+  };
+  for (const auto& [input, expected] : Rows(kLines, "look up")) {
+    const std::size_t bar = input.rfind(" | ");
+    expect(WithPieces(input.substr(0, bar)), input.substr(bar + 3), WithPieces(expected));
   }
+  expect("A:1\0:2\n"s, "A", "0 1");                // a value ends at its NUL
+  expect("\0A:0\nB\0:0\n\0\nB:2\n"s, "B", "0 2");  // which hides nothing behind it
 }
 
 TEST_F(KeyValueFile, ValueIsCutToTheBufferAndFillsIt) {
@@ -75,28 +59,12 @@ TEST_F(KeyValueFile, SetAppendsWhateverIsThere) {
 }
 
 TEST_F(KeyValueFile, Replace) {
-  struct Row {
-    const char* what;
-    std::string before;
-    std::string after;
-  };
-  const std::string piece(250, 'v');
-  const Row rows[] = {
-      {"in place", "A:1\nKey:old\nB:2\n", "A:1\nKey:new\nB:2\n"},
-      {"every line", "Key:1\nA:1\nKey:2\n", "Key:new\nA:1\nKey:new\n"},
-      {"prefixes too, under the whole key", "K:1\nKeyLonger:2\n", "Key:new\nKeyLonger:2\n"},
-      {"appended", "A:1\n# note\n", "A:1\n# note\nKey:new\n"},
-      {"appended after an unfinished line", "A:1", "A:1\nKey:new\n"},
-      {"an unfinished line", "Key:1", "Key:new\n"},
-      {"empty file", "", "Key:new\n"},
-      {"first piece of a long line", "Key:" + piece + "tail\nA:1\n", "Key:new\ntail\nA:1\n"},
-      {"what NULs are in", "\0A:1\nKey:\0old\nB:\0\0"s, "\0A:1\nKey:new\nB:\0\0"s},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    Write(row.before);
+  auto rows = Rows(kLines, "replace");
+  rows.emplace_back("\0A:1\nKey:\0old\nB:\0\0"s, "\0A:1\nKey:new\nB:\0\0"s);
+  for (const auto& [before, after] : rows) {
+    Write(WithPieces(before));
     EXPECT_EQ(replaceKeyValue(Path(), "Key", "new"), 0);
-    EXPECT_EQ(Read(), row.after);
+    EXPECT_EQ(Read(), after);
     EXPECT_FALSE(exists(m_TemporaryPath));
   }
 }

@@ -9,7 +9,7 @@
 
 #include "include/hbadiscovery.h"
 #include "rmapi/rmapi.h"
-#include "tests/support/Testing.h"
+#include "tests/support/Rows.h"
 
 namespace {
 std::string gs_Logged;
@@ -30,6 +30,7 @@ namespace {
 using std::string;
 namespace fs = std::filesystem;
 
+const string kLines = CONFIG_TESTS "/key_value_lines.txt";
 const fs::path kPath = "/etc/varnix/quorbench/varnixRMConfig";
 const fs::path kDiscPath = "/etc/varnix/quorbench/varnixDiscConfig";
 
@@ -108,26 +109,19 @@ TEST_F(ManagementSettings, AnEmptyLineGivesTheDefault) {
 }
 
 TEST_F(ManagementSettings, Values) {
-  const struct {
-    const char* line;
-    Answer (*call)();
-    const char* result;
-  } rows[] = {
-      {"InstallDir: /a b:c/ ", Text<getInstallDirPath>, " /a b:c/ "},
-      {"Opt:/prefix\nOptDir:/full\n", Text<getOptDirPath>, "/prefix"},
-      {"ServerRemoteOperation:enabled\n", Mode<getServerOperatingMode>, "1"},
-      {"ServerRemoteOperation:Enabled\n", Mode<getServerOperatingMode>, "0"},
-      {"ManagementHost:no\n", Mode<getManagementHostMode>, "1"},
-      {"ManagementHost:false\r\n", Mode<getManagementHostMode>, "1"},
-      {"ExclusiveHostMgmnt:true\n", Mode<getExclusiveHostMgmnt>, "1"},
-      {"ExclusiveHostMgmnt:1\n", Mode<getExclusiveHostMgmnt>, "0"},
-      {"MngmtHostIpAddress:fe80::1\n", Text<getMgmntHostIpAddress>, "fe80::1"},
-      {"MngmtHostIpAddress:\n", Text<getMgmntHostIpAddress>, ""},
-  };
-  for (const auto& row : rows) {
-    Write(row.line);
-    EXPECT_EQ(row.call(), Answer(0, row.result)) << row.line;
-    EXPECT_EQ(Read(), row.line) << "read, not written";
+  for (const auto& [input, expected] : Rows(kLines, "management")) {
+    const string settings = input.substr(0, input.rfind(" | "));
+    const string key = input.substr(settings.size() + 3);
+    Write(settings);
+    const auto* getter =
+        std::find_if(std::begin(kGetters), std::end(kGetters), [&](const auto& g) { return g.key == key; });
+    ASSERT_NE(getter, std::end(kGetters)) << key;
+    EXPECT_EQ(getter->call(), Answer(0, expected)) << settings;
+    EXPECT_EQ(Read(), settings) << "read, not written";
+  }
+  for (const char* address : {"fe80::1", ""}) {
+    Write(string("MngmtHostIpAddress:") + address + "\n");
+    EXPECT_EQ(Text<getMgmntHostIpAddress>(), Answer(0, address));
   }
   std::array<char, 257> text{};
   text.fill('#');
@@ -194,62 +188,16 @@ TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
   EXPECT_EQ(getTcpPortNumber(&port), 178);
   Logged();
   fs::remove(kDiscPath);
+  auto rows = Rows(kLines, "port");
+  // A line is read in pieces of 255 characters, and the word counts where it is whole.
   const string word = "TcpSocketPortNumber";
-  const struct {
-    string settings;
-    int status, port;
-  } rows[] = {
-      {"DISCO_LOG_MODE:1\n", 199, 23333},
-      // A line is read in pieces of 255 characters, and the word counts where it is whole.
-      {string(255 - word.size(), 'x') + word + ":2000\n", 0, 23333},
-      {string(256 - word.size(), 'x') + word + ":2000\n", 199, 23333},
-      {"TcpSocketPortNumber:0x5000\n", 0, 20480},
-      {"TcpSocketPortNumber:02000", 0, 1024},
-      {"::# TcpSocketPortNumber:: 2000 or so:3000\n", 0, 2000},
-      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber:65535\n", 0, 65535},
-      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber:0\n", 0, 0},
-      {"TcpSocketPortNumber:\n", 0, 0},
-      {"TcpSocketPortNumber:", 0, 23333},
-      {"TcpSocketPortNumber:1023\n", 107, 23333},
-      {"TcpSocketPortNumber:2000\nTcpSocketPortNumber:65536\nTcpSocketPortNumber:3000\n", 107, 2000},
-      {"TcpSocketPortNumber:99999999999999999999\n", 107, 23333},
-  };
-  for (const auto& row : rows) {
-    Write(row.settings, kDiscPath);
-    EXPECT_EQ(getTcpPortNumber(&port), row.status) << row.settings;
-    EXPECT_EQ(port, row.port) << row.settings;
-    EXPECT_EQ(Logged() == "Port number must be greater than 1023 and less than 65536.\n", row.status == 107);
-  }
-}
-
-TEST_F(ManagementSettings, DiscoverySettingsAreReadAndWritten) {
-  const struct {
-    const char* value;
-    int number;
-  } numbers[] = {{"16", 16}, {"0x10", 16}, {"010", 8}, {"-3", -3}, {"abc", 0}, {"", 7}};
-  for (const auto& row : numbers) {
-    Write(string("Number:") + row.value + "\n", kDiscPath);
-    int number = 7;
-    EXPECT_EQ(getDiscConfigIntValue(&number, "Number"), 0) << row.value;
-    EXPECT_EQ(number, row.number) << row.value;
-  }
-
-  const struct {
-    const char* what;
-    const char* before;
-    const char* after;
-  } rows[] = {
-      {"in its place", "A:1\nKey:old\nB:2\n", "A:1\nKey:5\nB:2\n"},
-      {"a new key", "A:1\n", "A:1\nKey:5\n"},
-      {"without a value: behind it, unseen", "Key:\nA:1\n", "Key:\nA:1\nKey:5\n"},
-  };
-  for (const auto& row : rows) {
-    Write(row.before, kDiscPath);
-    EXPECT_EQ(setDiscConfigIntValue(5, "Key"), 0) << row.what;
-    EXPECT_EQ(Read(kDiscPath), row.after) << row.what;
-    Write(row.before, kDiscPath);
-    EXPECT_EQ(setDiscConfigStrValue("5", "Key"), 0) << row.what;
-    EXPECT_EQ(Read(kDiscPath), row.after) << row.what;
+  rows.emplace_back(string(255 - word.size(), 'x') + word + ":2000\n", "0 23333");
+  rows.emplace_back(string(256 - word.size(), 'x') + word + ":2000\n", "199 23333");
+  for (const auto& [settings, expected] : rows) {
+    Write(settings, kDiscPath);
+    const int status = getTcpPortNumber(&port);
+    EXPECT_EQ(std::to_string(status) + ' ' + std::to_string(port), expected) << settings;
+    EXPECT_EQ(Logged() == "Port number must be greater than 1023 and less than 65536.\n", status == 107);
   }
 }
 

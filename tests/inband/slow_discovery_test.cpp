@@ -5,6 +5,7 @@
 
 #include "tests/support/Owner.h"
 #include "tests/support/RecordedLog.h"
+#include "tests/support/Rows.h"
 #include "tests/support/ScriptedProvider.h"
 #include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
@@ -72,34 +73,17 @@ class SlowDiscovery : public testing::Test {
 };
 
 TEST_F(SlowDiscovery, IntervalFollowsSettingsAndMainInterval) {
-  const std::string longLine(300, 'x');
-  const struct {
-    const char* settings;
-    unsigned int interval;    // as read
-    unsigned int mainChange;  // a new in-band interval
-    unsigned int changed;     // what it makes of it
-  } rows[] = {
-      {"", 240, 90, 225},
-      {"", 240, 10, 60},
-      {"DISCO_SLOW_INTERVAL:300\n", 300, 10, 300},
-      {"DISCO_SLOW_INTERVAL: 10 seconds\n", 10, 5, 12},  // undercuts the 60 that hold without a minimum
-      {"DISCO_SLOW_INTERVAL:10", 10, 3, 10},             // no final newline
-      {"DISCO:7\nDISCO_SLOW_INTERVAL:8\n", 7, 10, 25},   // a shorter key answers too, the first line wins
-      {":7\n", 7, 10, 25},
-      {"nothing\nDISCO_SLOW_INTERVALL:7\ndisco:7\n", 240, 10, 60},
-      {"DISCO_SLOW_INTERVAL\n", 240, 10, 60},
-      {"DISCO_SLOW_INTERVAL:ten\n", 0, 10, 25},
-      {"DISCO_SLOW_INTERVAL:-1\n", 0xFFFFFFFF, 10, 60},  // reads as no minimum
-      {"DISCO_SLOW_INTERVAL:0\n", 0, 0, 5},
-      {"DISCO_SLOW_INTERVAL:99999999999999999999\n", 0xFFFFFFFF, 90, 225},
-      {longLine.c_str(), 240, 90, 225},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.settings);
-    Make(row.settings);
-    EXPECT_EQ(m_Slow->GetInterval(), row.interval);
-    m_Slow->ChangeDiscoveryInterval(row.mainChange);
-    EXPECT_EQ(m_Slow->GetInterval(), row.changed);
+  auto rows = Rows(INBAND_TESTS "/slow_settings.txt", "intervals");
+  rows.emplace_back(std::string(300, 'x'), "240 90 225");
+  for (const auto& [settings, expected] : rows) {
+    unsigned int interval = 0;
+    unsigned int mainChange = 0;
+    unsigned int changed = 0;
+    std::istringstream(expected) >> interval >> mainChange >> changed;
+    Make(settings);
+    EXPECT_EQ(m_Slow->GetInterval(), interval) << settings;
+    m_Slow->ChangeDiscoveryInterval(mainChange);
+    EXPECT_EQ(m_Slow->GetInterval(), changed) << settings;
   }
 }
 

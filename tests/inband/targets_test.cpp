@@ -135,15 +135,4 @@ TEST_F(Targets, OtherKindsOfPorts) {
   EXPECT_EQ(m_Log.Find("iSCSI AddTargetInfo (refresh targets=true)").mask, 2U);
 }
 
-TEST_F(Targets, ISCSIListIsAskedForAgainAndGrows) {
-  m_Entry = MakePort(Info(kPort, RM_FEATURE_ISCSI));
-  for (int i = 0; i < 200; ++i) m_Port.iscsiTargets.push_back(ISCSITarget("iqn." + std::to_string(i)));
-  m_Port.iscsiTargets.push_back(ISCSITarget(std::string(511, 'n'), 0x40));
-  m_Provider.Script(kISCSICall, {{1, 0}});
-  EXPECT_EQ(iSCSI_AddTargetInfo(&m_Entry, nullptr, 0), 201U);
-  EXPECT_EQ(m_Provider.Rooms(kISCSICall), (std::vector<std::uint32_t>{128, 128, 201}));
-  EXPECT_EQ(m_Log.Count("iSCSI AddTarget " + std::string(511, 'n') + " - has sessions"), 1);
-  EXPECT_EQ(m_Provider.lastRefresh, 0);
-}
-
 }  // namespace

@@ -97,24 +97,4 @@ TEST(HbaEntry, TakenListsAreSharedUntilOneSideChanges) {
   EXPECT_EQ(listed.GetTargetCount(), 1U);
 }
 
-TEST(HbaEntry, VPortTargetsFollowTheCountContract) {
-  const CHbaEntry port = PortWith({VPort(10, 0), VPort(20, 3)});
-  RM_NodeInfoEntry records[4] = {};
-  const auto get = [&](std::uint64_t vport, RM_NodeInfoEntry* room, unsigned int& count) {
-    return port.GetVPortTargets(Name(vport), room, &count);
-  };
-  unsigned int count = 0;
-  EXPECT_EQ(get(20, nullptr, count), 3U);
-  EXPECT_EQ(count, 0U);
-  EXPECT_EQ(get(20, records, count = 2), 1U);
-  EXPECT_EQ(count, 2U);
-  EXPECT_EQ(WwpnKey(records[1].portWwn), 1U);
-  EXPECT_EQ(WwpnKey(records[2].portWwn), 0U);
-  EXPECT_EQ(get(20, records, count = 4), 0U);
-  EXPECT_EQ(count, 3U);
-  EXPECT_EQ(port.GetVPortTargets(Name(20), records, nullptr), 0U);
-  EXPECT_EQ(get(30, records, count), 0U);
-  EXPECT_EQ(count, 0U);
-}
-
 }  // namespace

@@ -131,24 +131,6 @@ TEST(TargetList, CursorStaysAtTheLookupResult) {
   }
 }
 
-TEST(TargetList, EqualityPairsByKeyAndMovesNoCursor) {
-  CTargetList one = FCList({1, 2, 3});
-  one.GetFirstEntry();
-  CTargetList two = FCList({3, 1, 2});
-  two.GetFirstEntry();
-  EXPECT_TRUE(one == &two);
-  EXPECT_EQ(NumberOf(one.GetNextEntry()), 2U);
-  EXPECT_EQ(NumberOf(two.GetNextEntry()), 2U);
-  for (const CTargetList& other : {FCList({1, 2}), FCList({1, 2, 4}), FCList({})}) EXPECT_FALSE(one == &other);
-  EXPECT_FALSE(one == nullptr);
-
-  CTargetList firstName;
-  CTargetList secondName;
-  Add(firstName, ISCSITarget("a"));
-  Add(secondName, ISCSITarget("b"));
-  EXPECT_FALSE(firstName == &secondName);  // equal entries of different names are no pair
-}
-
 TEST(TargetList, CopiesAreIndependent) {
   CTargetList original = FCList({1, 3, 5, 4});
   CTargetList copy = original;

@@ -88,21 +88,5 @@ TEST_F(BusyTest, PortKeepsWhatAFullCycleCannotRead) {
   ExpectEverything();
 }
 
-TEST_F(BusyTest, PortKeepsWhatALongForcedCycleHasNotReadYet) {
-  Start({{{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"hang", true}, {"skip", kBeforeForcedRead}}});
-  ASSERT_EQ(m_Library->StartDiscoveryCycle(), 1);
-  ASSERT_TRUE(Eventually([&] { return m_Log.Has("checking to do int. callback"); }));
-  ExpectEverything();
-  m_Library->KillDiscoveryCycle();
-  ExpectEverything();
-  EXPECT_THAT(m_CallBacks->Reasons(), ElementsAre(7)) << "there was nothing to show";
-
-  m_Fabric.Local().erase("faults");
-  m_Fabric.Board(0)["targets"][0]["count"] = 4;
-  ASSERT_TRUE(m_Fabric.Replace(*m_Library));
-  ASSERT_TRUE(RunPeriodicCycle());
-  ExpectEverything(4);
-}
-
 }  // namespace
 }  // namespace systemtest
