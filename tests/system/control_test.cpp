@@ -88,10 +88,10 @@ TEST_F(ControlTest, KilledCycleTellsNobodyAndMergesNothing) {
   EXPECT_TRUE(Eventually([&] { return m_Log.Has(kDone); }));
   EXPECT_TRUE(library.Ports().empty());
   EXPECT_TRUE(callBacks.Reasons().empty());
-  // The kill is over. The next cycle has workers of its own, which wait for the target lock that the hanging
-  // one holds; the ports come with the intermediate callback.
+  // The kill is over. The next cycle has workers of its own, which wait for the hanging read for some seconds;
+  // the ports come with the intermediate callback, or with the last one on a machine that is busy meanwhile.
   EXPECT_EQ(library.StartDiscoveryCycle(), 1);
-  EXPECT_THAT(callBacks.Await(1), ElementsAre(20));
+  EXPECT_EQ(callBacks.Await(1).size(), 1u);
   EXPECT_EQ(library.Ports().size(), 2u);
 }
 

@@ -103,14 +103,14 @@ TEST(RepetitionTest, StartAndStopAtAnyMoment) {
   Fabric fabric(ThreeKinds());
   Library library(fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
-  for (int round = 0; round < 30; ++round) {
+  for (int round = 0; round < 20; ++round) {
     library.Start(3600);
     // At another stage of the first cycle each time.
     std::this_thread::sleep_for(Milliseconds(round));
     library.Terminate();
   }
-  EXPECT_EQ(log.Count("Discovery startup"), 30u);
-  EXPECT_EQ(log.Count("Discovery terminated"), 30u);
+  EXPECT_EQ(log.Count("Discovery startup"), 20u);
+  EXPECT_EQ(log.Count("Discovery terminated"), 20u);
   const std::size_t before = callBacks.Reasons().size();
   library.Start(3600);
   EXPECT_GT(callBacks.Await(before + 1).size(), before);
