@@ -1,8 +1,7 @@
 #include "tests/system/Agent.h"
 
-#include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,23 +12,6 @@
 
 namespace systemtest {
 
-namespace {
-
-constexpr unsigned short kPort = 23333;
-
-bool Answers(const std::string& address) {
-  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in peer{};
-  peer.sin_family = AF_INET;
-  peer.sin_port = htons(kPort);
-  inet_pton(AF_INET, address.c_str(), &peer.sin_addr);
-  const bool connected = connect(descriptor, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
-  close(descriptor);
-  return connected;
-}
-
-}  // namespace
-
 std::string LoopbackAddress(unsigned int number) {
   const auto process = static_cast<unsigned int>(getpid());
   return "127." + std::to_string(64 + (process >> 8) % 128) + '.' + std::to_string(process % 256) + '.' +
@@ -37,15 +19,25 @@ std::string LoopbackAddress(unsigned int number) {
 }
 
 Agent::Agent(const std::string& fabric, const std::string& address) {
+  int says[2];
+  if (pipe2(says, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   m_Process = fork();
   if (m_Process == 0) {
+    dup2(says[1], STDERR_FILENO);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // In a user's own namespace there is nobody else to become.
     execl(HBADISC_AGENT, HBADISC_AGENT, "--user", "root", "--fabric", fabric.c_str(), nullptr);
     _exit(127);
   }
-  const auto up = [&] { return waitpid(m_Process, nullptr, WNOHANG) != 0 || Answers(address); };
-  if (!Eventually(up) || !Answers(address)) throw std::runtime_error("the agent does not answer");
+  close(says[1]);
+  // Its first line says where it listens.
+  char line[256];
+  const ssize_t length = read(says[0], line, sizeof line);
+  close(says[0]);
+  if (length <= 0 ||
+      std::string_view(line, static_cast<std::size_t>(length)).find(address) == std::string_view::npos) {
+    throw std::runtime_error("the agent does not listen");
+  }
 }
 
 void Agent::Kill() {
