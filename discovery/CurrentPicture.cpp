@@ -51,7 +51,7 @@ void CurrentPicture::Close() {
 }
 
 std::shared_ptr<CHbaList> CurrentPicture::Gather(bool full) {
-  const std::shared_ptr<CHbaList> fresh = full ? std::make_shared<CHbaList>(ListRank::kGathered) : nullptr;
+  std::shared_ptr<CHbaList> fresh = full ? std::make_shared<CHbaList>(ListRank::kGathered) : nullptr;
   FreeHbaList(m_Gathered);
   m_Gathered.Set(fresh);
   return fresh;

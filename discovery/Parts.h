@@ -29,6 +29,9 @@ struct DiscoverySettings {
 struct Parts final : public DiscoveryOwner {
   Parts(CZylThread& mainInBand, const DiscoverySettings& read)
       : settings(read), mainThread(mainInBand), state(mainInBand), gate(state), picture(remote) {}
+  virtual ~Parts() = default;
+  Parts(const Parts&) = delete;
+  Parts& operator=(const Parts&) = delete;
 
   std::shared_ptr<CHbaList> GetCurrentList() const override { return picture.GetCurrentList(); }
   void DoCallBack(int changed, int forced, int intermediate) override {

@@ -118,16 +118,6 @@ TEST(RoundTrip, ValuesAtTheirEnds) {
   ASSERT_EQ(there->IscsiTargets(Port(providertest::kOtherPort), false).records.size(), 1u);
 }
 
-// Nobody is told of more records than have come.
-TEST(RoundTrip, ClaimedCounts) {
-  const json faults = {{{"call", "RM_GetAllNodeInfo"}, {"claim_count", 99}, {"times", 1}},
-                       {{"call", "RM_GetAllNodeInfo"}, {"claim_count", 99}, {"status", 191}}};
-  const Agent agent(Hosts{RemoteHost("127.0.1.1", {{"faults", faults}})});
-  const auto there = agent.Remote("127.0.1.1");
-  EXPECT_EQ(there->Nodes(Port()).claimedCount, std::nullopt);
-  EXPECT_EQ(there->Nodes(Port()).claimedCount, 99u);
-}
-
 TEST(Paths, RoundTripAndNothingElse) {
   for (int i = 0; i <= static_cast<int>(provider::WireQuestion::kVirtualFunctions); ++i) {
     provider::WireQuery query;

@@ -152,4 +152,15 @@ TEST_F(Lite, AHangingISCSIReadIsNotWaitedForOnceItIsStopped) {
   gate.Open();
 }
 
+// A port of another host that the slow list has is left to slow discovery, and kept there.
+TEST_F(Lite, PortsOfTheSlowListAreMarkedAndNotVisited) {
+  AddBoard(0);
+  ASSERT_EQ(LiteCycle(3), 0);
+  CHbaList slow(ListRank::kGathered);
+  for (CHbaList* list : {&slow, m_Ports.GetDiscoPortsList().get()}) Add(*list, MakePort(Info(kPort + 2), 0));
+  m_Ports.ProcessLiteDiscovery(&slow);
+  EXPECT_EQ(ToVisit(), List{kPort});
+  EXPECT_EQ(Listed(slow, kPort + 2).GetDiscoveryMark(), 3U);
+}
+
 }  // namespace

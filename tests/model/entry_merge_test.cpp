@@ -203,6 +203,13 @@ TEST(HbaEntryMerge, ProxyOnlyIsClearedButNeverSet) {
   EXPECT_EQ(listed.ProxyOnly(), 0);
 }
 
+TEST(HbaEntryMerge, TargetsBecomeOfTheListedPortsKind) {
+  CHbaEntry listed = PortWith([](CHbaEntry& p) { p.ClearTargets(); });
+  listed.SetSpecialFeatures(RM_FEATURE_ISCSI);
+  EXPECT_EQ(Merge(listed, Port()), 1);
+  EXPECT_TRUE(listed.GetTargetList().GetEntry(0).IsISCSITarget());
+}
+
 TEST(HbaEntryMerge, NamesNeedAnISCSIPortAndBothNewNames) {
   CHbaEntry listed = MakePort(Info(1));
   listed.GetISCSINames()->SetNames("i", "own", nullptr);

@@ -4,6 +4,7 @@
 #include "oob/OobHbaDiscover.h"
 #include "tests/oob/remote_provider.h"
 #include "tests/support/Owner.h"
+#include "tests/support/Rows.h"
 #include "tests/support/Testing.h"
 #include "tests/support/Waiting.h"
 
@@ -70,6 +71,16 @@ class OobController : public testing::Test {
   Gate m_Gate;
   std::shared_ptr<COOBHbaDiscover> m_Discoverer;
 };
+
+TEST_F(OobController, ThePortComesFromTheSettings) {
+  Make();
+  for (const auto& [settings, port] : Rows(OOB_TESTS "/host_lines.txt", "settings")) {
+    m_Provider.Write("settings", settings);
+    m_Discoverer->Startup(0xFFFFFFFF);
+    EXPECT_EQ(std::to_string(m_Discoverer->GetIpPortNumber()), port) << settings;
+  }
+  EXPECT_EQ(m_Provider.log.Find("OOB discovery not started (illegal port number 0").mask, kLogStartStop);
+}
 
 // No host: nothing is merged, but what only remote hosts knew goes.
 TEST_F(OobController, RemovalPass) {

@@ -34,25 +34,6 @@ TEST(Faults, StatusForTheNextCallsOfOnePort) {
   EXPECT_EQ(VirtualPorts(kPort).status, 0);
 }
 
-TEST(Faults, EveryCallThatAnswersAStatus) {
-  json boards = TwoPorts();
-  boards[0]["virtual_ports"] = {{{"wwpn", "1100000000000001"}, {"count", 2}}};
-  const Fabric fabric(
-      boards,
-      {{"faults",
-        {{{"call", "RM_VPListTargets"}, {"virtual_port", "1100000000000002"}, {"status", 5}, {"times", 1}},
-         {{"call", "*"}, {"port", kPort}, {"skip", 1}, {"status", 302}}}}});
-  // The first call is left over by both faults, the second is that of one virtual port alone.
-  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000001").status, 0);
-  EXPECT_EQ(VirtualPortTargets(kPort, "1100000000000002").status, 5);
-  EXPECT_EQ(ReadBoard(0).status, 302);
-  EXPECT_EQ(ReadBoard(1).status, 0);
-  EXPECT_EQ(AttributesRead(RM_GetDiscoveryAttributes, kPort).status, 302);
-  EXPECT_EQ(Functions(kPort).status, 302);
-  EXPECT_EQ(Instances().status, 0);  // of no port
-  EXPECT_NE(RM_IsLocalHBA(Name(kPort).wwn), 0);
-}
-
 TEST(Faults, ClaimedCounts) {
   const struct {
     json fault;

@@ -15,7 +15,7 @@ constexpr char kNic[] = "1000000000000002";
 constexpr char kIscsi[] = "1000000000000003";
 constexpr char kDone[] = "** DISCOVERY CYCLE DONE";
 
-class BusyTest : public testing::Test {
+class BusyPorts : public testing::Test {
  protected:
   // Starts discovery with this trouble, of which the first cycle sees nothing, and waits for that cycle.
   void Start(const std::vector<json>& faults) {
@@ -66,7 +66,7 @@ class BusyTest : public testing::Test {
 // fourth.
 constexpr int kBeforeForcedRead = 3;
 
-TEST_F(BusyTest, PortKeepsWhatAFullCycleCannotRead) {
+TEST_F(BusyPorts, PortKeepsWhatAFullCycleCannotRead) {
   Start({{{"call", "RM_GetAllNodeInfo"},
           {"port", kFc},
           {"status", 64},

@@ -17,7 +17,7 @@ constexpr unsigned int kLong = 3600;
 constexpr char kFc[] = "1000000000000001";
 constexpr char kDone[] = "** DISCOVERY CYCLE DONE";
 
-class ControlTest : public testing::Test {
+class Control : public testing::Test {
  protected:
   // A worker that never comes back from its first target read; the enumeration's own read passes.
   void LetAWorkerHang() {
@@ -34,7 +34,7 @@ class ControlTest : public testing::Test {
   Fabric m_Fabric{{FcBoard(kFc), FcBoard("1000000000000002")}};
 };
 
-TEST_F(ControlTest, ForcedCycleIsStartedOnce) {
+TEST_F(Control, ForcedCycleIsStartedOnce) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
   library.Start(kLong);
@@ -45,7 +45,7 @@ TEST_F(ControlTest, ForcedCycleIsStartedOnce) {
   EXPECT_THAT(callBacks.Await(2), ElementsAre(7, 3));
 }
 
-TEST_F(ControlTest, IdleControllerBearsEveryCall) {
+TEST_F(Control, IdleControllerBearsEveryCall) {
   Library library(m_Fabric.Path());
   library.KillDiscoveryCycle();
   library.PauseDiscovery();
@@ -58,7 +58,7 @@ TEST_F(ControlTest, IdleControllerBearsEveryCall) {
   EXPECT_FALSE(m_Log.Has("Terminating discovery"));
 }
 
-TEST_F(ControlTest, IntervalsFromOneToFourSeconds) {
+TEST_F(Control, IntervalsFromOneToFourSeconds) {
   Library library(m_Fabric.Path());
   library.Start(4);
   EXPECT_TRUE(m_Log.Has("In-band interval = 90 seconds\n"));
@@ -69,14 +69,14 @@ TEST_F(ControlTest, IntervalsFromOneToFourSeconds) {
   library.Terminate();
 }
 
-TEST_F(ControlTest, IntervalStartsCyclesByItself) {
+TEST_F(Control, IntervalStartsCyclesByItself) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
   library.Start(5);
   EXPECT_THAT(callBacks.Await(3), ElementsAre(7, 1, 1));
 }
 
-TEST_F(ControlTest, KilledCycleTellsNobodyAndMergesNothing) {
+TEST_F(Control, KilledCycleTellsNobodyAndMergesNothing) {
   LetAWorkerHang();
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
@@ -95,7 +95,7 @@ TEST_F(ControlTest, KilledCycleTellsNobodyAndMergesNothing) {
   EXPECT_EQ(library.Ports().size(), 2u);
 }
 
-TEST_F(ControlTest, PauseEndsCyclesUntilOneIsForced) {
+TEST_F(Control, PauseEndsCyclesUntilOneIsForced) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
   library.Start(5);
@@ -116,7 +116,7 @@ TEST_F(ControlTest, PauseEndsCyclesUntilOneIsForced) {
   EXPECT_TRUE(m_Log.Has("Discovery terminated"));
 }
 
-TEST_F(ControlTest, TerminateDoesNotWaitForAHangingWorker) {
+TEST_F(Control, TerminateDoesNotWaitForAHangingWorker) {
   LetAWorkerHang();
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
@@ -130,7 +130,7 @@ TEST_F(ControlTest, TerminateDoesNotWaitForAHangingWorker) {
   EXPECT_TRUE(library.Ports().empty());
 }
 
-TEST_F(ControlTest, NoCallWaitsForAHangingRefresh) {
+TEST_F(Control, NoCallWaitsForAHangingRefresh) {
   m_Fabric.AddFault({{"call", "RM_GetDiscoveryAttributes"}, {"port", kFc}, {"hang", true}});
   m_Fabric.Write();
   Library library(m_Fabric.Path());
@@ -154,7 +154,7 @@ TEST_F(ControlTest, NoCallWaitsForAHangingRefresh) {
   library.Terminate();
 }
 
-TEST_F(ControlTest, StartAgainAfterTerminate) {
+TEST_F(Control, StartAgainAfterTerminate) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_FORCED);
   for (std::size_t round = 1; round <= 2; ++round) {
@@ -168,7 +168,7 @@ TEST_F(ControlTest, StartAgainAfterTerminate) {
   EXPECT_EQ(m_Log.Count("Discovery startup"), 2u);
 }
 
-TEST_F(ControlTest, EveryCallMayBeMadeInsideTheCallback) {
+TEST_F(Control, EveryCallMayBeMadeInsideTheCallback) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
   std::atomic<int> forced{-1};
@@ -198,7 +198,7 @@ TEST_F(ControlTest, EveryCallMayBeMadeInsideTheCallback) {
 }
 
 // A callback waits for a walk; the walker stops discovery, which waits for the callback.
-TEST_F(ControlTest, WalkerMayTerminateWhileACallbackWantsToWalk) {
+TEST_F(Control, WalkerMayTerminateWhileACallbackWantsToWalk) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
   library.Start(kLong);
@@ -218,7 +218,7 @@ TEST_F(ControlTest, WalkerMayTerminateWhileACallbackWantsToWalk) {
   EXPECT_EQ(callBacks.Reasons().size(), 2u);
 }
 
-TEST_F(ControlTest, ManyThreadsControlAtOnce) {
+TEST_F(Control, ManyThreadsControlAtOnce) {
   Library library(m_Fabric.Path());
   CallBacks callBacks(library, HBADISC_EVENT_EVERY_CYCLE);
   library.Start(kLong);

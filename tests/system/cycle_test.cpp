@@ -19,7 +19,7 @@ constexpr char kFull[] = "In-Band Discovery: Doing full discovery cycle";
 constexpr char kLite[] = "In-Band Discovery: Doing Lite discovery cycle";
 constexpr char kDone[] = "** DISCOVERY CYCLE DONE Adapter Ports=";
 
-class CycleTest : public testing::Test {
+class Cycles : public testing::Test {
  protected:
   // Starts discovery and waits for the first cycle.
   void Start(unsigned int eventMask = HBADISC_EVENT_EVERY_CYCLE) {
@@ -61,7 +61,7 @@ class CycleTest : public testing::Test {
   std::unique_ptr<CallBacks> m_CallBacks;
 };
 
-TEST_F(CycleTest, FirstIsFullAndForcedThenLite) {
+TEST_F(Cycles, FirstIsFullAndForcedThenLite) {
   Start();
   EXPECT_EQ(m_Log.Count(kFull), 1u);
   ASSERT_TRUE(RunPeriodicCycle());
@@ -85,9 +85,9 @@ struct Escalation {
   bool (*shows)(const std::map<std::string, hba_discovery_info_V3>&);
 };
 
-class EscalationTest : public CycleTest, public testing::WithParamInterface<Escalation> {};
+class Escalations : public Cycles, public testing::WithParamInterface<Escalation> {};
 
-TEST_P(EscalationTest, LiteCycleBecomesFull) {
+TEST_P(Escalations, LiteCycleBecomesFull) {
   Start();
   ASSERT_TRUE(RunPeriodicCycle());
   GetParam().change(m_Fabric);
@@ -100,7 +100,7 @@ TEST_P(EscalationTest, LiteCycleBecomesFull) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Changes, EscalationTest,
+    Changes, Escalations,
     testing::Values(
         Escalation{"LinkState", "Local HBA port state change - DOING FULL DISCOVERY CYCLE!",
                    [](Fabric& fabric) { fabric.Board(0)["link"] = "down"; },
@@ -116,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(
             [](const auto& ports) { return ports.at(kFc).base.base.targetCount == 4; }}),
     [](const auto& test) { return test.param.name; });
 
-TEST_F(CycleTest, LiteCycleTakesInWhatNeedsNoFullOne) {
+TEST_F(Cycles, LiteCycleTakesInWhatNeedsNoFullOne) {
   Start();
   // A new board, and an iSCSI target that lost its connection.
   json added = FcBoard("1000000000000004");
@@ -136,7 +136,7 @@ TEST_F(CycleTest, LiteCycleTakesInWhatNeedsNoFullOne) {
   EXPECT_EQ(reinterpret_cast<const _RM_ISCSI_TARGET*>(&target)->flags[0], RM_ISCSI_HAS_SESSIONS);
 }
 
-TEST_F(CycleTest, VanishedBoardGoesWithTheNextFullCycle) {
+TEST_F(Cycles, VanishedBoardGoesWithTheNextFullCycle) {
   Start();
   m_Fabric.Board(1)["present"] = false;
   ASSERT_TRUE(m_Fabric.Replace(*m_Library));
@@ -148,7 +148,7 @@ TEST_F(CycleTest, VanishedBoardGoesWithTheNextFullCycle) {
   EXPECT_TRUE(m_Log.Has("MergeLists: No longer discovered on system testhost -- removed from discovery list"));
 }
 
-TEST_F(CycleTest, OverheatedBoardStaysWhenItVanishes) {
+TEST_F(Cycles, OverheatedBoardStaysWhenItVanishes) {
   Start();
   m_Fabric.Board(1)["overheated"] = true;
   ASSERT_TRUE(m_Fabric.Replace(*m_Library));
@@ -165,7 +165,7 @@ TEST_F(CycleTest, OverheatedBoardStaysWhenItVanishes) {
 }
 
 // One port's target read hangs: the others reach the application while the forced cycle still waits.
-TEST_F(CycleTest, IntermediateCallbackShowsPortsOfALongForcedCycle) {
+TEST_F(Cycles, IntermediateCallbackShowsPortsOfALongForcedCycle) {
   // The first read is the enumeration's own.
   m_Fabric.AddFault({{"call", "RM_GetAllNodeInfo"}, {"port", kFc}, {"skip", 1}, {"hang", true}});
   m_Fabric.Write();
@@ -177,12 +177,12 @@ TEST_F(CycleTest, IntermediateCallbackShowsPortsOfALongForcedCycle) {
   EXPECT_EQ(m_Library->Ports().size(), 3u);
 }
 
-class FullOnlyTest : public CycleTest {
+class FullCyclesOnly : public Cycles {
  protected:
   Log m_FullOnly{0x3FF, "DISCO_FULL_DISCOVERY:1\n"};
 };
 
-TEST_F(FullOnlyTest, EveryCycleIsFull) {
+TEST_F(FullCyclesOnly, EveryCycleIsFull) {
   Start();
   ASSERT_TRUE(RunPeriodicCycle());
   EXPECT_EQ(m_Log.Count(kFull), 2u);

@@ -18,7 +18,7 @@ std::vector<json> ThreeBoards() {
   return boards;
 }
 
-class EnumerationTest : public testing::Test {
+class WalkOverPorts : public testing::Test {
  protected:
   void Start() {
     m_Library.Start(kLong);
@@ -31,7 +31,7 @@ class EnumerationTest : public testing::Test {
   CallBacks m_CallBacks{m_Library, HBADISC_EVENT_FORCED};
 };
 
-TEST_F(EnumerationTest, OtherThreadsWaitForTheEndOfAWalk) {
+TEST_F(WalkOverPorts, OtherThreadsWaitForTheEndOfAWalk) {
   Start();
   hba_discovery_info record;
   ASSERT_EQ(m_Library.GetFirstHba(&record), 3);
@@ -52,7 +52,7 @@ TEST_F(EnumerationTest, OtherThreadsWaitForTheEndOfAWalk) {
   EXPECT_TRUE(Eventually([&] { return found == 3; }));
 }
 
-TEST_F(EnumerationTest, AnotherThreadMayFinishAWalkButNotDisturbOne) {
+TEST_F(WalkOverPorts, AnotherThreadMayFinishAWalkButNotDisturbOne) {
   Start();
   hba_discovery_info record;
   std::jthread([&] {
@@ -69,7 +69,7 @@ TEST_F(EnumerationTest, AnotherThreadMayFinishAWalkButNotDisturbOne) {
   }
 }
 
-TEST_F(EnumerationTest, QueriesSeeTheCursorsPortDuringAWalk) {
+TEST_F(WalkOverPorts, QueriesSeeTheCursorsPortDuringAWalk) {
   Start();
   hba_discovery_info record;
   unsigned int count = 77;
@@ -87,7 +87,7 @@ TEST_F(EnumerationTest, QueriesSeeTheCursorsPortDuringAWalk) {
 }
 
 // A query keeps the snapshot that it took, until the next walk or what looks like the end of one.
-TEST_F(EnumerationTest, QueriesAnswerFromTheSnapshotTheyTook) {
+TEST_F(WalkOverPorts, QueriesAnswerFromTheSnapshotTheyTook) {
   Start();
   unsigned int count = 0;
   EXPECT_EQ(m_Library.GetTargetMappings(Name(kPorts[0]), nullptr, &count), 8);
@@ -101,7 +101,7 @@ TEST_F(EnumerationTest, QueriesAnswerFromTheSnapshotTheyTook) {
   EXPECT_EQ(m_Library.GetTargetMappings(Name(kPorts[0]), nullptr, &count), 2);
 }
 
-TEST_F(EnumerationTest, NothingBeforeStartAndAfterTerminate) {
+TEST_F(WalkOverPorts, NothingBeforeStartAndAfterTerminate) {
   const auto expectNothing = [&] {
     hba_discovery_info record;
     EXPECT_EQ(m_Library.GetFirstHba(&record), 0);
@@ -124,7 +124,7 @@ TEST_F(EnumerationTest, NothingBeforeStartAndAfterTerminate) {
   expectNothing();
 }
 
-TEST_F(EnumerationTest, NullPointersTouchNothing) {
+TEST_F(WalkOverPorts, NullPointersTouchNothing) {
   Start();
   EXPECT_EQ(m_Library.GetFirstHba(nullptr), 0);
   EXPECT_EQ(m_Library.GetFirstHbaV2(nullptr), 0);

@@ -163,9 +163,10 @@ struct Row {
   void (*prepare)() = PrepareFiles;
 };
 
-class CallsTest : public MemoryTest, public testing::WithParamInterface<std::tuple<Row, Failures>> {};
+class CallsWithoutMemory : public WithoutMemory,
+                           public testing::WithParamInterface<std::tuple<Row, Failures>> {};
 
-TEST_P(CallsTest, AnswerOrGiveNothingWithoutMemory) {
+TEST_P(CallsWithoutMemory, AnswerOrGiveNothingWithoutMemory) {
   const auto& [row, failures] = GetParam();
   library.StartupEx(kNever, kNever, 0);
   ASSERT_TRUE(Eventually([&] { return library.Ports().size() == 4; }, kPatience));
@@ -221,7 +222,7 @@ constexpr Row kRows[] = {
     {"getRepository", 200, Path},
 };
 
-INSTANTIATE_TEST_SUITE_P(Calls, CallsTest,
+INSTANTIATE_TEST_SUITE_P(Calls, CallsWithoutMemory,
                          testing::Combine(testing::ValuesIn(kRows),
                                           testing::Values(Failures::kOne, Failures::kAllFromThere)),
                          [](const auto& test) {

@@ -123,7 +123,8 @@ struct Row {
   const char* (*recover)(const Library&);
 };
 
-class CyclesTest : public MemoryTest, public testing::WithParamInterface<std::tuple<Row, Failures>> {
+class CyclesWithoutMemory : public WithoutMemory,
+                            public testing::WithParamInterface<std::tuple<Row, Failures>> {
  protected:
   static void ForgetLog() { EXPECT_EQ(truncate(Scratch("hbadisco.log").c_str(), 0), 0); }
   // False when there was no nth allocation any more.
@@ -134,7 +135,7 @@ class CyclesTest : public MemoryTest, public testing::WithParamInterface<std::tu
   const Row& m_Row = std::get<0>(GetParam());
 };
 
-bool CyclesTest::ActWithout(unsigned int nth) const {
+bool CyclesWithoutMemory::ActWithout(unsigned int nth) const {
   AsLibrary([&] { m_Row.prepare(library); });
   ForgetLog();
   const unsigned int before = CallBackCount();
@@ -150,7 +151,7 @@ bool CyclesTest::ActWithout(unsigned int nth) const {
   return failed;
 }
 
-std::string CyclesTest::Recover() const {
+std::string CyclesWithoutMemory::Recover() const {
   ForgetLog();
   const unsigned int before = CallBackCount();
   const char* done = AsLibrary([&] { return m_Row.recover(library); });
@@ -160,7 +161,7 @@ std::string CyclesTest::Recover() const {
   return Picture();
 }
 
-TEST_P(CyclesTest, SurviveWithoutMemory) {
+TEST_P(CyclesWithoutMemory, SurviveWithoutMemory) {
   Register();
   AsLibrary([&] { m_Row.start(library); });
   ASSERT_TRUE(Eventually([&] { return log.Has(kDone); }, kPatience));
@@ -201,7 +202,7 @@ constexpr Row kRows[] = {
     {"DirectedDiscoveryUpdate", 3, StartLocal, Rest, kCaller, Refresh, kRefreshDone, false, RefreshAgain},
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, CyclesTest,
+INSTANTIATE_TEST_SUITE_P(Kinds, CyclesWithoutMemory,
                          testing::Combine(testing::ValuesIn(kRows),
                                           testing::Values(Failures::kOne, Failures::kAllFromThere)),
                          [](const auto& test) {

@@ -12,10 +12,10 @@ namespace systemtest {
 constexpr unsigned int kNever = 400'000;  // seconds; a cycle comes when it is asked for
 constexpr Milliseconds kPatience{20'000};
 
-class MemoryTest : public testing::Test {
+class WithoutMemory : public testing::Test {
  protected:
-  MemoryTest() { OursHere(); }
-  ~MemoryTest() override {
+  WithoutMemory() { OursHere(); }
+  ~WithoutMemory() override {
     library.Terminate();
     EXPECT_EQ(g_Provider.started, 0);
   }
@@ -46,7 +46,7 @@ class MemoryTest : public testing::Test {
   const Library library;
 };
 
-inline std::string MemoryTest::Picture() const {
+inline std::string WithoutMemory::Picture() const {
   std::string picture;
   const auto add = [&](const void* bytes, std::size_t size) {
     picture.append(static_cast<const char*>(bytes), size);

@@ -62,7 +62,7 @@ std::vector<json> DescribedBoards() {
   return {fc, fcoe, subAdapter, nic, iscsi};
 }
 
-class RecordsTest : public testing::Test {
+class Records : public testing::Test {
  protected:
   void SetUp() override {
     m_Library.Start(3600);
@@ -83,7 +83,7 @@ RecordBytes DescribedRecord(const char* wwpn, std::uint32_t link, std::uint32_t 
   return bytes;
 }
 
-TEST_F(RecordsTest, PortsInAllThreeForms) {
+TEST_F(Records, PortsInAllThreeForms) {
   const auto ports = m_Library.Ports();
   ASSERT_EQ(ports.size(), 5u);
 
@@ -115,7 +115,7 @@ TEST_F(RecordsTest, PortsInAllThreeForms) {
   }
 }
 
-TEST_F(RecordsTest, Targets) {
+TEST_F(Records, Targets) {
   RecordBytes expected(568);
   expected.U32(0, 4).Text(4, "/dev/sda").U32(260, 1).U32(264, 2).U32(268, 3).U32(272, 0x010203);
   expected.Wwn(276, "5100000000000001").Wwn(284, "5000000000000001").U64(296, 0x4001000000000000);
@@ -131,7 +131,7 @@ TEST_F(RecordsTest, Targets) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST_F(RecordsTest, VirtualPortsAndTheirTargets) {
+TEST_F(Records, VirtualPortsAndTheirTargets) {
   discovery_vport_info vport{};
   unsigned int count = 1;
   EXPECT_EQ(m_Library.GetVPorts(Name(kFc), &vport, &count), 0);
@@ -150,7 +150,7 @@ TEST_F(RecordsTest, VirtualPortsAndTheirTargets) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST_F(RecordsTest, IscsiTargetsAndNames) {
+TEST_F(Records, IscsiTargetsAndNames) {
   RecordBytes expected(568);
   expected.Text(0, "iqn.2020-01.example:disk").Text(256, "second").U8(512, 0xC0);
   RM_NodeInfoEntry target{};
@@ -170,7 +170,7 @@ TEST_F(RecordsTest, IscsiTargetsAndNames) {
   EXPECT_THAT(BytesOf(record), ElementsAreArray(RecordBytes(768).Get()));
 }
 
-TEST_F(RecordsTest, VirtualFunctions) {
+TEST_F(Records, VirtualFunctions) {
   struct {
     discovery_vf_addrs header;
     HBA_NAME addresses[2];
@@ -185,7 +185,7 @@ TEST_F(RecordsTest, VirtualFunctions) {
 }
 
 // Management of local ports through this host's own agent, except for NIC and iSCSI ports.
-TEST_F(RecordsTest, SecureManagementPointsToTheLocalAgent) {
+TEST_F(Records, SecureManagementPointsToTheLocalAgent) {
   m_Fabric.Local()["secure_management"] = true;
   ASSERT_TRUE(m_Fabric.Replace(m_Library));
   const auto ports = m_Library.Ports();

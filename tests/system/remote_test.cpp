@@ -31,9 +31,9 @@ struct HostList {
 };
 static_assert(offsetof(HostList, hosts) == 8);
 
-class RemoteTest : public testing::Test {
+class RemoteHosts : public testing::Test {
  protected:
-  RemoteTest() {
+  RemoteHosts() {
     m_Fabric.AddRemote(m_NearHost, "near", {FcBoard(kNear)});
     m_Fabric.AddRemote(m_FarHost, "far", {FcBoard(kFar), IscsiBoard("1000000000000022")});
     m_Fabric.Write();
@@ -66,7 +66,7 @@ class RemoteTest : public testing::Test {
   std::unique_ptr<CallBacks> m_CallBacks;
 };
 
-TEST_F(RemoteTest, FirstCallbackHasLocalAndRemotePorts) {
+TEST_F(RemoteHosts, FirstCallbackHasLocalAndRemotePorts) {
   ListHosts("# two and a dead one\n" + m_NearHost + "\n" + m_FarHost + ":23333 # far\n" + m_DeadHost +
             "\nrubbish\n");
   StartAgent();
@@ -90,7 +90,7 @@ TEST_F(RemoteTest, FirstCallbackHasLocalAndRemotePorts) {
   EXPECT_TRUE(m_Log.Has("OOB main discovery thread terminated"));
 }
 
-TEST_F(RemoteTest, PeriodicCyclesFollowTheAgents) {
+TEST_F(RemoteHosts, PeriodicCyclesFollowTheAgents) {
   ListHosts(m_NearHost + "\n");
   StartAgent();
   Start(kLong, kShort);
@@ -117,7 +117,7 @@ TEST_F(RemoteTest, PeriodicCyclesFollowTheAgents) {
   EXPECT_THAT(m_Library->Ports(), ElementsAre(Key(kLocal)));
 }
 
-TEST_F(RemoteTest, HostsAreAddedAndRemoved) {
+TEST_F(RemoteHosts, HostsAreAddedAndRemoved) {
   Load();
   EXPECT_EQ(m_Library->AddOOBHostA(m_NearHost.c_str()), 1) << "there is no controller";
   EXPECT_EQ(m_Library->RemoveOOBHostA(m_NearHost.c_str()), 0);
@@ -139,6 +139,7 @@ TEST_F(RemoteTest, HostsAreAddedAndRemoved) {
   EXPECT_EQ(m_Library->AddOOBHostA((m_NearHost + ":23333").c_str()), -3);
   HostList list;
   list.header.count = 1;
+  EXPECT_EQ(m_Library->GetOOBHostList(nullptr), 1);
   EXPECT_EQ(m_Library->GetOOBHostList(&list.header), 1);
   EXPECT_EQ(list.header.count, 2U);
   EXPECT_STREQ(list.hosts[0].name, "near");
@@ -155,7 +156,7 @@ TEST_F(RemoteTest, HostsAreAddedAndRemoved) {
   m_Library->Terminate();
 }
 
-TEST_F(RemoteTest, CimHostsComeFromTheirFile) {
+TEST_F(RemoteHosts, CimHostsComeFromTheirFile) {
   WriteFile(Scratch("zylhbacimhosts.so"), "10.0.0.9, 5989, a, b, c, p,w\n# none\n10.0.0.10\n");
   Load();
   unsigned int count = 0;
@@ -178,7 +179,7 @@ TEST_F(RemoteTest, CimHostsComeFromTheirFile) {
   m_Library->Terminate();
 }
 
-TEST_F(RemoteTest, StopDoesNotWaitForAHostThatHangs) {
+TEST_F(RemoteHosts, StopDoesNotWaitForAHostThatHangs) {
   m_Fabric.Remote(0)["faults"] = {{{"call", "RM_GetAllNodeInfo"}, {"hang", true}}};
   m_Fabric.Write();
   ListHosts(m_NearHost + "\n" + m_FarHost + "\n");
@@ -191,7 +192,7 @@ TEST_F(RemoteTest, StopDoesNotWaitForAHostThatHangs) {
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
 }
 
-TEST_F(RemoteTest, CallbackMayMakeEveryCall) {
+TEST_F(RemoteHosts, CallbackMayMakeEveryCall) {
   ListHosts(m_NearHost + "\n");
   StartAgent();
   Start(kLong, kShort);
@@ -212,7 +213,7 @@ TEST_F(RemoteTest, CallbackMayMakeEveryCall) {
   m_Library->Terminate();
 }
 
-TEST_F(RemoteTest, BearsAllCallsAtOnce) {
+TEST_F(RemoteHosts, BearsAllCallsAtOnce) {
   ListHosts(m_NearHost + "\n");
   StartAgent();
   Start(kLong, kShort);

@@ -34,16 +34,16 @@ std::map<std::string, hba_discovery_info_V3> DiscoverOnce(const Fabric& fabric) 
 
 // ---- Settings
 
-class SettingsTest : public testing::TestWithParam<std::pair<const char*, void (*)()>> {};
+class BadSettings : public testing::TestWithParam<std::pair<const char*, void (*)()>> {};
 
-TEST_P(SettingsTest, DiscoveryRunsAllTheSame) {
+TEST_P(BadSettings, DiscoveryRunsAllTheSame) {
   const Log log;
   GetParam().second();
   EXPECT_EQ(DiscoverOnce(Fabric(ThreeKinds())).size(), 3u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    BadFiles, SettingsTest,
+    BadFiles, BadSettings,
     testing::Values(
         std::pair{"Missing", +[] { std::filesystem::remove(kSettingsPath); }},
         std::pair{"IsAFolder",
@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
         std::pair{"NegativeWorkers", +[] { WriteFile(kSettingsPath, "DISCO_MAX_THREADS:-3\n"); }}),
     [](const auto& test) { return test.param.first; });
 
-TEST(LogTest, LinesFollowTheMask) {
+TEST(LogFile, LinesFollowTheMask) {
   const Log log(0x200);
   DiscoverOnce(Fabric(ThreeKinds()));
   EXPECT_THAT(log.Text(), testing::MatchesRegex(
@@ -79,9 +79,9 @@ TEST(LogTest, LinesFollowTheMask) {
 // ---- Providers
 
 // A fault, the ports that are found all the same, and the targets of the Fibre Channel port.
-class ProviderTest : public testing::TestWithParam<json> {};
+class BadProviders : public testing::TestWithParam<json> {};
 
-TEST_P(ProviderTest, OneBadAnswerCostsNoOtherPort) {
+TEST_P(BadProviders, OneBadAnswerCostsNoOtherPort) {
   const Log log;
   Fabric fabric(ThreeKinds());
   fabric.AddFault(GetParam()["fault"]);
@@ -93,12 +93,12 @@ TEST_P(ProviderTest, OneBadAnswerCostsNoOtherPort) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, ProviderTest, testing::ValuesIn(json::parse(std::ifstream(PROVIDER_FAULTS))),
+INSTANTIATE_TEST_SUITE_P(Faults, BadProviders, testing::ValuesIn(json::parse(std::ifstream(PROVIDER_FAULTS))),
                          [](const auto& test) { return test.param["name"].template get<std::string>(); });
 
 // ---- Repetition
 
-TEST(RepetitionTest, StartAndStopAtAnyMoment) {
+TEST(Repetition, StartAndStopAtAnyMoment) {
   const Log log;
   Fabric fabric(ThreeKinds());
   Library library(fabric.Path());
@@ -117,7 +117,7 @@ TEST(RepetitionTest, StartAndStopAtAnyMoment) {
   EXPECT_EQ(library.Ports().size(), 3u);
 }
 
-TEST(RepetitionTest, LastReferenceMayGoWhileDiscoveryRuns) {
+TEST(Repetition, LastReferenceMayGoWhileDiscoveryRuns) {
   const Log log;
   Fabric fabric(ThreeKinds());
   Library(fabric.Path()).Start(3600);
