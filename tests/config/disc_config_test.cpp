@@ -14,6 +14,7 @@ struct Semaphore {
   std::binary_semaphore free{1};
   std::atomic<int> acquired{0};
   std::atomic<int> released{0};
+  int created = 0;
 } gs_Semaphore;
 
 }  // namespace
@@ -21,6 +22,7 @@ struct Semaphore {
 int RM_createSemaphore(int initial, const char* name, intptr_t* handle) {
   EXPECT_EQ(initial, 0);
   EXPECT_STREQ(name, "lockFile");
+  ++gs_Semaphore.created;
   *handle = kHandle;
   return 1;
 }
@@ -60,6 +62,7 @@ TEST_F(DiscConfig, LockNestsOnItsThread) {
   EXPECT_EQ(gs_Semaphore.released, 0);
   EXPECT_EQ(UnlockFile(), 0);
   EXPECT_EQ(gs_Semaphore.released, 1);
+  EXPECT_EQ(gs_Semaphore.created, 1) << "by the first lock of the process, and kept";
 }
 
 TEST_F(DiscConfig, LockKeepsOtherThreadsOut) {

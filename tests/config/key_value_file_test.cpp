@@ -49,6 +49,22 @@ TEST_F(KeyValueFile, ValueIsCutToTheBufferAndFillsIt) {
   }
 }
 
+TEST_F(KeyValueFile, RefusesInThisOrder) {
+  char value[4] = "old";
+  EXPECT_EQ(getKeyValue(nullptr, nullptr, nullptr, 4), 193);
+  EXPECT_EQ(getKeyValue(Path(), "A", value, 0), 193);
+  EXPECT_STREQ(value, "old");
+  EXPECT_EQ(getKeyValue(Path(), nullptr, value, 4), 200) << "no file";
+  EXPECT_STREQ(value, "");
+  const mode_t mask = umask(002);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", "1"), 0) << "makes the file";
+  umask(mask);
+  EXPECT_EQ(std::filesystem::status(m_Path).permissions(), std::filesystem::perms(0660));
+  EXPECT_EQ(getKeyValue(Path(), nullptr, value, 4), 199);
+  EXPECT_EQ(setKeyValue(Path(), nullptr, "1"), 199);
+  EXPECT_EQ(replaceKeyValue(Path(), "A", nullptr), 193);
+}
+
 TEST_F(KeyValueFile, SetAppendsWhateverIsThere) {
   EXPECT_EQ(setKeyValue(Path(), "A", "1"), 0);
   EXPECT_EQ(setKeyValue(Path(), "A", "2"), 0);

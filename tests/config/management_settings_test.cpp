@@ -178,6 +178,12 @@ TEST_F(ManagementSettings, SettersChangeALineThatIsThere) {
   EXPECT_EQ(Logged(), "");
 }
 
+TEST_F(ManagementSettings, AReadOnlySystemHasNoRepository) {
+  if (!MakeReadOnly("/")) GTEST_SKIP() << "the root cannot be made read-only here";
+  EXPECT_EQ(Text<getRepository>(), Answer(0, "#"));
+  EXPECT_FALSE(fs::exists(kPath));
+}
+
 TEST_F(ManagementSettings, ThePortComesFromTheDiscoverySettings) {
   unsigned short port = 0;
   EXPECT_EQ(getTcpPortNumber(&port), 178);

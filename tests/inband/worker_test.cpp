@@ -81,15 +81,6 @@ TEST_F(Worker, PutsPortsThatFailOnTheSlowList) {
   EXPECT_EQ(Listed(*m_Slow, kPort + 2).GetLinkStatus(), 0xEE000000U);
 }
 
-TEST_F(Worker, ReadsNothingBelowATargetModePort) {
-  AddPort(0, true, RM_MODEL_TARGET_MODE);
-  AddToDestination(AddPort(1, true, RM_MODEL_TARGET_MODE));
-  Visit();
-  EXPECT_EQ(m_Destination->GetCount(), 2U);
-  EXPECT_EQ(m_Provider.Calls("RM_GetAllNodeInfo"), 0);
-  EXPECT_EQ(m_Provider.Calls("RM_VPList"), 0);
-}
-
 TEST_F(Worker, PutsExactlyWhatWasReadIntoAListedPort) {
   CHbaEntry listed = AddPort(0, false);
   listed.SetDiscoveryMark(8);

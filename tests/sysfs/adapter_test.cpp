@@ -91,7 +91,9 @@ TEST(Adapter, FcPortInHardware) {
   EXPECT_EQ(provider::WwnFromBytes(board.info.fabricName), Wwn{});
   EXPECT_EQ(Summary(board.info), "PCI vendor 0bad, hbadrv 0bad:1e30, ; 1e30; 1; 0; 1; 3b; 0");
   tree.SetPort("port_state", "Linkdown\n");
+  tree.Set("host7/scsi_host/host7/active_mode", "Target\n");
   EXPECT_EQ(ReadBoard(tree, 7).linkStatus, 2u);
+  EXPECT_EQ(ReadBoard(tree, 7).info.modelId, 0x1e30u | RM_MODEL_TARGET_MODE);
 }
 
 TEST(Adapter, DriversTextsComeFirst) {
