@@ -48,11 +48,11 @@ TEST(Terminator, FreedSlotsAreUsedAgain) {
   const auto terminator = CThreadTerminator::Start();
   for (int round = 0; round < 2; ++round) {
     std::vector<std::weak_ptr<StuckThread>> threads;
-    for (int i = 0; i < 10; ++i) threads.push_back(HandOver(*terminator));
+    for (int i = 0; i < 20; ++i) threads.push_back(HandOver(*terminator));
     for (const auto& thread : threads) LetOut(thread);
     for (const auto& thread : threads) EXPECT_TRUE(IsDropped(*terminator, thread));
   }
-  EXPECT_EQ(terminator->Capacity(), 10u);
+  EXPECT_EQ(terminator->Capacity(), 20u);
   terminator->Terminate();
 }
 
