@@ -7,8 +7,6 @@
 namespace agenttest {
 namespace {
 
-using std::chrono::steady_clock;
-
 // A host that is registered as long as the object lives.
 class Registered {
  public:

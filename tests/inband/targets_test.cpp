@@ -8,7 +8,6 @@
 namespace {
 
 constexpr char kNodeCall[] = "RM_GetAllNodeInfo";
-constexpr char kISCSICall[] = "RM_iSCSI_GetTargets";
 
 class Targets : public testing::Test {
  protected:

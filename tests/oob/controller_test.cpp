@@ -52,12 +52,6 @@ class OobController : public testing::Test {
   bool RunForcedCycle(int number) const {
     return m_Discoverer->StartDiscoveryCycle() == 1 && WaitForCycles(number);
   }
-  // A cycle that runs because its time has come, and finds these ports.
-  bool RunPeriodicCycle(int number, const std::vector<std::uint64_t>& ports) {
-    m_Provider.SetPorts("10.0.0.1", ports);
-    m_Discoverer->ChangeDiscoveryInterval(60);
-    return WaitForCycles(number);
-  }
   // Holds the coming calls of that name.
   void Hold(const char* call) {
     m_Gate.Close();

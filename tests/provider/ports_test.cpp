@@ -8,7 +8,6 @@
 namespace providertest {
 namespace {
 
-using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 // Every key that has its own place in a record, texts as long as their fields.

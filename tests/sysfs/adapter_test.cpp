@@ -10,9 +10,7 @@
 
 namespace sysfs_test {
 
-using provider::Attributes;
 using provider::Board;
-using provider::Host;
 using provider::Wwn;
 
 namespace {
