@@ -9,7 +9,7 @@ set_target_properties(hbadisc hbadisc-agent PROPERTIES INSTALL_RPATH "$ORIGIN/${
 
 install(TARGETS hbadiscovery EXPORT HbaDiscoveryTargets)
 install(TARGETS rmapi_open hbadisc hbadisc-agent)
-install(FILES include/hbadiscovery.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/hbadiscovery.h include/hbadiscovery_follow.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # For those who write a provider, or tell the open one what to look at.
 install(FILES rmapi/rmapi.h provider/OpenProvider.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/rmapi)
 

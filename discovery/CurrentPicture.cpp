@@ -65,23 +65,26 @@ int CurrentPicture::UpdateDiscoveryLists() {
   return changed;
 }
 
-std::shared_ptr<CHbaList> CurrentPicture::GetCurrentHbaList() const {
+std::shared_ptr<CHbaList> CurrentPicture::GetCurrentHbaList(bool withGathered) const {
   const std::shared_ptr<CHbaList> current = m_Current.Get();
   if (current == nullptr) return nullptr;
   const bool secure = SecureManagement();
   const _RM_IP_INFO agent = LocalAgent(m_Remote.GetIpPortNumber());
 
   auto snapshot = std::make_shared<CHbaList>();
-  HbaListGuard guard(*current);
-  HbaListGuard snapshotGuard(*snapshot);
-  for (const CHbaEntry* entry = current->GetFirstEntry(); entry != nullptr; entry = current->GetNextEntry()) {
-    if (secure && ManagedByAgent(*entry)) {
-      const CHbaEntry changed = ThroughAgent(*entry, agent);
-      snapshot->AddEntry(&changed);
-    } else {
-      snapshot->AddEntry(entry);
-    }
-  }
+  const auto copy = [&](CHbaList& list) {
+    HbaListGuard guard(list);
+    CHbaList& copies = *snapshot;
+    HbaListGuard copiesGuard(copies);
+    list.ForEach([&](const CHbaEntry& entry) NO_THREAD_SAFETY_ANALYSIS {
+      const bool throughAgent = secure && ManagedByAgent(entry);
+      const CHbaEntry changed = throughAgent ? ThroughAgent(entry, agent) : CHbaEntry();
+      copies.AddEntry(throughAgent ? &changed : &entry);
+    });
+  };
+  copy(*current);
+  const std::shared_ptr<CHbaList> gathered = withGathered ? m_Gathered.Get() : nullptr;
+  if (gathered != nullptr) copy(*gathered);
   return snapshot;
 }
 

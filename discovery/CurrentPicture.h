@@ -38,7 +38,8 @@ class CurrentPicture {
 
   // ---- What the application reads; null when not open ----
 
-  std::shared_ptr<CHbaList> GetCurrentHbaList() const;
+  // `withGathered`: also what the running cycle has read so far and the current list does not have.
+  std::shared_ptr<CHbaList> GetCurrentHbaList(bool withGathered = false) const;
   std::shared_ptr<CSystemList> GetCurrentSystemList() const;
   // Takes over the names of an iSCSI port from the current list; 0 when the port is unknown or another kind.
   int GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const;

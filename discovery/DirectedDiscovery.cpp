@@ -8,6 +8,7 @@
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
 #include "log/DiscoveryLog.h"
+#include "model/WwpnKey.h"
 
 namespace {
 
@@ -130,6 +131,7 @@ void DirectedDiscovery::DirectedDiscoveryThreadProc(Refresher& refresher) {
       changed = 1;  // a part may have been merged
     }
     // One given up, by a stop that discovery may have been started after, tells nobody.
+    m_Parts.kept.Note();
     m_Parts.callback.ReportDirected(wwpn, changed != 0, [&] { return m_Parts.gate.IsRefreshing(&refresher); });
     disco_printf(kLogDirected, nullptr, "-- Directed Discovery Done --");
     refresher.thread.SetIdle();
@@ -163,9 +165,12 @@ void DirectedDiscovery::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, 
     copy = *listed;
   }
   disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - starting");
-  // The reads' results are not looked at: a part that cannot be read becomes empty.
+  // The reads' results change nothing: a part that cannot be read becomes empty.
   if ((what & kAttributes) != 0 && thread.Terminated() == 0) {
-    GetRemotePortAttr(&copy, &thread);
+    AnswerBook<std::uint64_t>::Question question(&m_Parts.answers->ports, WwpnKey(wwpn.wwn));
+    const int status = GetRemotePortAttr(&copy, &thread);
+    if (copy.GetProxyIpInfo() != nullptr) question.GoesThrough(HostKeyOf(*copy.GetProxyIpInfo()));
+    question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE);
     if (copy.IsLocalPort() != 0) copy.GetHbaInfo()->modelId |= kRefreshedLocally;
   }
   if ((what & kTargets) != 0 && thread.Terminated() == 0) {

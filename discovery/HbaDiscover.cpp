@@ -87,6 +87,7 @@ bool CHbaDiscover::StartLocked(unsigned int interval, unsigned int oobInterval, 
 }
 
 bool CHbaDiscover::TryStart(unsigned int interval, unsigned int oobInterval, int localOnly) {
+  m_Parts.answers->Clear();
   RM_InitLib();
   m_Parts.picture.Open();
 
@@ -101,6 +102,7 @@ bool CHbaDiscover::TryStart(unsigned int interval, unsigned int oobInterval, int
   if (localOnly == 0 && oobInterval != kNoOobDiscovery) m_Parts.remote.Start(m_Parts, oobInterval);
 
   m_Parts.callback.Allow(true);
+  m_Parts.first.Begin();
   m_Parts.state.Start();
   return Create(DiscoveryThread, this, 0, 0) != 0;
 }
@@ -113,6 +115,7 @@ void CHbaDiscover::Terminate() {
 
 void CHbaDiscover::StopLocked() {
   disco_printf(kLogStartStop, nullptr, "Terminating discovery");
+  m_Parts.first.Stop();
   KillDiscoveryCycle(1);
   m_Parts.slow.Stop();
   m_Parts.remote.Stop();
@@ -125,6 +128,7 @@ void CHbaDiscover::StopLocked() {
   RM_ExitLib();
   m_Cycle.ForgetLists();
   m_Parts.picture.Close();
+  m_Parts.kept.Close();
   m_Parts.state.Stopped();
   disco_printf(kLogStartStop, nullptr, "Discovery terminated");
 }
@@ -157,6 +161,11 @@ void CHbaDiscover::ChangeOOBDiscoveryInterval(unsigned int seconds) {
   disco_printf(kLogOob, nullptr, "OOB - Change discovery interval to %d seconds", static_cast<int>(seconds));
 }
 
+// Inside a callback the cycle to wait for may be the one that waits for this thread.
+bool CHbaDiscover::WaitForFirstPicture(std::chrono::milliseconds limit) {
+  return m_Parts.first.Wait(Callback::IsInside() ? std::chrono::milliseconds(0) : limit);
+}
+
 bool CHbaDiscover::MayBeAwaitedBy(std::thread::id thread) const {
   return Callback::IsInside() && (!m_Parts.state.IsStarted() || m_Parts.controlCalls.Has(thread));
 }
@@ -173,7 +182,7 @@ int CHbaDiscover::DiscoveryProc() {
   const std::shared_ptr<CHbaList> kept = m_Parts.picture.GetCurrentList();
   if (kept != nullptr && kept->GetCount() != 0) {
     disco_printf(kLogInBand, nullptr, "Got persistent discovery data - doing callback now");
-    m_Parts.callback.Report({.changed = true});
+    m_Parts.Report({.changed = true});
   }
   int first = 1;
   while (!Terminated()) {

@@ -12,6 +12,7 @@
 #define DISCOVERY_HBADISCOVER_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <thread>
 
@@ -48,7 +49,11 @@ class CHbaDiscover : public CZylThread {
   // end: in a control call, or in a stop.
   bool MayBeAwaitedBy(std::thread::id thread) const;
 
+  bool WaitForFirstPicture(std::chrono::milliseconds limit);
+
   const CurrentPicture& Picture() const { return m_Parts.picture; }
+  KeptPicture& Kept() { return m_Parts.kept; }
+  const Answers& Asked() const { return *m_Parts.answers; }
   RemoteSide& RemoteHosts() { return m_Parts.remote; }
 
  private:

@@ -91,6 +91,7 @@ void HbaDiscoverCycle::DoDiscoveryCycle(int full) {
   Cycle cycle;
   cycle.current = m_Parts.picture.GetCurrentList();
   cycle.ports.SetStopQuery([this] { return m_Parts.state.StopRequested(); });
+  cycle.ports.SetAnswers(m_Parts.answers);
   // Looked at once, for both: a cycle that is not lite because of a request is the requested one.
   cycle.forced = m_Parts.state.IsForced();
   cycle.lite = !m_Parts.settings.fullDiscoveryOnly && full == 0 && !cycle.forced;
@@ -106,7 +107,9 @@ void HbaDiscoverCycle::DoDiscoveryCycle(int full) {
     // A full cycle that was not asked for serves a request that has come meanwhile.
     const bool served = end == CycleEnd::kDone && !cycle.lite && m_Parts.state.IsForced();
     const bool forced = cycle.forced || served;
-    ReportCycle(forced ? AwaitOob(cycle.changed) : cycle.changed, forced);
+    const int changed = forced ? AwaitOob(cycle.changed) : cycle.changed;
+    if (end == CycleEnd::kDone && !cycle.lite && !m_Parts.state.StopRequested()) m_Parts.first.Done();
+    ReportCycle(changed, forced);
   }
   EndCycle(cycle);
 }
@@ -189,7 +192,8 @@ void HbaDiscoverCycle::VisitPorts(Cycle& cycle) {
     HbaListGuard guard(*visit);
     visit->SelectFirstEntry();
   }
-  m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, m_Parts.slow.GetHbaList());
+  m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, m_Parts.slow.GetHbaList(),
+                      m_Parts.answers);
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: Enabling port discovery threads");
   m_PortPool.EnableThreads();
   AwaitWorkers(cycle);
@@ -218,7 +222,7 @@ void HbaDiscoverCycle::IntermediateUpdate(const Cycle& cycle) {
   const int changed = cycle.current->MergeLists(cycle.fresh.get(), 1, 0);
   const std::shared_ptr<COOBHbaDiscover> oob = m_Parts.remote.Get();
   if (changed != 0 || (oob != nullptr && oob->DiscoveryListChanged() != 0)) {
-    m_Parts.callback.Report({.intermediate = true});
+    m_Parts.Report({.intermediate = true});
   }
 }
 
@@ -254,7 +258,7 @@ void HbaDiscoverCycle::SkipCycle() {
   const bool forced = (m_Parts.state.EndCycle(true) & kStateForced) != 0;
   if (forced) {
     disco_printf(kLogInBand, nullptr, "In-Band Discovery: callback\n");
-    m_Parts.callback.Report({.forced = true});
+    m_Parts.Report({.forced = true});
   }
   disco_printf(kLogCycleBounds | kLogInBand, nullptr, "** DISCOVERY CYCLE DONE (cycle skipped) **\n\n");
   m_Parts.state.DropUnwaitedKill();
@@ -281,7 +285,7 @@ int HbaDiscoverCycle::AwaitOob(int changed) {
     if (interval <= kShortestIntermediateInterval || ++ticks * kIdlePoll < interval * 1000) continue;
     disco_printf(kLogInBand, nullptr, "Main Discovery waiting for OOB: checking to do int. callback\n");
     const int oobChanged = oob->ClearListChanged();
-    if (untold != 0 || oobChanged != 0) m_Parts.callback.Report({.intermediate = true});
+    if (untold != 0 || oobChanged != 0) m_Parts.Report({.intermediate = true});
     ticks = 0;
     untold = 0;
   }
@@ -300,7 +304,7 @@ void HbaDiscoverCycle::ReportCycle(int changed, bool forced) {
   constexpr std::uint32_t kRunning = kStateStarted | kStateEnabled;
   if ((m_Parts.state.Get() & (kRunning | kStateKillRequested)) != kRunning) return;
   disco_printf(kLogInBand, nullptr, "Main Discovery: doing callback\n");
-  m_Parts.callback.Report({.changed = changed != 0, .forced = forced});
+  m_Parts.Report({.changed = changed != 0, .forced = forced});
 }
 
 void HbaDiscoverCycle::EndCycle(const Cycle& cycle) {

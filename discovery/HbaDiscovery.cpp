@@ -4,76 +4,22 @@
 #include <memory>
 #include <utility>
 
-#include "discovery/EnumerationWalk.h"
-#include "discovery/HbaDiscover.h"
-#include "discovery/PortRecords.h"
+#include "discovery/Library.h"
 #include "include/hbadiscovery.h"
 #include "oob/HostList.h"
-
-namespace {
-
-constexpr unsigned int kDefaultOobInterval = 90;  // seconds
-constexpr int kVFPortUnknown = 2;
-
-// What the exported calls share. Never destroyed: threads may run until the process is gone.
-struct Library {
-  CHbaDiscover controller;
-  EnumerationWalk walk;
-  SharedSlot<CSystemList> systems;  // the snapshot of the system calls
-};
 
 Library& TheLibrary() {
   static Library& library = *new Library;
   return library;
 }
 
+namespace {
+
 // Loading the library constructs the controller, which reads the settings and opens the log.
 [[maybe_unused]] const Library& gs_Loaded = TheLibrary();
 
-// No exception crosses the interface: what cannot be allocated gives the call's nothing-found value.
-template <class Result, class Body>
-Result Guarded(Result nothing, Body body) {
-  try {
-    return body();
-  } catch (...) {
-    return nothing;
-  }
-}
-
-// A callback that waited for another thread's walk, while that thread waits for the callback in a control call,
-// would wait for ever.
-bool WalkerMayAwaitUs(std::thread::id walker) {
-  return TheLibrary().controller.MayBeAwaitedBy(walker);
-}
-
-template <class Record>
-int GetFirst(Record* record) {
-  EnumerationWalk& walk = TheLibrary().walk;
-  if (record == nullptr) {
-    walk.Abandon();
-    return 0;
-  }
-  if (!walk.Enter(WalkerMayAwaitUs)) return 0;
-  try {
-    walk.DropSnapshot();
-    return static_cast<int>(
-        walk.Begin(TheLibrary().controller.Picture().GetCurrentHbaList(),
-                   [record](const CHbaEntry& entry) noexcept { FillRecord(entry, record); }));
-  } catch (...) {
-    walk.Abandon();
-    return 0;
-  }
-}
-
-template <class Record>
-int GetNext(Record* record) {
-  EnumerationWalk& walk = TheLibrary().walk;
-  if (record == nullptr) {
-    walk.Abandon();
-    return 0;
-  }
-  return walk.Next([record](const CHbaEntry& entry) noexcept { FillRecord(entry, record); }) ? 1 : 0;
-}
+constexpr unsigned int kDefaultOobInterval = 90;  // seconds
+constexpr int kVFPortUnknown = 2;
 
 // Looks a port up in the snapshot and takes a snapshot first when there is none.
 EnumerationWalk::Port FindPort(const HBA_NAME& wwpn) {
@@ -111,9 +57,9 @@ int FillNextSystem(system_discovery_info* info, bool first) {
   return first ? static_cast<int>(systems->GetCount()) : 1;
 }
 
-void CopyName(const char* name, char (&field)[256]) {
-  if (name == nullptr) return;
-  std::memcpy(field, name, strnlen(name, sizeof field - 1));
+template <class Record>
+int GetFirst(Record* record) {
+  return BeginWalk(record, [] { return TheLibrary().controller.Picture().GetCurrentHbaList(); });
 }
 
 }  // namespace
@@ -182,13 +128,13 @@ int HBADisc_GetFirstHbaV3(hba_discovery_info_V3* info) {
 }
 
 int HBADisc_GetNextHba(hba_discovery_info* info) {
-  return GetNext(info);
+  return ContinueWalk(info);
 }
 int HBADisc_GetNextHbaV2(hba_discovery_info_V2* info) {
-  return GetNext(info);
+  return ContinueWalk(info);
 }
 int HBADisc_GetNextHbaV3(hba_discovery_info_V3* info) {
-  return GetNext(info);
+  return ContinueWalk(info);
 }
 
 int HBADisc_GetFirstSystem(system_discovery_info* info) {
@@ -238,9 +184,7 @@ int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
   return Guarded(0, [&] {
     CDiscISCSINames found;
     if (TheLibrary().controller.Picture().GetiSCSINames(wwpn, &found) == 0) return 0;
-    CopyName(found.GetInitiatorName(), names->initiatorName);
-    CopyName(found.GetDefaultName(), names->defaultName);
-    CopyName(found.GetAlias(), names->alias);
+    FillRecord(found, names);
     return 1;
   });
 }

@@ -14,9 +14,12 @@
 #include "discovery/ControlCalls.h"
 #include "discovery/CurrentPicture.h"
 #include "discovery/CycleGate.h"
+#include "discovery/FirstPicture.h"
+#include "discovery/KeptPicture.h"
 #include "discovery/RemoteSide.h"
 #include "discovery/SlowSide.h"
 #include "discovery/StateWord.h"
+#include "model/Answers.h"
 #include "model/DiscoveryOwner.h"
 #include "thread/zyl_thread.h"
 
@@ -28,15 +31,22 @@ struct DiscoverySettings {
 // Thread safety: each part is internally locked. Ownership: the thread outlives the parts.
 struct Parts final : public DiscoveryOwner {
   Parts(CZylThread& mainInBand, const DiscoverySettings& read)
-      : settings(read), mainThread(mainInBand), state(mainInBand), gate(state), picture(remote) {}
+      : settings(read), mainThread(mainInBand), state(mainInBand), gate(state), picture(remote), kept(picture, *answers, first) {}
   virtual ~Parts() = default;
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;
 
   std::shared_ptr<CHbaList> GetCurrentList() const override { return picture.GetCurrentList(); }
   void DoCallBack(int changed, int forced, int intermediate) override {
-    callback.Report({changed != 0, forced != 0, intermediate != 0});
+    Report({changed != 0, forced != 0, intermediate != 0});
   }
+  // The followed picture is noted first: who is called back finds it there.
+  void Report(const CycleReport& report) {
+    kept.Note();
+    callback.Report(report);
+  }
+  std::shared_ptr<Answers> GetAnswers() const override { return answers; }
+  void NotePicture() override { kept.Note(); }
   unsigned int GetMaxSlowThreads() const override { return 15; }
   bool IsFullDiscoveryOnly() const override { return settings.fullDiscoveryOnly; }
   bool IsFirstCyclePending() const override { return firstCyclePending.load(); }
@@ -52,6 +62,9 @@ struct Parts final : public DiscoveryOwner {
   SlowSide slow;
   RemoteSide remote;
   CurrentPicture picture;
+  const std::shared_ptr<Answers> answers = std::make_shared<Answers>();  // shared with workers
+  FirstPicture first;
+  KeptPicture kept;
   std::atomic<bool> firstCyclePending{true};  // until a cycle has ended, completed or stopped
 };
 

@@ -57,7 +57,41 @@ void FillFoundOn(const CHbaEntry& entry, hba_discovery_info* record) {
   }
 }
 
+template <std::size_t Size>
+void CopyText(char (&field)[Size], std::string_view text) {
+  text.copy(field, Size - 1);
+}
+
+template <std::size_t Size>
+void CopyName(const char* name, char (&field)[Size]) {
+  if (name != nullptr) CopyText(field, name);
+}
+
+// As many whole words as fit.
+template <std::size_t Size>
+void CopyWords(char (&field)[Size], std::string_view words) {
+  if (words.size() >= Size) {
+    const std::size_t end = words.rfind(' ', Size - 1);
+    words = words.substr(0, end == std::string_view::npos ? 0 : end);
+  }
+  CopyText(field, words);
+}
+
+constexpr std::uint64_t kMegabit = 1000000;
+
+void FillSpeeds(const PortDetails& details, hba_discovery_info_V4* record) {
+  if (details.linkSpeed) record->linkSpeed = *details.linkSpeed * kMegabit;
+  if (details.supportedSpeeds.empty()) return;
+  record->supportedSpeeds[0] = 0;
+  const std::size_t count = std::min(details.supportedSpeeds.size(), std::size(record->supportedSpeeds));
+  for (std::size_t i = 0; i < count; ++i) record->supportedSpeeds[i] = details.supportedSpeeds[i] * kMegabit;
+}
+
 }  // namespace
+
+int StatusOf(const AnswerRecord& asked) noexcept {
+  return asked.Fails() ? asked.status : HBADISC_STATUS_WAITING;
+}
 
 void FillRecord(const CHbaEntry& entry, hba_discovery_info* record) noexcept {
   *record = {};
@@ -89,6 +123,39 @@ void FillRecord(const CHbaEntry& entry, hba_discovery_info_V3* record) noexcept 
     record->proxyIpInfo = *address;
   }
   record->vfCount = entry.GetVFCount();
+}
+
+void FillRecord(const CHbaEntry& entry, hba_discovery_info_V4* record) noexcept {
+  std::memset(record, 0, sizeof *record);  // its padding, too: records are compared by their bytes
+  FillRecord(entry, &record->base);
+  if (const auto& asked = entry.GetUnanswered(); asked) {
+    record->unanswered = 1;
+    record->status = StatusOf(*asked);
+    record->unansweredSince = asked->since != 0 ? asked->since : asked->asking;
+  }
+  record->lunCount = HBADISC_UNKNOWN_32;
+  record->blockDeviceCount = HBADISC_UNKNOWN_32;
+  record->linkSpeed = HBADISC_UNKNOWN_64;
+  record->supportedSpeeds[0] = HBADISC_UNKNOWN_64;
+  if (entry.GetDetails() == nullptr) return;
+  const PortDetails& details = *entry.GetDetails();
+  record->lunCount = details.lunCount.value_or(HBADISC_UNKNOWN_32);
+  record->blockDeviceCount = details.blockDeviceCount.value_or(HBADISC_UNKNOWN_32);
+  FillSpeeds(details, record);
+  CopyText(record->firmwareVersion, details.firmwareVersion);
+  CopyText(record->driverName, details.driverName);
+  CopyText(record->driverVersion, details.driverVersion);
+  CopyText(record->bootVersion, details.bootVersion);
+  CopyText(record->pciAddress, details.pciAddress);
+  CopyText(record->partNumber, details.partNumber);
+  CopyWords(record->blockDevices, details.blockDevices);
+}
+
+void FillRecord(const CDiscISCSINames& names, discovery_iscsi_names* record) noexcept {
+  *record = {};
+  CopyName(names.GetInitiatorName(), record->initiatorName);
+  CopyName(names.GetDefaultName(), record->defaultName);
+  CopyName(names.GetAlias(), record->alias);
 }
 
 void FillRecord(CSystemEntry& system, system_discovery_info* record) {

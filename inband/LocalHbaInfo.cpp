@@ -20,13 +20,17 @@ void AddTo(CHbaList* list, const CHbaEntry& entry) {
   list->AddEntry(&entry);
 }
 
-// False when the board is to be left out.
-bool ReadBoard(local_hba_info* record, unsigned int number, HBA_info_v4* info) {
+// False when the board is to be left out. That it is not found is an answer, too.
+bool ReadBoard(local_hba_info* record, unsigned int number, HBA_info_v4* info,
+               AnswerBook<unsigned int>* answers) {
+  AnswerBook<unsigned int>::Question question(answers, record->instance);
   int status = RM_STATUS_LOCKED;
   for (int tries = 0; tries < kLockedTries && status == RM_STATUS_LOCKED; ++tries) {
     *info = {};
     status = RM_GetLocalHBAInfoV4(record, info);
   }
+  question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_NOT_FOUND);
+  if (status == RM_STATUS_OK) question.NamesPort(info->portWwn);
   switch (status) {
     case RM_STATUS_OK:
       return true;
@@ -111,6 +115,7 @@ void CPortInfo::BeginCycle() {
 std::unique_ptr<unsigned int[]> CPortInfo::ReadInstances() {
   unsigned int room = kFirstBoardRoom;
   m_NumLocalHbas = room;
+  AnswerBook<unsigned int>::Question question(Boards(), kBoardCount);
   auto instances = AllocateRecords<unsigned int>(room);
   int status = RM_STATUS_OK;
   if (instances != nullptr) status = RM_GetAllLocalHBAInstances(&m_NumLocalHbas, instances.get());
@@ -127,6 +132,9 @@ std::unique_ptr<unsigned int[]> CPortInfo::ReadInstances() {
     m_NumLocalHbas = 0;
   }
   m_NumLocalHbas = std::min(m_NumLocalHbas, room);
+  const bool counted = instances != nullptr && status == RM_STATUS_OK;
+  question.Answer(status, counted || status == RM_STATUS_NOT_FOUND);
+  if (counted && m_Answers != nullptr) m_Answers->SetBoards(instances.get(), m_NumLocalHbas);
   return instances;
 }
 
@@ -150,7 +158,7 @@ int CPortInfo::GetLocalPorts(local_hba_info* boards) {
   unsigned int kept = 0;
   for (unsigned int i = 0; i < m_NumLocalHbas; ++i) {
     LocalBoard board;
-    if (!ReadBoard(&boards[i], i, &board.info)) continue;
+    if (!ReadBoard(&boards[i], i, &board.info, Boards())) continue;
     KeepRecord(boards[i], &boards[kept], board.info);
     board.linkStatus = boards[kept].linkStatus;
     const unsigned int features = board.info.specialFeatures;

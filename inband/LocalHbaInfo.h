@@ -15,6 +15,7 @@
 
 #include "inband/InitiatorNames.h"
 #include "inband/StopQuery.h"
+#include "model/Answers.h"
 #include "model/HbaList.h"
 #include "model/Wwpns.h"
 #include "rmapi/rmapi.h"
@@ -59,6 +60,9 @@ class CPortInfo {
   // A lite cycle's own reads, which wait for those of the workers of killed cycles, end when it says so.
   void SetStopQuery(StopQuery stopped) { m_Stopped = std::move(stopped); }
 
+  // Where the answers of boards are noted; null, as at first: nowhere. Not copied.
+  void SetAnswers(std::shared_ptr<Answers> answers) { m_Answers = std::move(answers); }
+
   // Every target WWPN seen behind a local port since the process started; a name is never taken out. Never
   // destroyed, because the in-band thread may still run when the process exits.
   static CDiscoWWPNList& m_AllDiscoPorts;
@@ -73,6 +77,7 @@ class CPortInfo {
 
   void BeginCycle();
   std::unique_ptr<unsigned int[]> ReadInstances();
+  AnswerBook<unsigned int>* Boards() const { return m_Answers == nullptr ? nullptr : &m_Answers->boards; }
   int EnumerateBoards(const unsigned int* instances);
   void AddLocalPort(const LocalBoard& board);
   void BeginWithListed(const LocalBoard& board, CHbaEntry* entry) const;
@@ -93,6 +98,7 @@ class CPortInfo {
   unsigned int m_DiscoveryMark = 0;
   unsigned int m_NumLocalHbas = 0;
   StopQuery m_Stopped;
+  std::shared_ptr<Answers> m_Answers;
 };
 
 #endif  // INBAND_LOCALHBAINFO_H_

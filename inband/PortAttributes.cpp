@@ -1,14 +1,15 @@
 #include "inband/PortAttributes.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <optional>
 
+#include "inband/AttributeBuffer.h"
 #include "inband/Gathering.h"
 #include "inband/InitiatorNames.h"
+#include "inband/PortDetailReader.h"
 #include "rmapi/rmapi.h"
 
 namespace {
@@ -61,64 +62,6 @@ bool IsOneOf(const Table& table, std::uint32_t value) {
 void CopyText(char* field, std::size_t size, const char* text) {
   std::memcpy(field, text, strnlen(text, size));
 }
-
-// The answer to one attribute call. A look-up writes 0 into *status when the attribute is there, else why not.
-class AttributeBuffer {
- public:
-  using Call = int (*)(const unsigned char*, const unsigned char*, void*, unsigned int*);
-
-  int Fill(Call call, const unsigned char* proxy, const unsigned char* wwn) {
-    m_Bytes.fill(0);
-    unsigned int size = static_cast<unsigned int>(m_Bytes.size());
-    const int status = call(proxy, wwn, m_Bytes.data(), &size);
-    const bool answered = status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE;
-    return answered && size > m_Bytes.size() ? RM_STATUS_BUFFER_TOO_SMALL : status;
-  }
-
-  const char* Text(RM_AttributeId id, int* status) const {
-    return static_cast<const char*>(Find(
-        id, [](unsigned int type) { return type == RM_ATTRIBUTE_TEXT; }, status));
-  }
-
-  // Null, or the 8 bytes of a value that is a name.
-  const unsigned char* Name(RM_AttributeId id, int* status) const {
-    return static_cast<const unsigned char*>(Find(
-        id, [](unsigned int type) { return type == RM_ATTRIBUTE_NAME; }, status));
-  }
-
-  // Null, or the at least 4 bytes of a value that is no text.
-  const unsigned char* Bytes(RM_AttributeId id, int* status) const {
-    return static_cast<const unsigned char*>(Find(
-        id, [](unsigned int type) { return type != RM_ATTRIBUTE_TEXT; }, status));
-  }
-
-  std::optional<std::uint32_t> Number(RM_AttributeId id, int* status) const {
-    const unsigned char* value = Bytes(id, status);
-    if (value == nullptr) return std::nullopt;
-    std::uint32_t number = 0;
-    std::memcpy(&number, value, sizeof(number));
-    return number;
-  }
-
- private:
-  using IsWanted = bool (*)(unsigned int type);
-
-  const void* Find(RM_AttributeId id, IsWanted isWanted, int* status) const {
-    unsigned int type = 0;
-    *status = RM_STATUS_OK;
-    const void* value = RM_GetAttributeValue(m_Bytes.data(), id, &type, status);
-    if (*status != RM_STATUS_OK) return nullptr;
-    if (value == nullptr) {
-      *status = RM_STATUS_FAILED;
-    } else if (!isWanted(type)) {
-      // A value of another type must not be read as what was asked for.
-      *status = RM_STATUS_NOT_FOUND;
-    }
-    return *status == RM_STATUS_OK ? value : nullptr;
-  }
-
-  std::array<unsigned char, RM_ATTRIBUTE_ROOM> m_Bytes{};
-};
 
 // One read of a port. m_Status is one running status that every look-up overwrites, so a step that needs a zero
 // one depends on the look-up before it; look-ups that must not count use a scratch status.
@@ -398,6 +341,7 @@ int AttributeReader::Read() {
     }
     ReadLinkStatus();
     ReadFeature587();
+    m_Entry.SetDetails(ReadPortDetails(m_Buffer));
     m_Entry.SetSpecialFeatures(m_Info.specialFeatures);
   }
   return m_OverTemperature ? RM_STATUS_OVER_TEMPERATURE : m_Status;

@@ -6,10 +6,12 @@
 #include <utility>
 
 #include "inband/PortAttributes.h"
+#include "inband/PortDetailReader.h"
 #include "inband/PortKind.h"
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
 #include "log/DiscoveryLog.h"
+#include "model/WwpnKey.h"
 
 namespace {
 
@@ -40,6 +42,7 @@ class PortVisit {
   void FileAsSlow(int status);
   std::optional<CHbaEntry> CopyListed() const;
   bool ReadBelow(CHbaEntry& port);
+  void ReadDetails(CHbaEntry& port) const;
   void FileAsNew();
   void Refresh(CHbaEntry port);
 
@@ -105,12 +108,19 @@ bool PortVisit::ReadBelow(CHbaEntry& port) {
   return changed;
 }
 
+// Last, so that nothing else waits for it. Ports that were read by their attributes have told theirs.
+void PortVisit::ReadDetails(CHbaEntry& port) const {
+  if (port.IsLocalPort() == 0 || !Enabled()) return;
+  if (auto details = ReadLocalPortDetails(Wwn())) port.SetDetails(std::move(details));
+}
+
 void PortVisit::FileAsNew() {
   if (IsTargetModePort(*m_Port.GetHbaInfo())) {
     m_Port.ClearBelow();
   } else {
     ReadBelow(m_Port);
   }
+  ReadDetails(m_Port);
   CHbaList& destination = *m_Block.destination;
   HbaListGuard guard(destination);
   if (!Enabled()) return;
@@ -124,6 +134,7 @@ void PortVisit::FileAsNew() {
 void PortVisit::Refresh(CHbaEntry port) {
   if (IsTargetModePort(*m_Port.GetHbaInfo())) return;
   const bool changed = ReadBelow(port);
+  ReadDetails(port);
   // What a copy shares is taken over without memory: all of it, or none.
   const CHbaEntry read(port);
   CHbaList& destination = *m_Block.destination;
@@ -133,14 +144,18 @@ void PortVisit::Refresh(CHbaEntry port) {
   listed->TakeTargets(read);
   listed->TakeVPorts(read);
   listed->TakeVFs(read);
+  if (read.GetDetails() != nullptr) listed->SetDetails(read.GetDetails());
   if (!changed) return;
   listed->ResetTargetMapRetries();
   destination.SetModified(1);
 }
 
 void PortVisit::Run() {
+  AnswerBook<std::uint64_t>::Question question(m_Block.answers == nullptr ? nullptr : &m_Block.answers->ports,
+                                               WwpnKey(Wwn()));
   const int status = ReadAttributes();
   if (!Enabled()) return;
+  question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE);
   if (status != RM_STATUS_OK) return FileAsSlow(status);
   if (std::optional<CHbaEntry> listed = CopyListed()) {
     Refresh(*std::move(listed));
@@ -178,10 +193,10 @@ void WorkUntilTerminated(CZylTpThread& thread, const PortDiscoveryParams& params
 }  // namespace
 
 void PortDiscoveryParams::Set(std::shared_ptr<CHbaList> ports, std::shared_ptr<CHbaList> destination,
-                              std::shared_ptr<CHbaList> slow) {
+                              std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers) {
   if (ports == nullptr || destination == nullptr) return Clear();
   Replace(std::make_shared<const PortDiscoveryBlock>(
-      PortDiscoveryBlock{std::move(ports), std::move(destination), std::move(slow)}));
+      PortDiscoveryBlock{std::move(ports), std::move(destination), std::move(slow), std::move(answers)}));
 }
 
 void PortDiscoveryParams::Clear() {

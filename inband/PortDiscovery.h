@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "model/Answers.h"
 #include "model/HbaList.h"
 #include "thread/thread_annotations.h"
 #include "thread/zyl_thread.h"
@@ -14,6 +15,7 @@ struct PortDiscoveryBlock {
   std::shared_ptr<CHbaList> ports;        // to visit, from its current position on
   std::shared_ptr<CHbaList> destination;  // takes what could be read
   std::shared_ptr<CHbaList> slow;         // takes what could not; null: dropped
+  std::shared_ptr<Answers> answers;       // takes what was asked; null: dropped
 };
 
 // Where the workers of a pool find their cycle's block. Workers live longer than cycles, and a killed cycle may
@@ -25,7 +27,7 @@ class PortDiscoveryParams {
  public:
   // Called while every worker of the pool is idle. Workers of a killed cycle keep the block that they took.
   void Set(std::shared_ptr<CHbaList> ports, std::shared_ptr<CHbaList> destination,
-           std::shared_ptr<CHbaList> slow) EXCLUDES(m_Lock);
+           std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers = nullptr) EXCLUDES(m_Lock);
 
   // Lets go of the lists; workers that still use them keep them.
   void Clear() EXCLUDES(m_Lock);

@@ -275,7 +275,7 @@ std::shared_ptr<CHbaList> CSlowHbaDiscover::CopySlowList() const {
 void CSlowHbaDiscover::VisitPorts(const std::shared_ptr<CHbaList>& ports,
                                   const std::shared_ptr<CHbaList>& found) {
   // Without a slow list a port that fails again is dropped by its worker; it is still on the list it came from.
-  m_ThreadParams->Set(ports, found, nullptr);
+  m_ThreadParams->Set(ports, found, nullptr, m_Owner.load()->GetAnswers());
   m_ThreadPool.EnableThreads();
   while (m_ThreadPool.AllThreadsIdle() == 0 && InCycle()) WaitForSignal(500);
   m_ThreadParams->Clear();

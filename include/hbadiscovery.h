@@ -64,6 +64,13 @@
  *   discovery is being stopped: it gives 0. The calls for hosts files and settings wait as they do elsewhere.
  *   No callback starts once HBADisc_Terminate has stopped discovery and returned.
  *
+ * Testing a program
+ *   Without an adapter, and to have links go down at will, the open provider answers from a fabric file: JSON that
+ *   describes hosts, ports, targets, events in the course of time and faults. Before the start, a program of that
+ *   provider calls RMOpen_SetSource("fabric", "lab.json"), found with dlsym(RTLD_DEFAULT, "RMOpen_SetSource"); 0:
+ *   accepted. The file may be replaced (by rename) while the program runs. docs/fabric-file.md has all its keys,
+ *   and `hbadisc --fabric lab.json watch` shows what a program will see.
+ *
  * Signals
  *   Loading the library, and every thread that it makes later, replaces the application's handler of SIGALRM by
  *   one that does nothing. The library's threads run with all signals blocked.
@@ -337,8 +344,6 @@ HBADISC_SIZE(discovery_iscsi_names, 768); HBADISC_AT(discovery_iscsi_names, defa
 HBADISC_AT(discovery_iscsi_names, alias, 512);
 HBADISC_SIZE(hbadisc_oob_host, 80); HBADISC_AT(hbadisc_oob_host, name, 48);
 HBADISC_SIZE(hbadisc_oob_host_list, 8); HBADISC_AT(hbadisc_oob_host_list, padding, 4);
-#undef HBADISC_AT
-#undef HBADISC_SIZE
 /* clang-format on */
 
 /* ---- Life cycle and control ---- */
@@ -625,5 +630,10 @@ HBADISC_API void splitpath(const char* path, char* directory, char* name, char* 
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
+
+#include "hbadiscovery_follow.h"
+
+#undef HBADISC_AT
+#undef HBADISC_SIZE
 
 #endif /* HBADISCOVERY_H_ */

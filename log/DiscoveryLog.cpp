@@ -22,6 +22,28 @@ constexpr int kVersion[] = {14, 0, 326, 24};
 constinit std::atomic<unsigned int> gs_LogMode{0};
 constinit std::atomic<int> gs_LogFile{kClosed};
 
+// Never freed: another thread may be about to call it. They form a chain, so that none is out of reach.
+struct Listener {
+  DiscoveryLogListener function;
+  unsigned int mask;
+  void* context;
+  const Listener* before;
+};
+constinit std::atomic<const Listener*> gs_Listener{nullptr};
+// The listener runs on this thread: what it logs itself is not told to it.
+constinit thread_local bool t_Telling = false;
+
+const Listener* ListenerFor(unsigned int mask) {
+  const Listener* listener = t_Telling ? nullptr : gs_Listener.load();
+  return listener != nullptr && (listener->mask & mask) != 0 ? listener : nullptr;
+}
+
+void Tell(const Listener& listener, unsigned int mask, const char* line) {
+  t_Telling = true;
+  listener.function(mask, line, listener.context);
+  t_Telling = false;
+}
+
 const char* FormatNow(const char* format, char* text, std::size_t size) {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
@@ -129,14 +151,26 @@ void OpenDiscoveryLog(const char* path) {
   if (!gs_LogFile.compare_exchange_strong(none, file)) close(file);
 }
 
+void SetDiscoveryLogListener(DiscoveryLogListener function, unsigned int mask, void* context) {
+  const Listener* before = gs_Listener.load();
+  const auto* listener = new Listener{function, function == nullptr ? 0 : mask, context, before};
+  while (!gs_Listener.compare_exchange_weak(before, listener)) {
+    delete listener;
+    listener = new Listener{function, function == nullptr ? 0 : mask, context, before};
+  }
+}
+
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {
   const int file = gs_LogFile.load();
-  if ((gs_LogMode.load() & mask) == 0 || file == kClosed) return;
+  const bool isWritten = (gs_LogMode.load() & mask) != 0 && file != kClosed;
+  const Listener* const listener = ListenerFor(mask);
+  if (!isWritten && listener == nullptr) return;
 
   char line[kLineSize];
   char now[32];
   std::size_t length =
       Written(std::snprintf(line, sizeof line, "%s: ", FormatNow("%H:%M:%S", now, sizeof now)), sizeof line);
+  const std::size_t timeLength = length;
   if (wwn != nullptr) {
     length += Written(
         std::snprintf(line + length, sizeof line - length, " HBA %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x -  ",
@@ -160,5 +194,9 @@ void disco_printf(unsigned int mask, const unsigned char* wwn, const char* forma
     if (length > kLineSize - 2) length = kLineSize - 2;
     line[length++] = '\n';
   }
-  WriteAll(file, line, length);
+  if (isWritten) WriteAll(file, line, length);
+  if (listener == nullptr) return;
+  while (length > timeLength && line[length - 1] == '\n') --length;
+  line[length] = '\0';
+  Tell(*listener, mask, line + timeLength);
 }

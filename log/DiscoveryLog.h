@@ -37,4 +37,9 @@ void SetDiscoveryLogMode(unsigned int mode);
 // empty.
 void OpenDiscoveryLog(const char* path);
 
+// Also tells lines to `function`, without time and line feed, whatever the mode and the file: those whose mask
+// shares a bit with `mask`. Null or 0: none. May throw std::bad_alloc, and then changes nothing.
+using DiscoveryLogListener = void (*)(unsigned int mask, const char* line, void* context);
+void SetDiscoveryLogListener(DiscoveryLogListener function, unsigned int mask, void* context);
+
 #endif  // LOG_DISCOVERYLOG_H_

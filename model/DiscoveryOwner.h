@@ -7,6 +7,7 @@
 
 #include <memory>
 
+class Answers;
 class CHbaList;
 
 class DiscoveryOwner {
@@ -23,6 +24,10 @@ class DiscoveryOwner {
   virtual bool IsFirstCyclePending() const = 0;
   // Time between the intermediate callbacks of a forced cycle, in seconds.
   virtual unsigned int GetIntermediateCBInterval() const = 0;
+  // Where what was asked is noted; null: nowhere.
+  virtual std::shared_ptr<Answers> GetAnswers() const { return nullptr; }
+  // The current list, or what did not answer, may have changed.
+  virtual void NotePicture() {}
   // True on a thread that runs the application's callback: it holds what a cycle's end may wait for.
   virtual bool IsInCallBack() const { return false; }
 

@@ -46,6 +46,7 @@ CHbaEntry::CHbaEntry(const HBA_info_v4* info, const unsigned char* /*unused*/, i
 CHbaEntry::CHbaEntry(const CHbaEntry& other)
     : m_State(other.m_State),
       m_ISCSINames(other.m_ISCSINames),
+      m_Details(other.m_Details),
       m_Targets(other.GetTargetList().AsKind(other.IsISCSIPort())),
       m_VPorts(other.GetVPortList()),
       m_VFs(other.GetVFList()) {}
@@ -59,6 +60,7 @@ void CHbaEntry::CopyEntry(const CHbaEntry& other) {
   if (this == &other) return;
   m_State = other.m_State;
   m_ISCSINames = other.m_ISCSINames;
+  m_Details = other.m_Details;
   ReplaceTargets(other.GetTargetList().AsKind(other.IsISCSIPort()));
   ReplaceVPorts(other.GetVPortList());
   ReplaceVFs(other.GetVFList());

@@ -14,7 +14,13 @@
 #ifndef MODEL_HBAENTRY_H_
 #define MODEL_HBAENTRY_H_
 
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "model/AnswerBook.h"
 #include "model/ISCSINames.h"
+#include "model/PortDetails.h"
 #include "model/SubListLocks.h"
 #include "model/Targets.h"
 #include "model/VPorts.h"
@@ -92,6 +98,13 @@ class CHbaEntry {
     m_State.vportsRead |= before.m_State.vportsRead;
     m_State.vfsRead |= before.m_State.vfsRead;
   }
+
+  // Beyond the record; null: nothing is known. A merge takes them over, without a change to speak of.
+  const std::shared_ptr<const PortDetails>& GetDetails() const { return m_Details; }
+  void SetDetails(std::shared_ptr<const PortDetails> details) { m_Details = std::move(details); }
+  // Of a snapshot's entry: why the port could not be asked.
+  const std::optional<AnswerRecord>& GetUnanswered() const { return m_State.unanswered; }
+  void SetUnanswered(const std::optional<AnswerRecord>& why) { m_State.unanswered = why; }
 
   // How many tries are left; each call uses one up.
   unsigned int GetTargetMapRetries() { return m_State.targetMapRetries == 0 ? 0 : m_State.targetMapRetries--; }
@@ -183,6 +196,7 @@ class CHbaEntry {
     int proxyOnly = 0;
     int ipInfoValid = 0;
     _RM_IP_INFO ipInfo{};
+    std::optional<AnswerRecord> unanswered;
   };
 
   bool IsISCSIPort() const { return (m_State.specialFeatures & RM_FEATURE_ISCSI) != 0; }
@@ -200,6 +214,7 @@ class CHbaEntry {
 
   State m_State;
   CDiscISCSINames m_ISCSINames;
+  std::shared_ptr<const PortDetails> m_Details;
   CTargetList m_Targets GUARDED_BY(g_TargetLock);
   CVPortList m_VPorts GUARDED_BY(g_VPortLock);
   CVFList m_VFs GUARDED_BY(g_VFListLock);

@@ -73,6 +73,7 @@ int CHbaEntry::MergeHbaEntry(const CHbaEntry* newer) {
     changed |= TakeIfDifferent(m_State.targetBindType, newer->m_State.targetBindType);
   }
   changed |= MergeVFs(*newer);
+  if (newer->m_Details != nullptr) m_Details = newer->m_Details;
   return changed ? 1 : 0;
 }
 

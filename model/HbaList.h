@@ -63,6 +63,12 @@ class CAPABILITY("list") CHbaList {
 
   CHbaEntry* FindEntry(const unsigned char* wwpn) REQUIRES(this);  // does not touch the walk
 
+  // Reads all entries in order, without the walk.
+  template <class Visit>
+  void ForEach(Visit visit) const REQUIRES(this) {
+    for (const auto& [key, entry] : m_Ports) visit(entry);
+  }
+
   int IsModified() const { return m_Modified.load(std::memory_order_relaxed); }
   void SetModified(int modified) { m_Modified.store(modified, std::memory_order_relaxed); }
 

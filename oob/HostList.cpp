@@ -45,22 +45,10 @@ void VisitCimHosts(Visit visit) {
 int FillHostList(unsigned char* list) {
   std::uint32_t room = 0;
   std::memcpy(&room, list, sizeof(room));
-  std::uint32_t found = 0;
-  if (const auto content = ReadHostFile(kOobHostsFile)) {
-    HostFilePieces pieces(*content);
-    char* host = nullptr;
-    const char* name = nullptr;
-    while (const auto piece = pieces.Next()) {
-      if (ParseHostEntry(pieces.Line(*piece), &host, &name) == 0) continue;
-      if (found < room) {
-        OobHostRecord record{};
-        CopyCut(record.host, host);
-        CopyCut(record.name, name);
-        std::memcpy(list + kFirstRecord + found * sizeof(record), &record, sizeof(record));
-      }
-      ++found;
-    }
-  }
+  const std::vector<OobHostRecord> hosts = ReadHostList();
+  const auto found = static_cast<std::uint32_t>(hosts.size());
+  const std::size_t filled = std::min(room, found);
+  if (filled != 0) std::memcpy(list + kFirstRecord, hosts.data(), filled * sizeof(OobHostRecord));
   std::memcpy(list, &found, sizeof(found));
   return found > room ? 1 : 0;
 }
@@ -75,6 +63,22 @@ bool StoreCimHost(const CIMCredentials& record) {
 }
 
 }  // namespace
+
+std::vector<OobHostRecord> ReadHostList() {
+  std::vector<OobHostRecord> hosts;
+  const auto content = ReadHostFile(kOobHostsFile);
+  if (!content) return hosts;
+  HostFilePieces pieces(*content);
+  char* host = nullptr;
+  const char* name = nullptr;
+  while (const auto piece = pieces.Next()) {
+    if (ParseHostEntry(pieces.Line(*piece), &host, &name) == 0) continue;
+    OobHostRecord& record = hosts.emplace_back();
+    CopyCut(record.host, host);
+    CopyCut(record.name, name);
+  }
+  return hosts;
+}
 
 int GetOOBHostList(void* list) {
   if (list == nullptr) return 1;

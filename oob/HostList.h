@@ -6,6 +6,7 @@
 #define OOB_HOSTLIST_H_
 
 #include <cstddef>
+#include <vector>
 
 #include "rmapi/rmapi.h"
 
@@ -15,6 +16,9 @@ struct OobHostRecord {
   char name[32];
 };
 static_assert(sizeof(OobHostRecord) == 80 && offsetof(OobHostRecord, name) == 48);
+
+// The hosts of the file, in its order.
+std::vector<OobHostRecord> ReadHostList();
 
 // `list` begins with a 32-bit count (in: room, out: hosts in the file); the records follow at byte 8. 0: all
 // fitted, 1: there are more, or null.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "model/Answers.h"
 #include "model/HbaList.h"
 #include "oob/OobIpAddressList.h"
 #include "thread/SharedSlot.h"
@@ -25,9 +26,12 @@ enum OobState : std::uint32_t {
 //
 // Thread safety: the lists lock themselves; their locks are never held together with another.
 struct OobShared {
-  explicit OobShared(std::chrono::milliseconds limit = std::chrono::seconds(10)) : callLimit(limit) {}
+  explicit OobShared(std::chrono::milliseconds limit = std::chrono::seconds(10),
+                     std::shared_ptr<Answers> noted = nullptr)
+      : callLimit(limit), answers(noted != nullptr ? std::move(noted) : std::make_shared<Answers>()) {}
 
   const std::chrono::milliseconds callLimit;  // of one remote call
+  const std::shared_ptr<Answers> answers;     // takes what was asked; locks itself
   std::atomic<std::uint32_t> state{0};        // atomic: changed by the main thread and by every caller
   COobIpAddressList unreachableHosts;         // their last query failed
   COobIpAddressList silentHosts;              // they kept their last worker waiting for nothing

@@ -36,7 +36,7 @@ COOBHbaDiscover::COOBHbaDiscover(DiscoveryOwner* owner, const char* settingsPath
                                  std::chrono::milliseconds callLimit)
     : m_Owner(owner),
       m_SettingsPath(settingsPath),
-      m_Shared(std::make_shared<OobShared>(callLimit)),
+      m_Shared(std::make_shared<OobShared>(callLimit, owner == nullptr ? nullptr : owner->GetAnswers())),
       m_Cycle(std::make_shared<OobCycleSlot>()),
       m_HostFile(kOobHostsFile),
       m_CimFile(kCimHostsFile) {}

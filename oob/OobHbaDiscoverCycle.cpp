@@ -138,6 +138,7 @@ void COOBHbaDiscover::DoOOBDiscovery() {
     } else {
       if (hosts != 0) MergeFound(*cycle);
       ReportCycle(*cycle);
+      m_Owner->NotePicture();
     }
     disco_printf(kLogBounds, nullptr, "OOB DISCOVERY CYCLE DONE (%d)\n",
                  static_cast<int>(cycle->found.GetCount()));

@@ -67,9 +67,11 @@ void COOBHbaDiscover::ProcessHostsFile() {
   if (!content) {
     if (StopRequested()) return;
     disco_printf(kLogOob, nullptr, "OOB discovery - host file not found");
+    m_Shared->answers->SetHosts({});
     return;
   }
   std::set<std::string> unusable;
+  std::set<HostKey> usable;
   HostFilePieces pieces(*content);
   while (const auto piece = pieces.Next()) {
     if (StopRequested()) return;
@@ -80,9 +82,11 @@ void COOBHbaDiscover::ProcessHostsFile() {
     if (IsBadAddress(line) || RM_RemoteOOBHostAddrV2(line, port, &address) != RM_STATUS_OK) {
       unusable.insert(line);
     } else {
+      usable.insert(HostKeyOf(address));
       AddToCycle(address, line);
     }
   }
+  m_Shared->answers->SetHosts(usable);
   TellUnusableHosts(std::move(unusable));
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <set>
 
 #include "inband/Gathering.h"
 #include "inband/PortAttributes.h"
@@ -12,6 +13,7 @@
 #include "inband/PortTargets.h"
 #include "inband/PortVPorts.h"
 #include "log/DiscoveryLog.h"
+#include "model/WwpnKey.h"
 #include "oob/HostEntry.h"
 #include "oob/HostPatience.h"
 #include "oob/NodeAddresses.h"
@@ -84,7 +86,9 @@ class HostVisit {
         m_Cycle(cycle),
         m_Names(names),
         m_Host(host),
-        m_Text(host) {}
+        m_Text(host),
+        m_Key(HostKeyOf(host)),
+        m_Question(&cycle.shared->answers->hosts, m_Key) {}
 
   // The host's names: false when there is nothing to read.
   bool Begin();
@@ -97,6 +101,7 @@ class HostVisit {
   void Note(COobIpAddressList& hosts, bool listed) const;
   std::optional<int> AskForNames();
   bool ReadNames();
+  void ForgetOtherPorts();
   void VisitPorts();
   int VisitPort(const HBA_NAME& wwpn);
   int ReadAttributes(CHbaEntry& port);
@@ -112,6 +117,8 @@ class HostVisit {
   const _RM_IP_INFO m_Host;
   const IpText m_Text;
   unsigned char m_Proxy[8] = {};
+  const HostKey m_Key;
+  AnswerBook<HostKey>::Question m_Question;
 };
 
 // A proxy address of zeros would ask this host. One of an IPv4 host is made from its address anyway.
@@ -160,15 +167,31 @@ bool HostVisit::ReadNames() {
                  m_Text.Text());
   }
   const bool answered = *status == RM_STATUS_OK;
+  m_Question.Answer(*status, answered, m_Patience.HasWaited());
   Note(m_Cycle.shared->unreachableHosts, !answered);
   Note(m_Cycle.shared->silentHosts, !answered && m_Patience.HasWaited());
   if (answered) m_Patience.NoteAnswer();
   return answered;
 }
 
+// Nobody has to wait for an answer of a port that the host no longer has.
+void HostVisit::ForgetOtherPorts() {
+  std::set<std::uint64_t> names;
+  for (std::uint32_t i = 0; i < m_Names.Count(); ++i) names.insert(WwpnKey(m_Names[i].wwn));
+  m_Cycle.shared->answers->ports.Forget([&](std::uint64_t name, const AnswerRecord& port) {
+    return port.host == m_Key && !names.contains(name);
+  });
+}
+
 bool HostVisit::Begin() {
-  if (!Register() || !ReadNames() || m_Names.Count() == 0) return false;
+  if (!Register() || !ReadNames()) return false;
+  ForgetOtherPorts();
+  if (m_Names.Count() == 0) {
+    m_Question.Answer(kHostHasNoPorts, true);
+    return false;
+  }
   if (RM_IsLocalHBA(m_Names[0].wwn) == 0) return true;
+  m_Question.Answer(kHostIsThis, true);
   disco_printf(kLogOob, nullptr, "OOB: Trying to discover local host (%s) HBAs - skipped", m_Text.Text());
   return false;
 }
@@ -176,13 +199,16 @@ bool HostVisit::Begin() {
 void HostVisit::ReadPorts() {
   VisitPorts();
   if (!Enabled() || !m_Patience.IsExhausted()) return;
+  m_Question.Answer(RM_STATUS_BUSY, false, true);
   disco_printf(kLogDetails, nullptr, "OOB: host %s keeps discovery waiting, given up until the next cycle",
                m_Text.Text());
 }
 
 void HostVisit::VisitPorts() {
   for (std::uint32_t i = 0; i < m_Names.Count() && m_Thread.Terminated() == 0 && IsPatient(); ++i) {
-    if (VisitPort(m_Names[i]) == RM_STATUS_HOST_UNUSABLE) return;
+    if (VisitPort(m_Names[i]) != RM_STATUS_HOST_UNUSABLE) continue;
+    if (Enabled()) m_Question.Answer(RM_STATUS_HOST_UNUSABLE, false, m_Patience.HasWaited());
+    return;
   }
 }
 
@@ -250,8 +276,12 @@ int HostVisit::VisitPort(const HBA_NAME& wwpn) {
   std::memcpy(info.portWwn, wwpn.wwn, sizeof(info.portWwn));
   CHbaEntry port(&info, nullptr, 0, m_Proxy, 1, &m_Host);
   port.SetNothingRead();
+  AnswerBook<std::uint64_t>::Question question(&m_Cycle.shared->answers->ports, WwpnKey(wwpn.wwn));
   const int status = ReadAttributes(port);
   if (!Enabled()) return status;
+  question.GoesThrough(m_Key);
+  question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE ||
+                              status == kOverTemperatureStatus);
   CompleteLinkStatus(port, status);
   if (status == RM_STATUS_OK || status == kOverTemperatureStatus) {
     LogPort(port);

@@ -1,6 +1,6 @@
 /* What the open provider offers beyond rmapi.h: the process may say what it looks at before RM_InitLib.
  *
- * These three are extensions. A program that wants to run with any provider looks them up with
+ * These are extensions. A program that wants to run with any provider looks them up with
  * dlsym(RTLD_DEFAULT, ...) and does without when they are missing.
  */
 #ifndef PROVIDER_OPENPROVIDER_H_
@@ -22,6 +22,10 @@ void RMOpen_LastError(char* text, unsigned int size);
 /* The directory that RM_GetAppInstallDirA tells, where the files of remote hosts lie, in place of the
  * configuration file's. 0, or 1 when it is no directory. To be called before RM_InitLib. */
 int RMOpen_SetInstallDir(const char* directory);
+
+/* 1: RM_GetDiscoveryAttributes has the attributes that tell more of a port than rmapi.h asks for (speeds, versions,
+ * PCI address and so on), of this host's ports, too. The discovery library then asks those for them. */
+int RMOpen_HasPortDetails(void);
 
 #ifdef __cplusplus
 }

@@ -105,6 +105,10 @@ void RMOpen_LastError(char* text, unsigned int size) {
   });
 }
 
+int RMOpen_HasPortDetails(void) {
+  return 1;
+}
+
 int RMOpen_SetInstallDir(const char* directory) {
   return provider::Guarded([&]() -> int {
     struct stat found {};

@@ -2,6 +2,7 @@
 #include "provider/fabric/FabricSchema.h"
 #include "provider/host/AdapterModels.h"
 #include "provider/host/WorldWideName.h"
+#include "rmapi/PortDetails.h"
 
 namespace provider {
 
@@ -92,6 +93,23 @@ void ReadLocation(FabricObject& object, FabricBoard& board) {
   ReadText(object, "sub_adapter_id", kLongestSubAdapterId, board.subAdapterId);
 }
 
+constexpr std::size_t kLongestDetail = 255;
+
+// What inventories ask for beyond the record; what is left out is not known.
+void ReadDetails(const FabricValue& value, FabricBoard& board) {
+  FabricObject object(value);
+  for (const PortDetailKey& detail : kPortDetailKeys) {
+    const auto given = object.Find(detail.key);
+    if (!given.has_value()) continue;
+    if (detail.isNumber) {
+      board.details[detail.id] = given->Number32(kMost32 - 1);
+    } else {
+      board.details[detail.id] = given->Text(kLongestDetail);
+    }
+  }
+  object.Finish();
+}
+
 AttributeValue ReadAttributeValue(const FabricValue& value) {
   if (value.IsObject()) {
     FabricObject object(value);
@@ -126,6 +144,7 @@ void ReadBehaviour(FabricObject& object, FabricBoard& board) {
   if (const auto value = object.Find("legacy_attributes")) board.legacyAttributes = value->Flag();
   ReadNumber(object, "attribute_585", kMost32, board.attribute585);
   ReadNumber(object, "attribute_587", kMost32, board.attribute587);
+  if (const auto value = object.Find("details")) ReadDetails(*value, board);
   if (const auto value = object.Find("attributes")) ReadRawAttributes(*value, board);
 }
 

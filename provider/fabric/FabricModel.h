@@ -103,6 +103,7 @@ struct FabricBoard {
   std::uint32_t driverType = 0;
   std::uint32_t bindType = 0;
   IscsiNames iscsi;
+  std::map<unsigned int, AttributeValue> details;  // by PortDetailId
   // Answered in place of what follows from the above; nothing: left out.
   std::map<unsigned int, std::optional<AttributeValue>> attributes;
   FabricBoardState initial;

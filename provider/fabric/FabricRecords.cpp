@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "provider/host/AdapterModels.h"
+#include "rmapi/PortDetails.h"
 
 namespace provider {
 
@@ -101,6 +102,17 @@ void PutRaw(Attributes& attributes, const FabricBoard& board) {
   }
 }
 
+// No speed without a link.
+void PutDetails(Attributes& attributes, const FabricBoard& board, const FabricBoardState& state) {
+  if (board.details.empty()) return;
+  attributes.insert(board.details.begin(), board.details.end());
+  attributes[kPortDetailsMark] = std::string(kPortDetailsText);
+  const bool isUp = state.link.physical == 1 && !state.overheated;
+  if (const auto speed = attributes.find(kDetailLinkSpeed); speed != attributes.end() && !isUp) {
+    speed->second = std::uint32_t{0};
+  }
+}
+
 }  // namespace
 
 Board MakeFabricBoard(const std::string& hostName, const FabricBoard& board, const FabricBoardState& state) {
@@ -153,6 +165,7 @@ Attributes MakeFabricAttributes(const std::string& hostName, const FabricBoard& 
                                 const FabricBoardState& state) {
   Attributes attributes = MakeFabricLegacyAttributes(hostName, board);
   PutLink(attributes, board, state);
+  PutDetails(attributes, board, state);
   PutRaw(attributes, board);
   return attributes;
 }

@@ -6,6 +6,7 @@
 #include <array>
 
 #include "provider/sysfs/SysfsBoard.h"
+#include "provider/sysfs/SysfsDetails.h"
 #include "provider/sysfs/SysfsPort.h"
 #include "provider/sysfs/SysfsTargets.h"
 #include "provider/sysfs/TimeLimitedHost.h"
@@ -130,7 +131,11 @@ bool SysfsHost::IsMakersPort(const Wwn& wwn) {
 
 Answer<Attributes> SysfsHost::DiscoveryAttributes(const Wwn& wwn) {
   return OfPort<Answer<Attributes>>(wwn, [this](const FcPort& port) -> Answer<Attributes> {
-    return {RM_STATUS_OK, MakeSysfsAttributes(ReadFcPortFacts(port), HostName())};
+    const FcPortFacts facts = ReadFcPortFacts(port);
+    Attributes attributes = MakeSysfsAttributes(facts, HostName());
+    ReadTrouble trouble;  // what is told beyond the record may be missing
+    AddSysfsDetails(SysfsDirectory(m_Root, trouble), port, facts, attributes);
+    return {RM_STATUS_OK, std::move(attributes)};
   });
 }
 

@@ -29,6 +29,7 @@ std::optional<PciDevice> PciAbove(const OpenDevice& device) {
     const auto id = [&function](const char* file) { return ParseHex(function.Text(file)).value_or(0); };
     const std::string driver = function.LinkText("driver");
     return PciDevice{*address,
+                     PrintableText(names[i]),
                      id("vendor"),
                      id("device"),
                      id("subsystem_vendor"),

@@ -46,6 +46,7 @@ FoundFcPort FindFcPort(const SysfsDirectory& root, const Wwn& name);
 
 struct PciDevice {
   PciAddress address;
+  std::string name;  // all of the address: "0000:3b:00.1"
   // 0 when the kernel does not tell.
   std::uint32_t vendor = 0;
   std::uint32_t device = 0;

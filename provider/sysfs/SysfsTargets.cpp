@@ -202,6 +202,21 @@ std::vector<RM_NodeInfoEntry> ReadNodes(const SysfsDirectory& scsiHost, unsigned
   return nodes;
 }
 
+FcStorage ReadFcStorage(const SysfsDirectory& scsiHost, unsigned int host) {
+  constexpr std::string_view kDisk = "/dev/";
+  constexpr std::string_view kGeneric = "/dev/sg";
+  FcStorage storage;
+  for (const RemotePort& target : ReadTargets(scsiHost, host)) {
+    for (const Lun& lun : ReadLuns(scsiHost, host, target)) {
+      ++storage.lunCount;
+      const bool isBlock = lun.device.starts_with(kDisk) && !lun.device.starts_with(kGeneric);
+      if (isBlock) storage.blockDevices.push_back(lun.device.substr(kDisk.size()));
+    }
+  }
+  std::sort(storage.blockDevices.begin(), storage.blockDevices.end());
+  return storage;
+}
+
 RM_VPortEntry MakeVirtualPort(const SysfsVirtualPort& port) {
   RM_VPortEntry entry{};
   CopyName(entry.portWwn, port.portName);

@@ -2,6 +2,8 @@
 #ifndef PROVIDER_SYSFS_SYSFSTARGETS_H_
 #define PROVIDER_SYSFS_SYSFSTARGETS_H_
 
+#include <cstdint>
+#include <string>
 #include <vector>
 
 #include "provider/sysfs/SysfsDirectory.h"
@@ -32,6 +34,13 @@ std::vector<SysfsVirtualPort> ReadVirtualPorts(const SysfsDirectory& scsiHost, u
 // What the virtual port itself sees and can use: a record of a virtual port's target has no state.
 std::vector<RM_VPortTargetEntry> ReadVirtualPortTargets(const SysfsDirectory& scsiHost, unsigned int host,
                                                         const SysfsVirtualPort& port);
+
+// What lies behind all targets of a port, its virtual ports' left out.
+struct FcStorage {
+  std::uint32_t lunCount = 0;
+  std::vector<std::string> blockDevices;  // names as "sda", ascending
+};
+FcStorage ReadFcStorage(const SysfsDirectory& scsiHost, unsigned int host);
 
 }  // namespace provider
 

@@ -96,6 +96,18 @@ class Library {
   HBADISC_CALL(GetCimCount);
   HBADISC_CALL(GetCimEntries);
   HBADISC_CALL(UpdateCimEntries);
+  HBADISC_CALL(GetVersion);
+  HBADISC_CALL(GetLinkText);
+  HBADISC_CALL(GetStatusText);
+  HBADISC_CALL(GetHostStateText);
+  HBADISC_CALL(SetLogCallBack);
+  HBADISC_CALL(WaitForFirstPicture);
+  HBADISC_CALL(GetUnanswered);
+  HBADISC_CALL(GetHostStates);
+  HBADISC_CALL(GetFirstHbaV4);
+  HBADISC_CALL(GetNextHbaV4);
+  HBADISC_CALL(GetChanges);
+  HBADISC_CALL(GetChangeDescriptor);
 #undef HBADISC_CALL
 
   // Walks to the end; ports by WWPN as 16 hex digits.
