@@ -113,10 +113,10 @@ TEST_F(Following, ReplayedChangesGiveTheNextPictureOfRandomFabrics) {
     if (number % 3 == 1) {
       made["targets"] = targets(10);
       made["virtual_ports"] = json::array();
-      if (dice(2) == 0) made["virtual_ports"].push_back({{"wwpn", "3000000000000001"}, {"targets", targets(20)}});
+      if (dice(2) == 0) made["virtual_ports"].push_back({{"wwpn", "300000000000000" + std::to_string(number)}, {"targets", targets(20)}});
     } else if (number % 3 == 0) {
       made["virtual_functions"] = json::array();
-      if (dice(2) == 0) made["virtual_functions"].push_back("0200000000000001");
+      if (dice(2) == 0) made["virtual_functions"].push_back("020000000000000" + std::to_string(number));
     } else {
       made["iscsi"]["alias"] = "A" + std::to_string(dice(2));
       made["iscsi_targets"] = json::array();
@@ -126,16 +126,17 @@ TEST_F(Following, ReplayedChangesGiveTheNextPictureOfRandomFabrics) {
   };
   Start();
   Picture picture = Read();
-  for (int round = 0; round < 12; ++round) {
-    json boards = {board(1)};
+  for (int round = 0; round < 8; ++round) {
+    json boards = json::array({board(1)});
     for (unsigned int number = 2; number < 8; ++number) {
       if (dice(3) != 0) boards.push_back(board(number));
     }
     m_Fabric.Local()["boards"] = boards;
     // What cannot be read is in the picture, too.
     m_Fabric.Local()["faults"] = json::array();
-    if (dice(2) == 0) m_Fabric.AddFault({{"call", "RM_GetLocalHBAInfoV4"}, {"port", kSecond}, {"status", 64}});
+    if (dice(2) == 0) m_Fabric.AddFault({{"call", "RM_GetLocalHBAInfoV4"}, {"port", kFirst}, {"status", 64}});
     ChangeAndLook();
+    if (HasFatalFailure()) return;
     std::uint64_t before = m_Sequence;
     std::uint64_t now = 0;
     const Picture next = Picture::Read(*m_Library, &now);
