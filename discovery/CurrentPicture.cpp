@@ -48,12 +48,14 @@ void FreeSystemList(SharedSlot<CSystemList>& slot) {
 void CurrentPicture::Close() {
   FreeHbaList(m_Current);
   FreeHbaList(m_Gathered);
+  FreeHbaList(m_Seen);
 }
 
 std::shared_ptr<CHbaList> CurrentPicture::Gather(bool full) {
   std::shared_ptr<CHbaList> fresh = full ? std::make_shared<CHbaList>(ListRank::kGathered) : nullptr;
   FreeHbaList(m_Gathered);
   m_Gathered.Set(fresh);
+  m_Seen.Set(full ? std::make_shared<CHbaList>(ListRank::kGathered) : nullptr);
   return fresh;
 }
 
@@ -62,6 +64,7 @@ int CurrentPicture::UpdateDiscoveryLists() {
   const std::shared_ptr<CHbaList> fresh = m_Gathered.Get();
   const int changed = current == nullptr ? 0 : current->MergeLists(fresh.get(), 1, 1);
   FreeHbaList(m_Gathered);
+  FreeHbaList(m_Seen);
   return changed;
 }
 
@@ -83,8 +86,10 @@ std::shared_ptr<CHbaList> CurrentPicture::GetCurrentHbaList(bool withGathered) c
     });
   };
   copy(*current);
-  const std::shared_ptr<CHbaList> gathered = withGathered ? m_Gathered.Get() : nullptr;
-  if (gathered != nullptr) copy(*gathered);
+  for (const SharedSlot<CHbaList>* slot : {&m_Gathered, &m_Seen}) {
+    const std::shared_ptr<CHbaList> early = withGathered ? slot->Get() : nullptr;
+    if (early != nullptr) copy(*early);
+  }
   return snapshot;
 }
 

@@ -33,6 +33,8 @@ class CurrentPicture {
   // A cycle's list: a new one in a full cycle, null in a lite one. The one before is dropped.
   std::shared_ptr<CHbaList> Gather(bool full);
   void DropGathered() { FreeHbaList(m_Gathered); }
+  // Of a full cycle: takes the ports of boards as soon as these are read; null in a lite one.
+  std::shared_ptr<CHbaList> GetSeen() const { return m_Seen.Get(); }
   // Merges the gathered list into the current one and drops it. 1: the application has something new to see.
   int UpdateDiscoveryLists();
 
@@ -48,6 +50,7 @@ class CurrentPicture {
   const RemoteSide& m_Remote;
   SharedSlot<CHbaList> m_Current;
   SharedSlot<CHbaList> m_Gathered;
+  SharedSlot<CHbaList> m_Seen;
 };
 
 #endif  // DISCOVERY_CURRENTPICTURE_H_

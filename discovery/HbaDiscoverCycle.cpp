@@ -149,7 +149,8 @@ HbaDiscoverCycle::CycleEnd HbaDiscoverCycle::TryCycle(Cycle& cycle) {
   if (m_Parts.state.StopRequested()) return CycleEnd::kStopped;
   if (cycle.lite) return FinishLiteCycle(cycle);
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: Full discovery - updating discovery lists");
-  cycle.changed = m_Parts.picture.UpdateDiscoveryLists();
+  m_Parts.kept.Update(KeptPicture::Side::kBoards,
+                      [&] { cycle.changed = m_Parts.picture.UpdateDiscoveryLists(); });
   return CycleEnd::kDone;
 }
 
@@ -165,6 +166,7 @@ void HbaDiscoverCycle::BeginKind(Cycle& cycle) {
 }
 
 int HbaDiscoverCycle::CollectPorts(Cycle& cycle) {
+  cycle.ports.SetSeen(m_Parts.picture.GetSeen());
   const int result = cycle.ports.BuildDiscoPortsList(cycle.current, cycle.fresh, m_Parts.slow.GetHbaList(),
                                                      cycle.lite ? 1 : 0, m_LiteCycleCount);
   cycle.collected = true;
@@ -228,6 +230,7 @@ void HbaDiscoverCycle::IntermediateUpdate(const Cycle& cycle) {
 
 HbaDiscoverCycle::CycleEnd HbaDiscoverCycle::FinishLiteCycle(Cycle& cycle) {
   CHbaList& current = *cycle.current;
+  m_Parts.kept.Update(KeptPicture::Side::kBoards, [] {});  // the list was brought up to date port by port
   {
     HbaListGuard guard(current);
     cycle.changed = current.IsModified();

@@ -1,6 +1,7 @@
 #include "discovery/KeptPicture.h"
 
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "config/DiscConfig.h"
@@ -35,8 +36,21 @@ int Order(const CHbaEntry& one, const CHbaEntry& other) {
 KeptPicture::Taken KeptPicture::Take() {
   LockGuard guard(m_Lock);
   FollowLocked();
+  // Somebody wants to see what there is before the first cycle ends.
+  m_WithGathered = m_WithGathered || m_First.IsAwaited();
   NoteLocked(BuildLocked());
   return {m_Last, m_Changes.Last()};
+}
+
+void KeptPicture::Update(Side side, const std::function<void()>& merge) {
+  if (!m_Followed.load()) return merge();
+  LockGuard guard(m_Lock);
+  merge();
+  try {
+    (side == Side::kBoards ? m_Boards : m_Hosts) = std::make_shared<const AnswerView>(m_Answers);
+  } catch (const std::bad_alloc&) {
+    // The answers before count for another cycle.
+  }
 }
 
 void KeptPicture::Note() {
@@ -54,6 +68,7 @@ void KeptPicture::Close() {
   try {
     LockGuard guard(m_Lock);
     NoteLocked(nullptr);
+    m_Boards = m_Hosts = std::make_shared<const AnswerView>(m_Answers);
   } catch (...) {
     // As above: the next start compares with what was there.
   }
@@ -62,11 +77,16 @@ void KeptPicture::Close() {
 void KeptPicture::FollowLocked() {
   if (m_Followed.load()) return;
   const int records = SettingOf("DISCO_CHANGE_RECORDS", kChangeRecords);
-  m_Changes.SetLimit(static_cast<std::uint64_t>(
-      records < 1 || records > kMostChangeRecords ? kChangeRecords : records));
+  m_Changes.SetLimit(
+      static_cast<std::uint64_t>(records < 1 || records > kMostChangeRecords ? kChangeRecords : records));
   const int keep = SettingOf("DISCO_KEEP_UNANSWERED", kDay);
   m_KeepMilliseconds = std::int64_t{keep < 0 ? kDay : keep} * 1000;
+  m_Boards = m_Hosts = std::make_shared<const AnswerView>(m_Answers);
   m_Followed = true;
+}
+
+std::optional<AnswerRecord> KeptPicture::WhyUnseen(const CHbaEntry& port) const {
+  return (port.IsLocalPort() != 0 ? *m_Boards : *m_Hosts).WhyUnseen(port);
 }
 
 // Compares with the last picture, and takes its place.
@@ -92,7 +112,8 @@ void KeptPicture::NoteLocked(const std::shared_ptr<CHbaList>& ports) {
 }
 
 std::shared_ptr<CHbaList> KeptPicture::BuildLocked() {
-  std::shared_ptr<CHbaList> ports = m_Current.GetCurrentHbaList(m_First.IsAwaited());
+  m_WithGathered = m_WithGathered && m_First.IsAwaited();
+  std::shared_ptr<CHbaList> ports = m_Current.GetCurrentHbaList(m_WithGathered);
   if (ports == nullptr) return nullptr;
   KeepUnanswered(*ports);
   return ports;
@@ -100,18 +121,18 @@ std::shared_ptr<CHbaList> KeptPicture::BuildLocked() {
 
 // Marks what could not be asked, and puts back what is missing for that reason alone.
 void KeptPicture::KeepUnanswered(CHbaList& ports) {
-  const AnswerView answers(m_Answers);
   const std::int64_t now = NowMilliseconds();
   const std::vector<const CHbaEntry*> before = EntriesOf(m_Last.get());
   HbaListGuard guard(ports);
   for (CHbaEntry* port = ports.GetFirstEntry(); port != nullptr; port = ports.GetNextEntry()) {
-    port->SetUnanswered(answers.WhyUnseen(*port));
+    port->SetUnanswered(WhyUnseen(*port));
   }
   for (const CHbaEntry* known : before) {
     if (ports.FindEntry(known->GetHbaInfo()->portWwn) != nullptr) continue;
-    std::optional<AnswerRecord> why = answers.WhyUnseen(*known);
+    std::optional<AnswerRecord> why = WhyUnseen(*known);
     if (!why) continue;
-    if (known->GetUnanswered() && known->GetUnanswered()->since != 0) why->since = known->GetUnanswered()->since;
+    if (known->GetUnanswered() && known->GetUnanswered()->since != 0)
+      why->since = known->GetUnanswered()->since;
     const std::int64_t since = why->since != 0 ? why->since : why->asking;
     if (now - since >= m_KeepMilliseconds) continue;
     CHbaEntry kept(*known);

@@ -10,7 +10,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 
 #include "discovery/ChangeLog.h"
 #include "discovery/CurrentPicture.h"
@@ -35,6 +37,11 @@ class KeptPicture {
   void Follow() {
     if (!m_Followed.load()) Take();
   }
+  // Runs `merge`, which brings the current list up to date with a cycle. What was answered in it counts from
+  // then on, and not before: else a port whose board answers again would be missing, for no reason, until the
+  // cycle's end.
+  enum class Side { kBoards, kHosts };
+  void Update(Side side, const std::function<void()>& merge) EXCLUDES(m_Lock);
   // Notes the picture when it is followed. What cannot be noted for want of memory is, the next time.
   void Note() EXCLUDES(m_Lock);
   // Discovery has stopped: there are no ports.
@@ -47,6 +54,7 @@ class KeptPicture {
   void NoteLocked(const std::shared_ptr<CHbaList>& ports) REQUIRES(m_Lock);
   std::shared_ptr<CHbaList> BuildLocked() REQUIRES(m_Lock);
   void KeepUnanswered(CHbaList& ports) REQUIRES(m_Lock);
+  std::optional<AnswerRecord> WhyUnseen(const CHbaEntry& port) const REQUIRES(m_Lock);
 
   const CurrentPicture& m_Current;
   const Answers& m_Answers;
@@ -56,6 +64,10 @@ class KeptPicture {
   CZylThreadLock m_Lock;
   std::int64_t m_KeepMilliseconds GUARDED_BY(m_Lock) = 0;
   std::shared_ptr<CHbaList> m_Last GUARDED_BY(m_Lock);  // null: no ports
+  // What was answered up to the last cycle of each side.
+  std::shared_ptr<const AnswerView> m_Boards GUARDED_BY(m_Lock);
+  std::shared_ptr<const AnswerView> m_Hosts GUARDED_BY(m_Lock);
+  bool m_WithGathered GUARDED_BY(m_Lock) = false;  // the last picture has what the first cycle had read so far
 };
 
 #endif  // DISCOVERY_KEPTPICTURE_H_

@@ -31,7 +31,12 @@ struct DiscoverySettings {
 // Thread safety: each part is internally locked. Ownership: the thread outlives the parts.
 struct Parts final : public DiscoveryOwner {
   Parts(CZylThread& mainInBand, const DiscoverySettings& read)
-      : settings(read), mainThread(mainInBand), state(mainInBand), gate(state), picture(remote), kept(picture, *answers, first) {}
+      : settings(read),
+        mainThread(mainInBand),
+        state(mainInBand),
+        gate(state),
+        picture(remote),
+        kept(picture, *answers, first) {}
   virtual ~Parts() = default;
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;
@@ -46,6 +51,9 @@ struct Parts final : public DiscoveryOwner {
     callback.Report(report);
   }
   std::shared_ptr<Answers> GetAnswers() const override { return answers; }
+  void UpdateFromHosts(const std::function<void()>& merge) override {
+    kept.Update(KeptPicture::Side::kHosts, merge);
+  }
   void NotePicture() override { kept.Note(); }
   unsigned int GetMaxSlowThreads() const override { return 15; }
   bool IsFullDiscoveryOnly() const override { return settings.fullDiscoveryOnly; }

@@ -103,9 +103,12 @@ class Comparison {
     unsigned int k = 0;
     while (i < old.GetCount() || k < now.GetCount()) {
       int order = 0;
-      if (k == now.GetCount()) order = -1;
-      else if (i == old.GetCount()) order = 1;
-      else order = old.GetEntry(i).CompareOrder(now.GetEntry(k));
+      if (k == now.GetCount())
+        order = -1;
+      else if (i == old.GetCount())
+        order = 1;
+      else
+        order = old.GetEntry(i).CompareOrder(now.GetEntry(k));
       pair(order <= 0 ? &old.GetEntry(i) : nullptr, order >= 0 ? &now.GetEntry(k) : nullptr);
       if (order <= 0) ++i;
       if (order >= 0) ++k;
@@ -179,7 +182,8 @@ void FillRecord(const PortChange& change, hbadisc_change* record) {
   const bool hasBefore = isItem ? change.oldItem != nullptr : change.before != nullptr;
   const bool hasAfter = isItem ? change.newItem != nullptr : change.after != nullptr;
   record->kind = change.kind;
-  record->values = (hasBefore ? 1U * HBADISC_CHANGE_HAS_BEFORE : 0U) | (hasAfter ? 1U * HBADISC_CHANGE_HAS_AFTER : 0U);
+  record->values =
+      (hasBefore ? 1U * HBADISC_CHANGE_HAS_BEFORE : 0U) | (hasAfter ? 1U * HBADISC_CHANGE_HAS_AFTER : 0U);
   const CHbaEntry& port = change.after != nullptr ? *change.after : *change.before;
   std::memcpy(&record->port, port.GetHbaInfo()->portWwn, sizeof record->port);
   std::memset(&record->vport, 0, sizeof record->vport);

@@ -107,7 +107,8 @@ std::map<HostKey, unsigned int> CountPorts(CHbaList* current) {
   CHbaList& list = *current;
   HbaListGuard guard(list);
   list.ForEach([&counts](const CHbaEntry& entry) {
-    if (entry.IsLocalPort() == 0 && entry.GetProxyIpInfo() != nullptr) ++counts[HostKeyOf(*entry.GetProxyIpInfo())];
+    if (entry.IsLocalPort() == 0 && entry.GetProxyIpInfo() != nullptr)
+      ++counts[HostKeyOf(*entry.GetProxyIpInfo())];
   });
   return counts;
 }

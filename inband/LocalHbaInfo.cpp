@@ -22,8 +22,7 @@ void AddTo(CHbaList* list, const CHbaEntry& entry) {
 
 // False when the board is to be left out. That it is not found is an answer, too.
 bool ReadBoard(local_hba_info* record, unsigned int number, HBA_info_v4* info,
-               AnswerBook<unsigned int>* answers) {
-  AnswerBook<unsigned int>::Question question(answers, record->instance);
+               AnswerBook<unsigned int>::Question& question) {
   int status = RM_STATUS_LOCKED;
   for (int tries = 0; tries < kLockedTries && status == RM_STATUS_LOCKED; ++tries) {
     *info = {};
@@ -158,9 +157,12 @@ int CPortInfo::GetLocalPorts(local_hba_info* boards) {
   unsigned int kept = 0;
   for (unsigned int i = 0; i < m_NumLocalHbas; ++i) {
     LocalBoard board;
-    if (!ReadBoard(&boards[i], i, &board.info, Boards())) continue;
+    // It lasts as long as anything about the board is asked here.
+    AnswerBook<unsigned int>::Question question(Boards(), boards[i].instance);
+    if (!ReadBoard(&boards[i], i, &board.info, question)) continue;
     KeepRecord(boards[i], &boards[kept], board.info);
     board.linkStatus = boards[kept].linkStatus;
+    AddTo(m_pSeen.get(), EntryOf(board));
     const unsigned int features = board.info.specialFeatures;
     if (IsISCSIPort(features)) {
       if (!ReadNames(board.info, &board.names)) continue;
@@ -179,15 +181,21 @@ int CPortInfo::GetLocalPorts(local_hba_info* boards) {
   return kGoOn;
 }
 
+CHbaEntry CPortInfo::EntryOf(const LocalBoard& board) {
+  const HBA_info_v4& info = board.info;
+  CHbaEntry entry(&info, nullptr, 1, nullptr, 0, nullptr);
+  entry.SetHbaInfoValid();
+  entry.SetLinkStatus(board.linkStatus);
+  entry.SetSpecialFeatures(info.specialFeatures);
+  return entry;
+}
+
 void CPortInfo::AddLocalPort(const LocalBoard& board) {
   const HBA_info_v4& info = board.info;
   disco_printf(kLogInBand, info.portWwn,
                "Adding local adapter to discovery list: vpdport#=%.8s, phyport#=%d, type=%s, model=%.80s",
                VPDPortNumberText(info), info.physicalPort, PortTypeWord(info.specialFeatures), info.model);
-  CHbaEntry entry(&info, nullptr, 1, nullptr, 0, nullptr);
-  entry.SetHbaInfoValid();
-  entry.SetLinkStatus(board.linkStatus);
-  entry.SetSpecialFeatures(info.specialFeatures);
+  CHbaEntry entry = EntryOf(board);
   if (IsISCSIPort(info.specialFeatures)) board.names.StoreIn(entry.GetISCSINames());
   entry.SetNothingRead();
   if (IsTargetModePort(info)) entry.ClearBelow();

@@ -63,6 +63,9 @@ class CPortInfo {
   // Where the answers of boards are noted; null, as at first: nowhere. Not copied.
   void SetAnswers(std::shared_ptr<Answers> answers) { m_Answers = std::move(answers); }
 
+  // Takes the port of each board as soon as the board is read; null, as at first: nobody wants to know so early.
+  void SetSeen(std::shared_ptr<CHbaList> seen) { m_pSeen = std::move(seen); }
+
   // Every target WWPN seen behind a local port since the process started; a name is never taken out. Never
   // destroyed, because the in-band thread may still run when the process exits.
   static CDiscoWWPNList& m_AllDiscoPorts;
@@ -79,6 +82,7 @@ class CPortInfo {
   std::unique_ptr<unsigned int[]> ReadInstances();
   AnswerBook<unsigned int>* Boards() const { return m_Answers == nullptr ? nullptr : &m_Answers->boards; }
   int EnumerateBoards(const unsigned int* instances);
+  static CHbaEntry EntryOf(const LocalBoard& board);
   void AddLocalPort(const LocalBoard& board);
   void BeginWithListed(const LocalBoard& board, CHbaEntry* entry) const;
 
@@ -99,6 +103,7 @@ class CPortInfo {
   unsigned int m_NumLocalHbas = 0;
   StopQuery m_Stopped;
   std::shared_ptr<Answers> m_Answers;
+  std::shared_ptr<CHbaList> m_pSeen;
 };
 
 #endif  // INBAND_LOCALHBAINFO_H_

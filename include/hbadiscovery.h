@@ -65,11 +65,11 @@
  *   No callback starts once HBADisc_Terminate has stopped discovery and returned.
  *
  * Testing a program
- *   Without an adapter, and to have links go down at will, the open provider answers from a fabric file: JSON that
- *   describes hosts, ports, targets, events in the course of time and faults. Before the start, a program of that
- *   provider calls RMOpen_SetSource("fabric", "lab.json"), found with dlsym(RTLD_DEFAULT, "RMOpen_SetSource"); 0:
- *   accepted. The file may be replaced (by rename) while the program runs. docs/fabric-file.md has all its keys,
- *   and `hbadisc --fabric lab.json watch` shows what a program will see.
+ *   Without an adapter, and to have links go down at will, the open provider answers from a fabric file: JSON
+ * that describes hosts, ports, targets, events in the course of time and faults. Before the start, a program of
+ * that provider calls RMOpen_SetSource("fabric", "lab.json"), found with dlsym(RTLD_DEFAULT,
+ * "RMOpen_SetSource"); 0: accepted. The file may be replaced (by rename) while the program runs.
+ * docs/fabric-file.md has all its keys, and `hbadisc --fabric lab.json watch` shows what a program will see.
  *
  * Signals
  *   Loading the library, and every thread that it makes later, replaces the application's handler of SIGALRM by

@@ -1,19 +1,18 @@
-/* Draxonite Discovery, since 14.1: what could not be asked, what has changed, a larger record, and what a program
- * needs to follow discovery. Included by hbadiscovery.h, whose conventions hold here too.
+/* Draxonite Discovery, since 14.1: what could not be asked, what has changed, a larger record, and what a
+ * program needs to follow discovery. Included by hbadiscovery.h, whose conventions hold here too.
  *
  * Times are milliseconds since 1970-01-01 00:00 UTC by the system's clock; 0: never.
  *
  * The kept picture
  *   The calls of hbadiscovery.h drop a port when the cycle that looks for it does not find it, whatever the
- *   reason. The calls below tell "is not there" from "could not be asked": a port that is known, and whose board,
- *   host or own attributes cannot be read, stays with its last picture and a mark. It goes when it is positively
- *   not there (the boards, or the host, have been read and it is not among them), when its host leaves the hosts
- *   file, or when it has not answered for the time of the setting DISCO_KEEP_UNANSWERED (seconds, a day without
- *   it, 0: not kept at all). Until the first cycle has ended, ports that it has read so far are in the kept
- *   picture, too.
- *   It is kept, and changes are recorded, from the first of these calls on: HBADisc_GetFirstHbaV4,
- *   HBADisc_GetChangeDescriptor, HBADisc_GetChanges. Programs that make none pay nothing. The two settings of
- *   this page are read at that call, from the discovery settings file.
+ *   reason. The calls below tell "is not there" from "could not be asked": a port that is known, and whose
+ * board, host or own attributes cannot be read, stays with its last picture and a mark. It goes when it is
+ * positively not there (the boards, or the host, have been read and it is not among them), when its host leaves
+ * the hosts file, or when it has not answered for the time of the setting DISCO_KEEP_UNANSWERED (seconds, a day
+ * without it, 0: not kept at all). Until the first cycle has ended, ports that it has read so far are in the
+ * kept picture, too. It is kept, and changes are recorded, from the first of these calls on:
+ * HBADisc_GetFirstHbaV4, HBADisc_GetChangeDescriptor, HBADisc_GetChanges. Programs that make none pay nothing.
+ * The two settings of this page are read at that call, from the discovery settings file.
  */
 #ifndef HBADISCOVERY_FOLLOW_H_
 #define HBADISCOVERY_FOLLOW_H_
@@ -35,8 +34,8 @@ extern "C" {
  * 0x0E0100 is the first that has it. */
 HBADISC_API unsigned int HBADisc_GetVersion(void);
 
-/* A link status in words: "up", "down", "up, function down", "not read", "overheated". Never null; the text lives
- * as long as the process. Any thread. */
+/* A link status in words: "up", "down", "up, function down", "not read", "overheated". Never null; the text
+ * lives as long as the process. Any thread. */
 HBADISC_API const char* HBADisc_GetLinkText(unsigned int linkStatus);
 
 /* What a status of a record below means, in words. As above. */
@@ -60,9 +59,9 @@ HBADISC_API void HBADisc_SetLogCallBack(HBADisc_LogCallBack function, unsigned i
 
 /* ---- The first picture ---- */
 
-/* Waits until the first cycle after a start has ended, remote hosts included, and returns 1; at once when it has.
- * 0: not within that many milliseconds, not started, or stopped meanwhile. Any thread; in a callback it does not
- * wait. */
+/* Waits until the first cycle after a start has ended, remote hosts included, and returns 1; at once when it
+ * has. 0: not within that many milliseconds, not started, or stopped meanwhile. Any thread; in a callback it
+ * does not wait. */
 HBADISC_API int HBADisc_WaitForFirstPicture(unsigned int milliseconds);
 
 /* ---- What did not answer ---- */
@@ -85,34 +84,34 @@ typedef struct hbadisc_unanswered {
   char host[48];     /* the remote host that the port is asked through; "" on this host */
 } hbadisc_unanswered;
 
-/* What could not be read when it was last tried, or has not been for longer than a second: boards by number, then
- * ports by name. The counting contract of HBADisc_GetVPorts: fills at most *count records, sets *count to the
- * number filled, returns how many did not fit. 0 and *count 0 before the start; after a stop as it was then. Any
- * thread; waits for no adapter. */
+/* What could not be read when it was last tried, or has not been for longer than a second: boards by number,
+ * then ports by name. The counting contract of HBADisc_GetVPorts: fills at most *count records, sets *count to
+ * the number filled, returns how many did not fit. 0 and *count 0 before the start; after a stop as it was
+ * then. Any thread; waits for no adapter. */
 HBADISC_API int HBADisc_GetUnanswered(hbadisc_unanswered* records, unsigned int* count);
 
 enum {
   HBADISC_HOST_NOT_ASKED = 0, /* not yet, or not by this process */
   HBADISC_HOST_ASKED = 1,     /* for the first time: the answer is awaited */
   HBADISC_HOST_ANSWERED = 2,
-  HBADISC_HOST_REFUSED = 3,   /* at once: no agent there, or none that can be understood */
-  HBADISC_HOST_TIMED_OUT = 4, /* nothing within the time limit of connections or answers */
-  HBADISC_HOST_BUSY = 5,      /* it says that it has too much to do */
+  HBADISC_HOST_REFUSED = 3,    /* at once: no agent there, or none that can be understood */
+  HBADISC_HOST_TIMED_OUT = 4,  /* nothing within the time limit of connections or answers */
+  HBADISC_HOST_BUSY = 5,       /* it says that it has too much to do */
   HBADISC_HOST_NOT_A_HOST = 6, /* the line of the hosts file names no usable address */
   HBADISC_HOST_IS_THIS = 7,    /* its ports are those of this host */
   HBADISC_HOST_NO_PORTS = 8    /* answered: it has no port */
 };
 
 typedef struct hbadisc_host_state {
-  char host[48];     /* as hbadisc_oob_host */
-  char name[32];     /* as hbadisc_oob_host */
-  uint32_t state;    /* HBADISC_HOST_ */
-  int32_t status;    /* the provider's, of the last try */
-  uint32_t ports;    /* ports in the current picture that are reached through it */
-  uint32_t tries;    /* failed ones in a row */
-  int64_t asked;     /* last time */
-  int64_t answered;  /* last time */
-  int64_t since;     /* the first of the failed tries */
+  char host[48];    /* as hbadisc_oob_host */
+  char name[32];    /* as hbadisc_oob_host */
+  uint32_t state;   /* HBADISC_HOST_ */
+  int32_t status;   /* the provider's, of the last try */
+  uint32_t ports;   /* ports in the current picture that are reached through it */
+  uint32_t tries;   /* failed ones in a row */
+  int64_t asked;    /* last time */
+  int64_t answered; /* last time */
+  int64_t since;    /* the first of the failed tries */
 } hbadisc_host_state;
 
 /* The remote hosts of the hosts file, in its order, and what they answered in the last cycle that asked them.
@@ -128,8 +127,8 @@ HBADISC_API const char* HBADisc_GetHostStateText(unsigned int state);
 #define HBADISC_UNKNOWN_32 0xFFFFFFFFu
 #define HBADISC_UNKNOWN_64 0xFFFFFFFFFFFFFFFFu
 
-/* What inventories ask first. A provider without these values, which any but the open one is, leaves them unknown;
- * so do ports that tell too little. */
+/* What inventories ask first. A provider without these values, which any but the open one is, leaves them
+ * unknown; so do ports that tell too little. */
 typedef struct hba_discovery_info_V4 {
   hba_discovery_info_V3 base;
   uint32_t unanswered;         /* 1: could not be asked the last time; all that is here is its last picture */
@@ -143,16 +142,16 @@ typedef struct hba_discovery_info_V4 {
   char firmwareVersion[64];
   char driverName[32];
   char driverVersion[64];
-  char bootVersion[64];   /* of the option ROM */
-  char pciAddress[32];    /* "0000:3b:00.1": domain, bus, device, function, in hexadecimal */
+  char bootVersion[64]; /* of the option ROM */
+  char pciAddress[32];  /* "0000:3b:00.1": domain, bus, device, function, in hexadecimal */
   char partNumber[64];
   char blockDevices[256]; /* names with blanks between, as many as fit: "sda sdb" */
 } hba_discovery_info_V4;
 
-/* A walk as those of hbadiscovery.h, over the kept picture. The port's own queries (targets and so on) answer for
- * the port that the walk stands on, also for one that does not answer. `sequence` may be null; else it is set to
- * the number of the last change that is in the picture: what has changed since is what HBADisc_GetChanges has
- * behind it. */
+/* A walk as those of hbadiscovery.h, over the kept picture. The port's own queries (targets and so on) answer
+ * for the port that the walk stands on, also for one that does not answer. `sequence` may be null; else it is
+ * set to the number of the last change that is in the picture: what has changed since is what
+ * HBADisc_GetChanges has behind it. */
 HBADISC_API int HBADisc_GetFirstHbaV4(hba_discovery_info_V4* info, uint64_t* sequence);
 HBADISC_API int HBADisc_GetNextHbaV4(hba_discovery_info_V4* info);
 
@@ -166,9 +165,9 @@ enum {
   HBADISC_CHANGE_ATTRIBUTES = 5,    /* port: something else of its record, but its counts and its mark */
   HBADISC_CHANGE_ISCSI_NAMES = 6,   /* iscsiNames */
   HBADISC_CHANGE_TARGET = 7,        /* target, of the port or of its virtual port `vport` */
-  HBADISC_CHANGE_VPORT = 8,         /* vport; its targets have records of their own, before it goes, after it came */
-  HBADISC_CHANGE_FUNCTION = 9,      /* function */
-  HBADISC_CHANGE_UNANSWERED = 10    /* port: `unanswered` has become 1, or 0 again */
+  HBADISC_CHANGE_VPORT = 8,    /* vport; its targets have records of their own, before it goes, after it came */
+  HBADISC_CHANGE_FUNCTION = 9, /* function */
+  HBADISC_CHANGE_UNANSWERED = 10 /* port: `unanswered` has become 1, or 0 again */
 };
 
 /* Which of the two values there are: both of what became another one, one of what came or went. */
@@ -194,18 +193,19 @@ typedef struct hbadisc_change {
   hbadisc_change_value after;
 } hbadisc_change;
 
-/* Changes behind number `after`, oldest first: fills at most *count records and sets *count to their number. Applied
- * in their order to the picture that HBADisc_GetFirstHbaV4 gave with that number they make the picture that it
- * gives with the number of the last one.
+/* Changes behind number `after`, oldest first: fills at most *count records and sets *count to their number.
+ * Applied in their order to the picture that HBADisc_GetFirstHbaV4 gave with that number they make the picture
+ * that it gives with the number of the last one.
  *
- * The last 10000 are kept, or as many as the setting DISCO_CHANGE_RECORDS says (1 to 10000000), and more while they
- * belong to one port's change. Returns 0; 1 when some behind `after` are no longer kept: what is filled begins
- * with the oldest that is, and whoever keeps a picture walks again. A null argument: 0, nothing. Any thread. */
+ * The last 10000 are kept, or as many as the setting DISCO_CHANGE_RECORDS says (1 to 10000000), and more while
+ * they belong to one port's change. Returns 0; 1 when some behind `after` are no longer kept: what is filled
+ * begins with the oldest that is, and whoever keeps a picture walks again. A null argument: 0, nothing. Any
+ * thread. */
 HBADISC_API int HBADisc_GetChanges(uint64_t after, hbadisc_change* changes, unsigned int* count);
 
-/* A descriptor (eventfd, non-blocking, closed on exec) that becomes readable, for poll, select or any event loop,
- * when there are new changes. Read its 8 bytes, then ask for the changes. The library's own: do not close it. -1
- * when there is none to be had. One for all the threads of a process. */
+/* A descriptor (eventfd, non-blocking, closed on exec) that becomes readable, for poll, select or any event
+ * loop, when there are new changes. Read its 8 bytes, then ask for the changes. The library's own: do not close
+ * it. -1 when there is none to be had. One for all the threads of a process. */
 HBADISC_API int HBADisc_GetChangeDescriptor(void);
 
 /* clang-format off */

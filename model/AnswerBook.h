@@ -26,16 +26,16 @@ HostKey HostKeyOf(const _RM_IP_INFO& host);
 
 // Times in milliseconds since the epoch, 0: never.
 struct AnswerRecord {
-  int status = 0;          // of the last answer
-  bool answered = false;   // that was one that tells what there is, or that there is nothing
-  bool waited = false;     // the last failure took long
-  unsigned int tries = 0;  // failed in a row
-  std::int64_t since = 0;  // the first of these
-  std::int64_t last = 0;   // the last answer of either kind
-  std::int64_t good = 0;   // the last good one
-  std::int64_t asking = 0; // waits for an answer since then
-  HBA_NAME port{};         // of a board: its port's name, once known
-  HostKey host{};          // of a port: the remote host that it was asked through
+  int status = 0;           // of the last answer
+  bool answered = false;    // that was one that tells what there is, or that there is nothing
+  bool waited = false;      // the last failure took long
+  unsigned int tries = 0;   // failed in a row
+  std::int64_t since = 0;   // the first of these
+  std::int64_t last = 0;    // the last answer of either kind
+  std::int64_t good = 0;    // the last good one
+  std::int64_t asking = 0;  // waits for an answer since then
+  HBA_NAME port{};          // of a board: its port's name, once known
+  HostKey host{};           // of a port: the remote host that it was asked through
 
   bool Fails() const { return !answered && last != 0; }
   // Has not returned for a while: short waits are how things are read.

@@ -5,6 +5,7 @@
 #ifndef MODEL_DISCOVERYOWNER_H_
 #define MODEL_DISCOVERYOWNER_H_
 
+#include <functional>
 #include <memory>
 
 class Answers;
@@ -26,6 +27,9 @@ class DiscoveryOwner {
   virtual unsigned int GetIntermediateCBInterval() const = 0;
   // Where what was asked is noted; null: nowhere.
   virtual std::shared_ptr<Answers> GetAnswers() const { return nullptr; }
+  // Runs `merge`, by which the current list takes over what a cycle of remote hosts has found: what these have
+  // answered counts from then on.
+  virtual void UpdateFromHosts(const std::function<void()>& merge) { merge(); }
   // The current list, or what did not answer, may have changed.
   virtual void NotePicture() {}
   // True on a thread that runs the application's callback: it holds what a cycle's end may wait for.

@@ -136,7 +136,9 @@ void COOBHbaDiscover::DoOOBDiscovery() {
     if (StopForced()) {
       StopWorkers();
     } else {
-      if (hosts != 0) MergeFound(*cycle);
+      m_Owner->UpdateFromHosts([&] {
+        if (hosts != 0) MergeFound(*cycle);
+      });
       ReportCycle(*cycle);
       m_Owner->NotePicture();
     }

@@ -20,8 +20,8 @@ enum PortDetailId : unsigned int {
   kDetailFirmwareVersion = 0x44580003,
   kDetailDriverName = 0x44580004,
   kDetailDriverVersion = 0x44580005,
-  kDetailBootVersion = 0x44580006,       // of the option ROM
-  kDetailPciAddress = 0x44580007,        // "0000:3b:00.1"
+  kDetailBootVersion = 0x44580006,  // of the option ROM
+  kDetailPciAddress = 0x44580007,   // "0000:3b:00.1"
   kDetailPartNumber = 0x44580008,
   kDetailLunCount = 0x44580009,          // behind all targets
   kDetailBlockDeviceCount = 0x4458000A,  // of these

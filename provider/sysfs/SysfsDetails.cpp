@@ -25,7 +25,8 @@ std::optional<std::uint32_t> ParseSpeed(std::string_view text) {
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{}) return std::nullopt;
-  if (std::string_view(end, static_cast<std::size_t>(text.data() + text.size() - end)) != " Gbit") return std::nullopt;
+  if (std::string_view(end, static_cast<std::size_t>(text.data() + text.size() - end)) != " Gbit")
+    return std::nullopt;
   if (number > UINT32_MAX / kMbitPerGbit) return std::nullopt;
   return number * kMbitPerGbit;
 }

@@ -82,7 +82,8 @@ void Picture::Apply(const hbadisc_change& change) {
       port.names = Bytes(sizeof(discovery_iscsi_names), '\0');
       return;
     case HBADISC_CHANGE_LINK:
-      link = change.after.link == HBADISC_LINK_OVER_TEMPERATURE ? change.after.link : (link & 0xFF00) | change.after.link;
+      link = change.after.link == HBADISC_LINK_OVER_TEMPERATURE ? change.after.link
+                                                                : (link & 0xFF00) | change.after.link;
       return;
     case HBADISC_CHANGE_FUNCTION_LINK:
       if (link != HBADISC_LINK_OVER_TEMPERATURE) link = (link & 0xFF) | change.after.link << 8;

@@ -109,11 +109,14 @@ TEST_F(Following, ReplayedChangesGiveTheNextPictureOfRandomFabrics) {
     made["link"] = dice(2) == 0 ? "up" : "down";
     made["serial_number"] = "S" + std::to_string(dice(2));
     made["overheated"] = number != 1 && dice(5) == 0;
-    made["details"] = {{"link_speed", 8000 * (1 + dice(2))}, {"firmware_version", "F" + std::to_string(dice(2))}};
+    made["details"] = {{"link_speed", 8000 * (1 + dice(2))},
+                       {"firmware_version", "F" + std::to_string(dice(2))}};
     if (number % 3 == 1) {
       made["targets"] = targets(10);
       made["virtual_ports"] = json::array();
-      if (dice(2) == 0) made["virtual_ports"].push_back({{"wwpn", "300000000000000" + std::to_string(number)}, {"targets", targets(20)}});
+      if (dice(2) == 0)
+        made["virtual_ports"].push_back(
+            {{"wwpn", "300000000000000" + std::to_string(number)}, {"targets", targets(20)}});
     } else if (number % 3 == 0) {
       made["virtual_functions"] = json::array();
       if (dice(2) == 0) made["virtual_functions"].push_back("020000000000000" + std::to_string(number));
@@ -277,9 +280,9 @@ TEST_F(Following, DescriptorAnnouncesChangesAndTheyRunOut) {
 }
 
 TEST_F(Following, LargerRecordTellsWhatIsKnown) {
-  m_Fabric.Board(0)["details"] = {{"link_speed", 32000},   {"supported_speeds", "8000 16000 32000"},
-                                  {"driver_name", "vx"},   {"pci_address", "0000:3b:00.1"},
-                                  {"lun_count", 0},        {"block_devices", "sda sdb"},
+  m_Fabric.Board(0)["details"] = {{"link_speed", 32000},     {"supported_speeds", "8000 16000 32000"},
+                                  {"driver_name", "vx"},     {"pci_address", "0000:3b:00.1"},
+                                  {"lun_count", 0},          {"block_devices", "sda sdb"},
                                   {"block_device_count", 2}, {"part_number", "P1"}};
   // Numbers of another provider's that happen to be the same.
   m_Fabric.Board(1)["attributes"] = {{{"id", 0x44580001}, {"value", 5}}};

@@ -1,5 +1,6 @@
 """Remote hosts: their file, and ports found through an agent."""
 
+import re
 import socket
 import time
 
@@ -26,8 +27,11 @@ def test_hosts_come_and_go(remote):
     far, options = remote
     assert run("hosts", "list", *options[2:], "-j").document["hosts"] == []
     assert results("add", far, *options) == (0, {far: "added"})
-    assert run("hosts", "list", *options[2:], "-j").document["hosts"] == [{"host": far, "name": "far"}]
-    assert run("hosts", "list", *options[2:], "-o", "jsonl").lines[0]["host"] == far
+    listed = run("hosts", "list", *options, "-j").document["hosts"][0]
+    assert (listed["host"], listed["name"], listed["state"], listed["ports"]) == (far, "far", "answered", 1)
+    assert listed["answered"] and re.search(rf"^{far} +far +answered +1  \d+ s ago$", run("hosts", "list", *options).output, re.M)
+    unasked = run("hosts", "list", *options[2:], "-o", "jsonl", "--no-ask").lines[0]
+    assert (unasked["host"], unasked["state"], unasked["answered"]) == (far, "not asked yet", None)
     assert results("add", far, *options) == (0, {far: "known"})
     silent = loopback_address()
     # The library would take a port at the end of the range, and never find it again.
@@ -54,7 +58,7 @@ def test_a_long_file_of_hosts(tmp_path):
     hosts = [f"10.1.{number // 250}.{number % 250}" for number in range(300)]
     with open(tmp_path / "hbahosts.lst", "w", encoding="utf-8") as file:
         file.writelines(f"{host}  # {'server7' if host == hosts[-1] else ''}\n" for host in hosts)
-    listed = run("hosts", "list", "-j", "--hosts-dir", str(tmp_path)).document["hosts"]
+    listed = run("hosts", "list", "--no-ask", "-j", "--hosts-dir", str(tmp_path)).document["hosts"]
     assert [host["host"] for host in listed] == hosts
     assert (listed[0]["name"], listed[-1]["name"]) == (None, "server7")
 
@@ -70,3 +74,21 @@ def test_a_host_that_swallows_packets_is_given_up_soon(fabric, tmp_path):
         begin = time.monotonic()
         assert run("list", "-j", "--fabric", fabric.path, "--hosts-dir", str(tmp_path)).document["complete"]
         assert 2 < time.monotonic() - begin < 10
+        silent = run("list", "-j", "--fabric", fabric.path, "--hosts-dir", str(tmp_path))
+        assert (silent.code, silent.document["hosts"][0]["state"]) == (3, "timed out")
+        assert f"remote host {listener.getsockname()[0]} does not answer: timed out" in silent.errors
+
+
+def test_a_host_that_is_down_is_not_taken_for_empty(fabric, tmp_path):
+    far, bad = loopback_address(), "300.1.2.3"
+    fabric.write([board(1)], remote=[{"address": far, "name": "far", "boards": [board(2)]}])
+    options = ("--fabric", fabric.path, "--hosts-dir", str(tmp_path))
+    (tmp_path / "hbahosts.lst").write_text(f"{far}  # far\n{bad}\n", encoding="utf-8")
+    listed = run("list", "-j", *options)
+    assert (listed.code, listed.document["complete"]) == (3, True)
+    assert [(host["host"], host["state"]) for host in listed.document["hosts"]] == [(far, "refused"), (bad, "not a host")]
+    assert f"remote host {far} (far) does not answer: refused\n" in listed.errors
+    assert run("hosts", "list", *options).code == 3
+    assert run("list", "--local-only", *options).code == 0
+    missing = run("show", f"{PORT}2", *options)
+    assert missing.code == 3 and "among those that answer" in missing.errors

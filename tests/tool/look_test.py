@@ -189,18 +189,47 @@ def test_refresh_reads_again(tool, fabric):
     assert (silent.code, silent.document["port"]["wwpn"], silent.document["changed"]) == (3, hexname(FIRST), None)
 
 
-@pytest.mark.parametrize("limit, skip, code, ports", [(1, 0, 1, 0), (11, 1, 3, 2)])
+@pytest.mark.parametrize("limit, skip, code, ports", [(3, 0, 3, 1), (11, 1, 3, 2)])
 def test_time_limit_shows_what_is_known(tool, fabric, limit, skip, code, ports):
     """A library whose thread is inside the provider cannot be stopped: the program ends all the same."""
     fabric.write([board(1), board(2)], faults=[{"call": "RM_GetAllNodeInfo", "port": FIRST, "skip": skip, "hang": True}])
     result = tool("list", "-j", "--timeout", str(limit))
     assert (result.code, result.document["complete"], len(result.document["ports"])) == (code, False, ports)
     assert f"within {limit} second" in result.errors
+    assert (hexname(FIRST), -1) in [(one["port"], one["status"]) for one in result.document["unanswered"]]
+
+
+BOARD = {"call": "RM_GetLocalHBAInfoV4", "port": FIRST}
+
+
+@pytest.mark.parametrize("fault, what, ports, message", [
+    ({**BOARD, "status": 64}, [("board", 0)], 1, "board 0 of this host does not answer: in use"),
+    ({**BOARD, "hang": True}, [("board", 0), ("board", 1)], 0, "board 1 of this host does not answer: not asked yet"),
+    ({"call": "RM_GetAllLocalHBAInstances", "status": 253}, [("boards", None)], 0, "cannot be counted: not ready"),
+    ({"call": "RM_GetAllLocalHBAInstances", "hang": True}, [("boards", None)], 0, "cannot be counted: no answer yet")])
+def test_what_does_not_answer_is_said(tool, fabric, fault, what, ports, message):
+    fabric.write([board(1), board(2)], faults=[fault])
+    result = tool("list", "-j", "--timeout", "4")
+    assert result.code == (1 if "hang" in fault else 3)
+    assert [(one["what"], one["board"]) for one in result.document["unanswered"]] == what
+    assert len(result.document["ports"]) == ports and message in result.errors
+    absent = tool("show", FIRST, "--timeout", "4")
+    assert absent.code == (1 if "hang" in fault else 3) and absent.output == ""
+
+
+def test_details_that_a_fabric_file_tells(tool, fabric):
+    fabric.write([board(1, details={"link_speed": 32000, "supported_speeds": "8000 16000", "firmware_version": "1.2", "lun_count": 0}),
+                  board(2)])
+    known, unknown = tool("list", "-j").document["ports"]
+    assert (known["link_speed"], known["supported_speeds"], known["firmware_version"], known["lun_count"], known["part_number"]) == (
+        32000000000, [8000000000, 16000000000], "1.2", 0, None)
+    assert [unknown[key] for key in ("link_speed", "supported_speeds", "firmware_version", "lun_count")] == [None] * 4
+    assert "  Link speed         32 Gbit/s\n" in tool("show", FIRST).output
 
 
 @pytest.mark.parametrize("line", [
     "", "lists", "list show", "list extra", "list --nonsense", "list --fabric a --sysfsroot b", "list --fabric", "list -j -o table",
-    "list -o xml", "list --timeout -1", "list --timeout 1s", "list --timeout=", "list --timeout 99999999999", "list --count 1", "show",
+    "lst", "list -o xml", "list --timeout -1", "list --timeout 1s", "list --timeout=", "list --timeout 99999999999", "list --count 1", "show",
     "show 1000025dfa000001 1000025dfa000001", "watch --interval 4", "watch --interval 0", "watch --count 0", "refresh 1 --what all",
     *("show " + name for name in (
         "0x", "1000025dfa00c0d", "1000025dfa00c0de0", "0x1000025dfa00c0d", "0x0x5dfa00c0de00", "1000025dfa00c0dg", "+1000025dfa00c0d",
@@ -210,6 +239,7 @@ def test_wrong_usage(line):
     result = run(*line.split())
     assert (result.code, result.output) == (2, "")
     assert result.errors
+    assert ("did you mean 'list'?" in result.errors) == line.startswith(("lst", "lists"))
 
 
 def test_forms_of_the_command_line(tool, fabric):

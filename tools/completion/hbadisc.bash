@@ -103,7 +103,8 @@ _hbadisc() {
     _hbadisc_offer --fabric --sysfsroot --hosts-dir --local-only --oob --output --json --timeout --verbose --version --help
     case ${arguments[0]-} in
       refresh) _hbadisc_offer --what ;;
-      watch) _hbadisc_offer --interval --count ;;
+      watch) _hbadisc_offer --interval --count --changes-only ;;
+      hosts) if [[ ${arguments[1]-} == list ]]; then _hbadisc_offer --no-ask; fi ;;
     esac
     return
   fi
@@ -119,7 +120,7 @@ _hbadisc() {
       _hbadisc_offer "${list[@]}"
       ;;
     'hosts remove')
-      mapfile -t list < <(_hbadisc_ask host hosts list)
+      mapfile -t list < <(_hbadisc_ask host hosts list --no-ask)
       for word in "${list[@]}"; do
         if [[ " ${arguments[*]:2} " != *" $word "* ]]; then _hbadisc_offer "$word"; fi
       done

@@ -1,6 +1,8 @@
 #include "tools/hbadisc/Answer.h"
 
 #include <algorithm>
+#include <optional>
+#include <set>
 
 #include "tools/hbadisc/JsonWriter.h"
 #include "tools/hbadisc/TableWriter.h"
@@ -27,13 +29,44 @@ const Port* FindOwner(const Picture& picture, const Wwn& vport) {
   return nullptr;
 }
 
+// What did not answer, each in a sentence. Ports of a silent host go without saying, as do those of a board.
+std::vector<std::string> SilentOnes(const Picture& picture) {
+  std::vector<std::string> sentences;
+  std::set<std::string> silentHosts;
+  for (const RemoteHost& host : picture.hosts) {
+    if (!IsSilent(host)) continue;
+    silentHosts.insert(host.host.substr(0, host.host.find(':')));
+    sentences.push_back(Sentence(host));
+  }
+  std::set<std::optional<Wwn>> ofBoards;
+  bool counted = true;
+  for (const Unanswered& unanswered : picture.unanswered) {
+    if (unanswered.what == "boards") counted = false;
+    if (unanswered.board) ofBoards.insert(unanswered.port);
+    const bool isPort = unanswered.what == "port";
+    const bool isLocal = unanswered.host.empty();
+    if (isPort && isLocal && (!counted || ofBoards.contains(unanswered.port))) continue;
+    if (isPort && silentHosts.contains(unanswered.host)) continue;
+    sentences.push_back(Sentence(unanswered));
+  }
+  return sentences;
+}
+
+std::string Joined(const std::vector<std::string>& sentences) {
+  std::string text;
+  for (const std::string& sentence : sentences) text += (text.empty() ? "" : "\n") + sentence;
+  return text;
+}
+
 Answer NotFound(const Options& options, const Picture& picture) {
   std::string message = "there is no port " + ColonText(options.wwpn);
   if (const Port* owner = FindOwner(picture, options.wwpn)) {
     message += "; it is a virtual port of " + ColonText(owner->wwpn);
   }
-  if (picture.complete) return {kNotFound, {}, message};
-  return {kFailed, {}, message + " so far; " + TimeLimitText(options)};
+  if (!picture.complete) return {kFailed, {}, message + " so far; " + TimeLimitText(options)};
+  const std::vector<std::string> silent = SilentOnes(picture);
+  if (silent.empty()) return {kNotFound, {}, message};
+  return {kPartial, {}, message + " among those that answer; " + Joined(silent)};
 }
 
 Answer NothingToList(const Picture& picture) {
@@ -50,12 +83,35 @@ Answer CheckRefresh(const Options& options, const Picture& picture) {
       kPartial, {}, "the port was not read again within " + Counted(seconds, "second") + " (see --timeout)"};
 }
 
-Answer CheckPicture(const Options& options, const Picture& picture, const Port* port) {
-  const bool list = options.command == Command::List;
-  if (!list && !port) return NotFound(options, picture);
-  if (!picture.complete && list && picture.ports.empty()) return {kFailed, {}, TimeLimitText(options)};
+// A list is whole only when everybody has answered.
+Answer CheckList(const Options& options, const Picture& picture) {
+  const std::vector<std::string> silent = SilentOnes(picture);
+  Answer answer;
+  if (!picture.complete) {
+    const bool nothing = picture.ports.empty();
+    answer = {nothing ? kFailed : kPartial,
+              {},
+              TimeLimitText(options) + (nothing ? "" : ": there may be more to show")};
+    if (!picture.trouble.empty()) answer.message += "\n" + picture.trouble;
+  } else if (picture.ports.empty()) {
+    answer = NothingToList(picture);
+  }
+  // Without anything to look at, nothing can answer.
+  if (silent.empty() || (picture.complete && !picture.trouble.empty() && picture.ports.empty())) return answer;
+  if (answer.code == kOk) answer.code = kPartial;
+  answer.message += (answer.message.empty() ? "" : "\n") + Joined(silent);
+  return answer;
+}
+
+Answer CheckPort(const Options& options, const Picture& picture, const Port* port) {
+  if (!port) return NotFound(options, picture);
   if (!picture.complete) return {kPartial, {}, TimeLimitText(options) + ": there may be more to show"};
-  if (list && picture.ports.empty()) return NothingToList(picture);
+  if (port->silence) {
+    return {kPartial,
+            {},
+            "port " + ColonText(port->wwpn) + " does not answer: " + port->silence->reason +
+                "; what is shown is older"};
+  }
   if (options.command == Command::Refresh) return CheckRefresh(options, picture);
   return {};
 }
@@ -63,7 +119,7 @@ Answer CheckPicture(const Options& options, const Picture& picture, const Port* 
 Json NoBody(Command command) {
   switch (command) {
     case Command::List:
-      return {{"ports", Json::array()}};
+      return {{"ports", Json::array()}, {"unanswered", Json::array()}, {"hosts", Json::array()}};
     case Command::Targets:
       return {{"port", nullptr}, {"targets", Json::array()}, {"vports", Json::array()}};
     case Command::Watch:
@@ -81,7 +137,11 @@ Json NoBody(Command command) {
 }
 
 Json Body(Command command, const Picture& picture, const Port* port) {
-  if (command == Command::List) return {{"ports", ToJson(picture.ports)}};
+  if (command == Command::List) {
+    return {{"ports", ToJson(picture.ports)},
+            {"unanswered", ToJsonList(picture.unanswered)},
+            {"hosts", ToJsonList(picture.hosts)}};
+  }
   if (!port) return NoBody(command);
   if (command == Command::Targets) return TargetsJson(*port);
   if (command == Command::Refresh) {
@@ -131,7 +191,8 @@ std::string Data(const Options& options, const Picture& picture, const Port* por
 
 Answer MakeAnswer(const Options& options, const Picture& picture, bool colour) {
   const Port* port = options.command == Command::List ? nullptr : Find(picture, options.wwpn);
-  Answer answer = CheckPicture(options, picture, port);
+  Answer answer =
+      options.command == Command::List ? CheckList(options, picture) : CheckPort(options, picture, port);
   answer.data = Data(options, picture, port, answer, colour);
   if (answer.data.empty() && answer.message.empty()) {
     answer.message = "port " + ColonText(options.wwpn) + " has no targets";

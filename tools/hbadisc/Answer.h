@@ -8,7 +8,7 @@
 
 #include "tools/hbadisc/Options.h"
 #include "tools/hbadisc/Output.h"
-#include "tools/hbadisc/Port.h"
+#include "tools/hbadisc/Picture.h"
 
 namespace hbadisc {
 

@@ -25,14 +25,27 @@ void PostNotice(unsigned int reason, void* context) {
 
 }  // namespace
 
-Discovery::Discovery(unsigned int interval, Scope scope, const Notices& notices) {
+Discovery::Discovery(Scope scope, const Notices& notices) {
   HBADisc_RegisterCallBack(PostNotice, kEveryCallBack, const_cast<Notices*>(&notices));
   const bool localOnly = scope == Scope::LocalHost;
-  HBADisc_StartupEx(interval, localOnly ? HBADISC_NO_OOB_DISCOVERY : interval, localOnly ? 1 : 0);
+  // On a thread of its own: a provider may never return from its first call.
+  std::packaged_task<void()> start(
+      [localOnly] { HBADisc_StartupEx(0, localOnly ? HBADISC_NO_OOB_DISCOVERY : 0, localOnly ? 1 : 0); });
+  m_Started = start.get_future().share();
+  std::thread(std::move(start)).detach();
+}
+
+bool Discovery::HasStarted(std::optional<std::chrono::milliseconds> limit) const {
+  if (!limit) m_Started.wait();
+  return m_Started.wait_for(limit.value_or(std::chrono::milliseconds(0))) == std::future_status::ready;
 }
 
 Discovery::~Discovery() {
   Stop(kFailed);
+}
+
+void Discovery::Leave(int exitCode) {
+  std::_Exit(exitCode);
 }
 
 void Discovery::Stop(int exitCode) {
@@ -43,7 +56,7 @@ void Discovery::Stop(int exitCode) {
     HBADisc_Terminate();
     done->set_value();
   }).detach();
-  if (ended.wait_for(kStopLimit) != std::future_status::ready) std::_Exit(exitCode);
+  if (ended.wait_for(kStopLimit) != std::future_status::ready) Leave(exitCode);
 }
 
 }  // namespace hbadisc

@@ -5,6 +5,10 @@
 #ifndef TOOLS_HBADISC_DISCOVERY_H_
 #define TOOLS_HBADISC_DISCOVERY_H_
 
+#include <chrono>
+#include <future>
+#include <optional>
+
 #include "tools/hbadisc/Notices.h"
 #include "tools/hbadisc/Port.h"
 
@@ -12,19 +16,26 @@ namespace hbadisc {
 
 class Discovery {
  public:
-  // Starts; every callback is posted to `notices`. `interval` is the seconds between cycles, 0: only the first
-  // one, which starts at once. Remote hosts are asked unless the scope is this host.
-  Discovery(unsigned int interval, Scope scope, const Notices& notices);
+  // Starts; every callback is posted to `notices`. The first cycle starts at once, others when they are asked
+  // for. Remote hosts are asked unless the scope is this host.
+  Discovery(Scope scope, const Notices& notices);
   Discovery(const Discovery&) = delete;
   Discovery& operator=(const Discovery&) = delete;
   // Stops, as a failed program.
   ~Discovery();
 
+  // False when the start has not returned within `limit` (none: as long as it takes), because the provider
+  // does not answer. Nothing else is to be asked of the library then.
+  bool HasStarted(std::optional<std::chrono::milliseconds> limit) const;
+
   // Stops discovery. When the library does not stop in time, because an adapter does not answer, the process
   // ends here, with `exitCode`: its work is done, and the thread that hangs cannot be ended alone.
   void Stop(int exitCode);
+  // Ends the process without stopping discovery first.
+  [[noreturn]] static void Leave(int exitCode);
 
  private:
+  std::shared_future<void> m_Started;
   bool m_Stopped = false;
 };
 

@@ -1,8 +1,6 @@
 #include "tools/hbadisc/Event.h"
 
 #include <algorithm>
-#include <array>
-#include <ctime>
 #include <ranges>
 #include <span>
 #include <utility>
@@ -16,27 +14,12 @@ namespace hbadisc {
 
 namespace {
 
-enum class Clock { Utc, Local };
-
-std::string TimeText(std::chrono::system_clock::time_point time, Clock clock, const char* format) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts{};
-  if (clock == Clock::Utc) {
-    gmtime_r(&seconds, &parts);
-  } else {
-    localtime_r(&seconds, &parts);
-  }
-  std::array<char, 40> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
-}
-
-// What the callback was for, in one word; the widest is "intermediate".
-std::string ReasonWord(unsigned int reason) {
-  if (reason & HBADISC_REASON_INTERMEDIATE) return "intermediate";
-  if (reason & HBADISC_REASON_DIRECTED) return "directed";
-  if (reason & HBADISC_REASON_FORCED) return "forced";
-  if (reason & HBADISC_REASON_CHANGED) return "changed";
-  return "no change";
+// What the line is about, in one word or two; the widest is "intermediate".
+std::string ReasonWord(const Event& event) {
+  if (event.reason & HBADISC_REASON_INTERMEDIATE) return "intermediate";
+  if (event.first) return "first look";
+  if (event.reason & HBADISC_REASON_DIRECTED) return "directed";
+  return event.HasNews() ? "changed" : "no change";
 }
 
 using Changes = std::span<const Change>;
@@ -98,10 +81,17 @@ std::string ItemsText(Changes run) {
   return text + ' ' + std::string(KindText(run.front().kind));
 }
 
+// Of a port that does not answer, or does again.
+std::string SilenceText(const Json& silence) {
+  if (silence.is_null()) return "answers again";
+  return "does not answer (" + ValueText(silence["reason"]) + ')';
+}
+
 std::string RunText(Changes run) {
   const Change& first = run.front();
   if (first.path.empty()) return PortsText(run);
   if (run.size() > 1) return ItemsText(run);
+  if (first.path.back() == "unanswered") return SilenceText(first.after);
   const std::string path = PathText(first.path);
   if (first.kind != ChangeKind::Changed) return path + ' ' + std::string(KindText(first.kind));
   return path + ' ' + ValueText(first.before) + " -> " + ValueText(first.after);
@@ -110,6 +100,7 @@ std::string RunText(Changes run) {
 Style StyleOf(const Change& change) {
   if (change.kind == ChangeKind::Added) return Style::Good;
   if (change.kind == ChangeKind::Removed) return Style::Bad;
+  if (change.path.back() == "unanswered") return change.after.is_null() ? Style::Good : Style::Bad;
   if (change.path.back() != "link") return Style::Plain;
   return change.after == "up" ? Style::Good : Style::Bad;
 }
@@ -159,18 +150,26 @@ std::vector<std::string> ReasonNames(unsigned int reason) {
 Json ToJson(const Event& event) {
   Json changes = Json::array();
   for (const Change& change : event.changes) changes.push_back(ToJson(change));
-  return {{"event", event.number},         {"time", TimeText(event.time, Clock::Utc, "%Y-%m-%dT%H:%M:%SZ")},
-          {"reason", event.reason},        {"reasons", ReasonNames(event.reason)},
-          {"port_count", event.portCount}, {"changes", changes}};
+  return {{"event", event.number},           {"time", IsoTime(event.time)},
+          {"reason", event.reason},          {"reasons", ReasonNames(event.reason)},
+          {"port_count", event.portCount},   {"changes", changes},
+          {"hosts", ToJsonList(event.hosts)}};
 }
 
 std::string EventLine(const Event& event, bool colour) {
   constexpr std::size_t kReasonWidth = 12;
-  std::string reason = ReasonWord(event.reason);
+  std::string reason = ReasonWord(event);
   reason.resize(std::max(reason.size(), kReasonWidth), ' ');
-  std::string line = TimeText(event.time, Clock::Local, "%Y-%m-%d %H:%M:%S") + "  " + reason + "  " +
-                     Counted(event.portCount, "port");
-  if (!event.changes.empty()) line += "  " + ChangesText(event.changes, colour);
+  std::string line = LocalTime(event.time) + "  " + reason + "  " + Counted(event.portCount, "port");
+  std::string news = ChangesText(event.changes, colour);
+  for (const RemoteHost& host : event.hosts) {
+    if (!news.empty()) news += "; ";
+    const bool silent = IsSilent(host);
+    const std::string text =
+        "host " + host.host + (silent ? " does not answer (" + host.stateText + ')' : " answers");
+    news += Styled(Printable(text), silent ? Style::Bad : Style::Good, colour);
+  }
+  if (!news.empty()) line += "  " + news;
   return line + '\n';
 }
 

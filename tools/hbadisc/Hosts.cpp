@@ -1,66 +1,19 @@
 #include "tools/hbadisc/Hosts.h"
 
 #include <algorithm>
-#include <cstring>
-#include <optional>
+#include <chrono>
 
 #include "include/hbadiscovery.h"
+#include "tools/hbadisc/Answer.h"
 #include "tools/hbadisc/Discovery.h"
 #include "tools/hbadisc/JsonWriter.h"
+#include "tools/hbadisc/Progress.h"
 #include "tools/hbadisc/Table.h"
+#include "tools/hbadisc/Unanswered.h"
 
 namespace hbadisc {
 
 namespace {
-
-// What the library calls a host of which no name is known.
-constexpr std::string_view kUnknownName = "*UNKNOWN HOST NAME*";
-
-struct RemoteHost {
-  std::string host;
-  std::optional<std::string> name;
-};
-
-std::string Text(const char* field, std::size_t size) {
-  return {field, strnlen(field, size)};
-}
-
-// The library's list: a count, and the records at byte 8.
-class HostBuffer {
- public:
-  explicit HostBuffer(std::uint32_t room)
-      : m_Bytes(sizeof(hbadisc_oob_host_list) + room * sizeof(hbadisc_oob_host)), m_Room(room) {
-    Header()->count = room;
-  }
-  hbadisc_oob_host_list* Header() { return reinterpret_cast<hbadisc_oob_host_list*>(m_Bytes.data()); }
-  std::uint32_t Count() { return std::min(Header()->count, m_Room); }
-  RemoteHost At(std::uint32_t index) const {
-    hbadisc_oob_host record;
-    std::memcpy(&record, m_Bytes.data() + sizeof(hbadisc_oob_host_list) + index * sizeof record, sizeof record);
-    RemoteHost host{Text(record.host, sizeof record.host), Text(record.name, sizeof record.name)};
-    if (host.name == kUnknownName) host.name.reset();
-    return host;
-  }
-
- private:
-  std::vector<unsigned char> m_Bytes;
-  std::uint32_t m_Room;
-};
-
-std::vector<RemoteHost> ReadHosts() {
-  // Another process may add hosts between two looks.
-  for (std::uint32_t room = 64;;) {
-    HostBuffer buffer(room);
-    if (HBADisc_GetOOBHostList(buffer.Header()) != 0 && buffer.Header()->count > room) {
-      room = buffer.Header()->count + 64;
-      continue;
-    }
-    std::vector<RemoteHost> hosts;
-    hosts.reserve(buffer.Count());
-    for (std::uint32_t i = 0; i < buffer.Count(); ++i) hosts.push_back(buffer.At(i));
-    return hosts;
-  }
-}
 
 void WriteHosts(const Options& options, const std::vector<Json>& hosts, Output& output) {
   if (options.format == Format::JsonDocument) {
@@ -70,22 +23,61 @@ void WriteHosts(const Options& options, const std::vector<Json>& hosts, Output& 
   for (const Json& host : hosts) output.Write(Dump(Document(host), Layout::OneLine));
 }
 
-int ListHosts(const Options& options, Output& output, Messages& messages) {
-  const std::vector<RemoteHost> hosts = ReadHosts();
-  if (options.format == Format::Table) {
-    Table table({{"HOST"}, {"NAME"}});
-    for (const RemoteHost& host : hosts) table.AddRow({{host.host}, {host.name.value_or("")}});
-    output.Write(table.Render(output.Colour()));
-    if (hosts.empty()) messages.Say("there are no remote hosts");
-    return kOk;
-  }
-  std::vector<Json> lines;
-  lines.reserve(hosts.size());
+void WriteTable(const std::vector<RemoteHost>& hosts, Output& output) {
+  Table table({{"HOST"}, {"NAME"}, {"STATE"}, {"PORTS", Align::Right}, {"LAST ANSWER"}});
+  const Moment now = Now();
   for (const RemoteHost& host : hosts) {
-    lines.push_back({{"host", host.host}, {"name", host.name ? Json(*host.name) : Json()}});
+    const Style style = IsSilent(host) ? Style::Bad : WasAsked(host) ? Style::Good : Style::Plain;
+    table.AddRow({{host.host},
+                  {host.name.value_or("")},
+                  {host.stateText, style},
+                  {std::to_string(host.ports)},
+                  {host.answered ? AgeText(*host.answered, now) + " ago" : ""}});
   }
-  WriteHosts(options, lines, output);
-  return kOk;
+  output.Write(table.Render(output.Colour()));
+}
+
+// Asks all of them for what they have; false when the time limit runs out first.
+bool AskHosts(const Options& options, Messages& messages, Discovery& discovery) {
+  using std::chrono::milliseconds;
+  constexpr milliseconds kStep{1000};
+  if (!discovery.HasStarted(options.timeout)) return false;
+  const auto begin = std::chrono::steady_clock::now();
+  for (milliseconds elapsed{0}; !options.timeout || elapsed < *options.timeout;) {
+    if (HBADisc_WaitForFirstPicture(static_cast<unsigned int>(kStep.count())) != 0) return true;
+    elapsed = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+    if (messages.ShowsProgress()) messages.Progress(ProgressText(Scope::RemoteHosts, elapsed));
+  }
+  return false;
+}
+
+int TellHosts(const Options& options, Output& output, Messages& messages) {
+  const std::vector<RemoteHost> hosts = ReadHosts();
+  messages.ClearProgress();
+  if (options.format == Format::Table) {
+    WriteTable(hosts, output);
+  } else {
+    std::vector<Json> lines;
+    lines.reserve(hosts.size());
+    for (const RemoteHost& host : hosts) lines.push_back(ToJson(host));
+    WriteHosts(options, lines, output);
+  }
+  if (hosts.empty() && options.format == Format::Table) messages.Say("there are no remote hosts");
+  return std::any_of(hosts.begin(), hosts.end(), IsSilent) ? kPartial : kOk;
+}
+
+int ListHosts(const Options& options, Output& output, Messages& messages) {
+  if (!options.ask || ReadHosts().empty()) return TellHosts(options, output, messages);
+  const Notices notices;
+  Discovery discovery(Scope::RemoteHosts, notices);
+  const bool all = AskHosts(options, messages, discovery);
+  int code = TellHosts(options, output, messages);
+  if (!all) {
+    code = kPartial;
+    messages.Say(TimeLimitText(options));
+  }
+  discovery.Stop(code);
+  return code;
 }
 
 struct Outcome {
@@ -151,7 +143,9 @@ Outcome RemoveHost(const std::string& host) {
 int ChangeHosts(const Options& options, Output& output, Messages& messages) {
   const Notices notices;
   // Only a running discovery takes hosts, and asks them who they are.
-  Discovery discovery(0, Scope::RemoteHosts, notices);
+  Discovery discovery(Scope::RemoteHosts, notices);
+  if (!discovery.HasStarted(options.timeout))
+    throw Failure(kFailed, "the provider (librmapi.so) does not answer");
   ExitCode code = kOk;
   std::vector<Json> results;
   results.reserve(options.hosts.size());

@@ -22,6 +22,14 @@ Json OrNull(const std::optional<Wwn>& wwn) {
   return wwn ? Json(HexText(*wwn)) : Json();
 }
 
+Json MomentOrNull(const std::optional<Moment>& moment) {
+  return moment ? Json(IsoTime(*moment)) : Json();
+}
+
+Json ToJson(const Silence& silence) {
+  return {{"status", silence.status}, {"reason", silence.reason}, {"since", IsoTime(silence.since)}};
+}
+
 Json ToJson(const std::vector<Wwn>& names) {
   Json list = Json::array();
   for (const Wwn& name : names) list.push_back(HexText(name));
@@ -30,49 +38,6 @@ Json ToJson(const std::vector<Wwn>& names) {
 
 Json ToJson(const Proxy& proxy) {
   return {{"address", OrNull(proxy.address)}, {"port", OrNull(proxy.port)}, {"cim", proxy.cim}};
-}
-
-Json ToJson(const FcTarget& target) {
-  constexpr int kFcIdDigits = 6;
-  return {{"wwpn", HexText(target.wwpn)},
-          {"wwnn", OrNull(target.wwnn)},
-          {"bus", OrNull(target.bus)},
-          {"target", OrNull(target.target)},
-          {"lun", OrNull(target.lun)},
-          {"fcp_lun", HexText(target.fcpLun, 16)},
-          {"device", OrNull(target.device)},
-          {"fc_address_id", target.fcAddressId ? Json(HexText(*target.fcAddressId, kFcIdDigits)) : Json()},
-          {"bind_type", target.bindType},
-          {"ready", target.ready}};
-}
-
-Json ToJson(const IscsiTarget& target) {
-  return {{"name", OrNull(target.name)},
-          {"second_name", OrNull(target.secondName)},
-          {"has_sessions", target.hasSessions},
-          {"connected", target.connected}};
-}
-
-Json ToJson(const IscsiNames& names) {
-  return {{"initiator_name", OrNull(names.initiatorName)},
-          {"default_name", OrNull(names.defaultName)},
-          {"alias", OrNull(names.alias)}};
-}
-
-Json ToJson(const VirtualPort& vport);
-
-template <class Item>
-Json ToJsonList(const std::vector<Item>& items) {
-  Json list = Json::array();
-  for (const Item& item : items) list.push_back(ToJson(item));
-  return list;
-}
-
-Json ToJson(const VirtualPort& vport) {
-  return {{"wwpn", HexText(vport.wwpn)},
-          {"wwnn", OrNull(vport.wwnn)},
-          {"target_count", vport.targetCount},
-          {"targets", ToJsonList(vport.targets)}};
 }
 
 Json PortTargets(const PortDetails& details) {
@@ -106,6 +71,61 @@ Json Document(const Json& body) {
   return document;
 }
 
+Json ToJson(const FcTarget& target) {
+  constexpr int kFcIdDigits = 6;
+  return {{"wwpn", HexText(target.wwpn)},
+          {"wwnn", OrNull(target.wwnn)},
+          {"bus", OrNull(target.bus)},
+          {"target", OrNull(target.target)},
+          {"lun", OrNull(target.lun)},
+          {"fcp_lun", HexText(target.fcpLun, 16)},
+          {"device", OrNull(target.device)},
+          {"fc_address_id", target.fcAddressId ? Json(HexText(*target.fcAddressId, kFcIdDigits)) : Json()},
+          {"bind_type", target.bindType},
+          {"ready", target.ready}};
+}
+
+Json ToJson(const IscsiTarget& target) {
+  return {{"name", OrNull(target.name)},
+          {"second_name", OrNull(target.secondName)},
+          {"has_sessions", target.hasSessions},
+          {"connected", target.connected}};
+}
+
+Json ToJson(const IscsiNames& names) {
+  return {{"initiator_name", OrNull(names.initiatorName)},
+          {"default_name", OrNull(names.defaultName)},
+          {"alias", OrNull(names.alias)}};
+}
+
+Json ToJson(const VirtualPort& vport) {
+  return {{"wwpn", HexText(vport.wwpn)},
+          {"wwnn", OrNull(vport.wwnn)},
+          {"target_count", vport.targetCount},
+          {"targets", ToJsonList(vport.targets)}};
+}
+
+Json ToJson(const Unanswered& unanswered) {
+  return {{"what", unanswered.what},
+          {"board", OrNull(unanswered.board)},
+          {"port", OrNull(unanswered.port)},
+          {"host", OrNull(unanswered.host)},
+          {"status", unanswered.status},
+          {"reason", unanswered.reason},
+          {"tries", unanswered.tries},
+          {"since", MomentOrNull(unanswered.since)},
+          {"last_answer", MomentOrNull(unanswered.lastAnswer)}};
+}
+
+Json ToJson(const RemoteHost& host) {
+  return {{"host", host.host},
+          {"name", host.name ? Json(*host.name) : Json()},
+          {"state", host.stateText},
+          {"ports", host.ports},
+          {"asked", MomentOrNull(host.asked)},
+          {"answered", MomentOrNull(host.answered)}};
+}
+
 Json ToJson(const Port& port) {
   Json json = {{"wwpn", HexText(port.wwpn)},
                {"wwnn", OrNull(port.wwnn)},
@@ -132,7 +152,19 @@ Json ToJson(const Port& port) {
                {"vf_count", port.vfCount},
                {"found_on", ToJson(port.foundOn)},
                {"via", port.via ? ToJson(*port.via) : Json()},
-               {"proxy_only", port.proxyOnly}};
+               {"proxy_only", port.proxyOnly},
+               {"link_speed", OrNull(port.linkSpeed)},
+               {"supported_speeds", port.supportedSpeeds.empty() ? Json() : Json(port.supportedSpeeds)},
+               {"firmware_version", OrNull(port.firmwareVersion)},
+               {"driver_name", OrNull(port.driverName)},
+               {"driver_version", OrNull(port.driverVersion)},
+               {"boot_version", OrNull(port.bootVersion)},
+               {"pci_address", OrNull(port.pciAddress)},
+               {"part_number", OrNull(port.partNumber)},
+               {"lun_count", OrNull(port.lunCount)},
+               {"block_device_count", OrNull(port.blockDeviceCount)},
+               {"block_devices", OrNull(port.blockDevices)},
+               {"unanswered", port.silence ? ToJson(*port.silence) : Json()}};
   if (port.details) AddDetails(json, *port.details);
   return json;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/hbadisc/Port.h"
+#include "tools/hbadisc/Unanswered.h"
 
 namespace hbadisc {
 
@@ -29,6 +30,20 @@ Json Document(const Json& body);
 // A port, with the keys of its details when it has them.
 Json ToJson(const Port& port);
 Json ToJson(const std::vector<Port>& ports);
+Json ToJson(const FcTarget& target);
+Json ToJson(const IscsiTarget& target);
+Json ToJson(const VirtualPort& vport);
+Json ToJson(const IscsiNames& names);
+
+// What could not be asked, and what remote hosts answered; moments are UTC.
+Json ToJson(const Unanswered& unanswered);
+Json ToJson(const RemoteHost& host);
+template <class Item>
+Json ToJsonList(const std::vector<Item>& items) {
+  Json list = Json::array();
+  for (const Item& item : items) list.push_back(ToJson(item));
+  return list;
+}
 
 // A port's targets and those of its virtual ports, for a document.
 Json TargetsJson(const Port& port);

@@ -32,8 +32,15 @@ void Notices::Post(unsigned int reason) const noexcept {
   errno = savedErrno;
 }
 
-std::optional<Notice> Notices::Wait(std::optional<std::chrono::milliseconds> limit, int output) const {
-  std::array<pollfd, 2> descriptors = {pollfd{m_Read, POLLIN, 0}, pollfd{output, 0, 0}};
+bool Notices::IsReadable(int descriptor) {
+  pollfd state{descriptor, POLLIN, 0};
+  return descriptor >= 0 && poll(&state, 1, 0) > 0;
+}
+
+std::optional<Notice> Notices::Wait(std::optional<std::chrono::milliseconds> limit, int output,
+                                    int other) const {
+  std::array<pollfd, 3> descriptors = {pollfd{m_Read, POLLIN, 0}, pollfd{output, 0, 0},
+                                       pollfd{other, POLLIN, 0}};
   const int timeout = limit ? static_cast<int>(std::clamp<std::int64_t>(limit->count(), 0, INT_MAX)) : -1;
   // A signal's handler has posted a notice, or the signal means nothing to us.
   while (poll(descriptors.data(), descriptors.size(), timeout) < 0 && errno == EINTR) {

@@ -32,7 +32,10 @@ class Notices {
 
   // The next notice; none when `limit` has passed or `output` cannot be written any more. Without a limit it
   // waits as long as it takes.
-  std::optional<Notice> Wait(std::optional<std::chrono::milliseconds> limit, int output) const;
+  // `other`, when it is not negative, becoming readable ends the wait, too.
+  std::optional<Notice> Wait(std::optional<std::chrono::milliseconds> limit, int output, int other = -1) const;
+
+  static bool IsReadable(int descriptor);
 
  private:
   int m_Read = -1;

@@ -1,9 +1,12 @@
 #include "tools/hbadisc/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <map>
+#include <numeric>
 #include <sstream>
+#include <utility>
 
 #include "include/hbadiscovery.h"
 #include "tools/hbadisc/Output.h"
@@ -29,7 +32,7 @@ Examples:
   hbadisc list --fabric lab.json          ports described in a fabric file
 
 Exit codes: 0 all well, 1 failed, 2 wrong usage, 3 only a part could be shown (the
-time limit ran out first), 4 no such port or host.
+time limit ran out first, or something did not answer), 4 no such port or host.
 
 The JSON is one object with "format_version" 1; world-wide names are texts like
 "0x1000025dfa000001", unknown values are null. NO_COLOR in the environment turns
@@ -73,12 +76,16 @@ Examples:
 
 'hbadisc --help' shows the options that every command has.)";
 
-constexpr char kWatchFooter[] = R"(One line a look: the time, why the look was reported (forced: the first one;
-intermediate: the first one goes on; changed; no change), how many ports there are,
-and what differs from the look before. At the first line every port is new.
+constexpr char kWatchFooter[] =
+    R"(One line a look: the time, what it is about (first look; intermediate: the first one goes
+on; changed; no change), how many ports there are, and what differs from the look
+before. At the first line every port is new. Each look reads everything anew. What
+cannot be asked "does not answer": it is not taken for gone. A first look may take as
+long as it likes: --timeout does not count.
 
 Examples:
   hbadisc watch
+  hbadisc watch --changes-only
   hbadisc watch --interval 5 --count 10
   hbadisc watch -o jsonl | jq .changes
 
@@ -89,6 +96,8 @@ constexpr char kHostsFooter[] =
 (hbadisc-agent) answers on each of them. HOST is an address, also with a port as in
 10.1.2.3:23333 or [fe80::1]:23333, or, to add it, a name. A host is asked for its ports
 and its name before it is added. It is removed by the address that 'hosts list' shows.
+'hosts list' asks them all, and says what each answered; with --no-ask it only reads
+the file.
 
 Examples:
   hbadisc hosts add 10.1.2.3
@@ -150,6 +159,8 @@ struct RawOptions {
   std::vector<std::string> what;
   std::string interval = "90";
   std::string count;
+  bool changesOnly = false;
+  bool noAsk = false;
 };
 
 constexpr unsigned int kDay = 86400;
@@ -194,7 +205,9 @@ Commands AddHostCommands(CLI::App& app, RawOptions& raw) {
   hosts->get_formatter()->label("SUBCOMMAND", "COMMAND");
   hosts->group("Commands");
   hosts->footer(kHostsFooter);
-  return {{hosts->add_subcommand("list", "All remote hosts that are asked."), Command::ListHosts},
+  CLI::App* list = hosts->add_subcommand("list", "All remote hosts, and what they answer.");
+  list->add_flag("--no-ask", raw.noAsk, "only what the file says; ask none");
+  return {{list, Command::ListHosts},
           {AddHostCommand(*hosts, raw, "add", "Ask these hosts, too, from now on."), Command::AddHosts},
           {AddHostCommand(*hosts, raw, "remove", "Do not ask these hosts any more."), Command::RemoveHosts}};
 }
@@ -218,6 +231,7 @@ Commands AddCommands(CLI::App& app, RawOptions& raw) {
       ->default_str("90")
       ->check(NumberIn(5, kDay));
   watch->add_option("--count", raw.count, "end after N lines")->type_name("N")->check(NumberIn(1, 1000000000));
+  watch->add_flag("--changes-only", raw.changesOnly, "only lines of looks that saw something change");
   watch->footer(kWatchFooter);
   for (CLI::App* command : {list, show, targets, refresh, watch}) command->group("Commands");
   Commands commands = AddHostCommands(app, raw);
@@ -252,7 +266,38 @@ Options Convert(const RawOptions& raw, Command command) {
   for (const std::string& part : raw.what) options.what |= kRefreshParts.at(part);
   options.intervalSeconds = ParseNumber(raw.interval, 0, kDay).value_or(0);
   options.callbackCount = ParseNumber(raw.count, 0, 1000000000).value_or(0);
+  options.changesOnly = raw.changesOnly;
+  options.ask = !raw.noAsk;
   return options;
+}
+
+// How many letters have to be typed, left out or replaced to come from one word to the other.
+std::size_t Distance(std::string_view one, std::string_view other) {
+  std::vector<std::size_t> row(other.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 0; i < one.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t k = 0; k < other.size(); ++k) {
+      const std::size_t replaced = diagonal + (one[i] == other[k] ? 0 : 1);
+      diagonal = row[k + 1];
+      row[k + 1] = std::min({replaced, row[k] + 1, diagonal + 1});
+    }
+  }
+  return row.back();
+}
+
+// What the first word that is no option may have been meant to be; empty when it is like none.
+std::string Suggestion(const CLI::App& app, int argc, const char* const* argv) {
+  constexpr std::size_t kAlike = 2;
+  const std::string_view word = argc > 1 && argv[1][0] != '-' ? argv[1] : "";
+  std::string best;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const std::string& name = command->get_name();
+    if (word.empty() || name == word) return {};
+    if (Distance(word, name) > std::min(kAlike, word.size() / 2)) continue;
+    if (best.empty() || Distance(word, name) < Distance(word, best)) best = name;
+  }
+  return best;
 }
 
 Notification ToNotification(const CLI::App& app, const CLI::ParseError& error) {
@@ -278,7 +323,11 @@ std::variant<Options, Notification> ParseOptions(int argc, const char* const* ar
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return ToNotification(app, error);
+    Notification notification = ToNotification(app, error);
+    const std::string meant = notification.exitCode == kUsage ? Suggestion(app, argc, argv) : "";
+    if (!meant.empty())
+      notification.text = std::string("there is no command '") + argv[1] + "'; did you mean '" + meant + "'?";
+    return notification;
   }
   const auto chosen = app.get_subcommands();
   if (chosen.empty())

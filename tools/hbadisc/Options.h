@@ -31,7 +31,9 @@ struct Options {
   Wwn wwpn;                           // of show, targets and refresh
   unsigned int what = 0;              // of refresh, HBADISC_REFRESH_ bits
   unsigned int intervalSeconds = 90;  // of watch
-  unsigned int callbackCount = 0;     // of watch; 0: until it is stopped
+  unsigned int callbackCount = 0;     // of watch: lines; 0: until it is stopped
+  bool changesOnly = false;           // of watch
+  bool ask = true;                    // of the list of hosts
   std::vector<std::string> hosts;     // to add or remove
 };
 

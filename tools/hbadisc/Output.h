@@ -60,6 +60,7 @@ class Messages {
   void Detail(std::string_view text);
   // One line that the next message wipes away; only on a terminal, and not among the lines of --verbose.
   void Progress(std::string_view text);
+  bool ShowsProgress() const { return m_ShowsProgress && !m_Verbose; }
   void ClearProgress();
 
  private:

@@ -78,6 +78,13 @@ struct PortDetails {
   std::optional<IscsiNames> iscsiNames;
 };
 
+// Why a port could not be asked the last time; all that is shown of it is older.
+struct Silence {
+  int status = 0;
+  std::string reason;      // in words
+  std::int64_t since = 0;  // milliseconds since the epoch
+};
+
 struct Port {
   Wwn wwpn;
   std::optional<Wwn> wwnn;
@@ -101,19 +108,23 @@ struct Port {
   std::vector<Wwn> foundOn;
   std::optional<Proxy> via;
   bool proxyOnly = false;
+  std::optional<Silence> silence;
+  std::optional<std::uint64_t> linkSpeed;      // bit/s
+  std::vector<std::uint64_t> supportedSpeeds;  // bit/s, ascending; empty: unknown
+  std::string firmwareVersion;
+  std::string driverName;
+  std::string driverVersion;
+  std::string bootVersion;
+  std::string pciAddress;
+  std::string partNumber;
+  std::optional<std::uint32_t> lunCount;
+  std::optional<std::uint32_t> blockDeviceCount;
+  std::string blockDevices;  // names with blanks between
   std::optional<PortDetails> details;
 };
 
 // Whose ports are wanted.
 enum class Scope { Everywhere, LocalHost, RemoteHosts };
-
-// What a walk over all ports has shown.
-struct Picture {
-  std::vector<Port> ports;      // in order of port name
-  bool complete = false;        // the first discovery cycle had ended
-  std::optional<bool> changed;  // by reading one port again; unset: that was not done
-  std::string trouble;          // why the provider has nothing to look at on this host; empty: it has
-};
 
 }  // namespace hbadisc
 

@@ -21,7 +21,7 @@ constexpr int kReadAttempts = 4;
 // keep the enumeration lock.
 class Walk {
  public:
-  Walk() { m_Open = HBADisc_GetFirstHbaV3(&m_Record) > 0; }
+  explicit Walk(std::uint64_t* sequence) { m_Open = HBADisc_GetFirstHbaV4(&m_Record, sequence) > 0; }
   Walk(const Walk&) = delete;
   Walk& operator=(const Walk&) = delete;
   ~Walk() {
@@ -29,11 +29,11 @@ class Walk {
   }
 
   // The record the walk stands on, or null at the end.
-  const hba_discovery_info_V3* Current() const { return m_Open ? &m_Record : nullptr; }
-  void Next() { m_Open = HBADisc_GetNextHbaV3(&m_Record) > 0; }
+  const hba_discovery_info_V4* Current() const { return m_Open ? &m_Record : nullptr; }
+  void Next() { m_Open = HBADisc_GetNextHbaV4(&m_Record) > 0; }
 
  private:
-  hba_discovery_info_V3 m_Record{};
+  hba_discovery_info_V4 m_Record{};
   bool m_Open = false;
 };
 
@@ -184,7 +184,7 @@ std::vector<Wwn> ReadVirtualFunctions(HBA_NAME port, std::uint32_t expected) {
 std::optional<IscsiNames> ReadIscsiNames(HBA_NAME port) {
   discovery_iscsi_names names{};
   if (HBADisc_GetiSCSINames(port, &names) == 0) return std::nullopt;
-  return IscsiNames{FieldText(names.initiatorName), FieldText(names.defaultName), FieldText(names.alias)};
+  return ToIscsiNames(names);
 }
 
 PortDetails ReadDetails(const Port& port) {
@@ -203,10 +203,15 @@ PortDetails ReadDetails(const Port& port) {
 
 }  // namespace
 
-std::vector<Port> ReadPorts(Details details, Scope scope) {
+bool IsWanted(const hba_discovery_info_V4& record, Scope scope) {
+  const bool isLocal = record.base.base.base.isLocal != 0;
+  return scope == Scope::Everywhere || isLocal == (scope == Scope::LocalHost);
+}
+
+std::vector<Port> ReadPorts(Details details, Scope scope, std::uint64_t* sequence) {
   std::vector<Port> ports;
-  for (Walk walk; walk.Current(); walk.Next()) {
-    if (scope == Scope::RemoteHosts && walk.Current()->base.base.isLocal != 0) continue;
+  for (Walk walk(sequence); walk.Current(); walk.Next()) {
+    if (!IsWanted(*walk.Current(), scope)) continue;
     Port& port = ports.emplace_back(ToPort(*walk.Current()));
     if (details == Details::All) port.details = ReadDetails(port);
   }
@@ -244,6 +249,32 @@ Port ToPort(const hba_discovery_info_V3& record) {
   port.foundOn = FoundOn(first);
   port.via = ToProxy(record);
   port.proxyOnly = first.proxyOnly != 0;
+  return port;
+}
+
+IscsiNames ToIscsiNames(const discovery_iscsi_names& names) {
+  return {FieldText(names.initiatorName), FieldText(names.defaultName), FieldText(names.alias)};
+}
+
+Port ToPort(const hba_discovery_info_V4& record) {
+  Port port = ToPort(record.base);
+  if (record.unanswered != 0) {
+    port.silence = Silence{record.status, HBADisc_GetStatusText(record.status), record.unansweredSince};
+  }
+  if (record.linkSpeed != HBADISC_UNKNOWN_64) port.linkSpeed = record.linkSpeed;
+  for (const std::uint64_t speed : record.supportedSpeeds) {
+    if (speed == HBADISC_UNKNOWN_64 || speed == 0) break;
+    port.supportedSpeeds.push_back(speed);
+  }
+  port.firmwareVersion = FieldText(record.firmwareVersion);
+  port.driverName = FieldText(record.driverName);
+  port.driverVersion = FieldText(record.driverVersion);
+  port.bootVersion = FieldText(record.bootVersion);
+  port.pciAddress = FieldText(record.pciAddress);
+  port.partNumber = FieldText(record.partNumber);
+  port.lunCount = Known(record.lunCount);
+  port.blockDeviceCount = Known(record.blockDeviceCount);
+  port.blockDevices = FieldText(record.blockDevices);
   return port;
 }
 

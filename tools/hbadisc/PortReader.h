@@ -5,6 +5,7 @@
 #ifndef TOOLS_HBADISC_PORTREADER_H_
 #define TOOLS_HBADISC_PORTREADER_H_
 
+#include <cstdint>
 #include <vector>
 
 #include "include/hbadiscovery.h"
@@ -16,11 +17,15 @@ enum class Details { None, All };
 
 // Walks over all ports; the result has those of the scope. With details, each port is also asked for its
 // targets, virtual ports and functions, and names, while the walk stands on it: the library knows no other port
-// then.
-std::vector<Port> ReadPorts(Details details, Scope scope = Scope::Everywhere);
+// then. `sequence` (may be null) becomes the number of the last change that is in it.
+std::vector<Port> ReadPorts(Details details, Scope scope, std::uint64_t* sequence = nullptr);
+
+bool IsWanted(const hba_discovery_info_V4& record, Scope scope);
 
 // What one record says, without details.
 Port ToPort(const hba_discovery_info_V3& record);
+Port ToPort(const hba_discovery_info_V4& record);
+IscsiNames ToIscsiNames(const discovery_iscsi_names& names);
 
 FcTarget ToFcTarget(const RM_NodeInfoEntry& record);
 

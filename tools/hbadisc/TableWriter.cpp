@@ -17,6 +17,8 @@ std::string LinkCell(const Port& port) {
   if (port.functionLink != Link::Unknown && port.functionLink != port.link) {
     text.append("/").append(LinkText(port.functionLink));
   }
+  // What was seen when it last answered.
+  if (port.silence) text += text.empty() ? "no answer" : ", no answer";
   return text;
 }
 
@@ -99,8 +101,23 @@ bool HasSection(std::string_view key) {
   return key == "targets" || key == "vports" || key == "virtual_functions";
 }
 
+std::string SpeedText(std::uint64_t bitsPerSecond) {
+  constexpr std::uint64_t kMega = 1000000;
+  constexpr std::uint64_t kGiga = 1000 * kMega;
+  if (bitsPerSecond % kGiga == 0) return std::to_string(bitsPerSecond / kGiga) + " Gbit/s";
+  return std::to_string(bitsPerSecond / kMega) + " Mbit/s";
+}
+
+std::string SpeedTexts(const Json& speeds) {
+  std::string text;
+  for (const Json& speed : speeds) text += (text.empty() ? "" : ", ") + SpeedText(speed.get<std::uint64_t>());
+  return text;
+}
+
 // Sets of bits are read in hexadecimal, other numbers are not.
 std::string AttributeText(std::string_view key, const Json& value) {
+  if (key == "link_speed" && value.is_number()) return SpeedText(value.get<std::uint64_t>());
+  if (key == "supported_speeds" && value.is_array()) return SpeedTexts(value);
   const bool bits = key == "special_features" || key == "target_bind_type";
   return bits ? HexText(value.get<std::uint32_t>(), 0) : Printable(ValueText(value));
 }
@@ -141,7 +158,7 @@ std::string PortTable(const std::vector<Port>& ports, bool colour) {
     std::vector<Cell> row = {{ColonText(port.wwpn)},
                              {port.local ? "local" : "remote"},
                              {std::string(KindText(port.kind))},
-                             {LinkCell(port), StyleOf(port.link)},
+                             {LinkCell(port), port.silence ? Style::Warning : StyleOf(port.link)},
                              {port.model},
                              {port.system},
                              {std::to_string(port.targetCount)},

@@ -1,12 +1,14 @@
 #include "tools/hbadisc/Watch.h"
 
+#include <algorithm>
 #include <exception>
+#include <map>
 #include <utility>
 
 #include "include/hbadiscovery.h"
-#include "tools/hbadisc/Answer.h"
+#include "tools/hbadisc/Changes.h"
 #include "tools/hbadisc/Discovery.h"
-#include "tools/hbadisc/PortReader.h"
+#include "tools/hbadisc/Progress.h"
 #include "tools/hbadisc/StopSignal.h"
 
 namespace hbadisc {
@@ -29,45 +31,42 @@ class Watcher {
   int Run();
 
  private:
-  // How it ended; an empty error when that was all right.
-  struct End {
-    ExitCode code = kOk;
-    std::string error;
-  };
-
-  End WatchAndClose(const Notices& notices);
-  End Watch(const Notices& notices);
-  void Report(const Notice& notice);
-  bool TimeIsUp() const;
-  std::optional<milliseconds> RemainingTime() const;
+  void WatchAndClose(const Notices& notices);
+  void Watch(const Notices& notices);
+  std::optional<Notice> AwaitNews(const Notices& notices);
+  void Report(unsigned int reason);
+  std::vector<RemoteHost> HostNews();
+  void LookAgainWhenDue();
+  milliseconds UntilNextStep() const;
 
   const Options& m_Options;
   Output& m_Output;
   Messages& m_Messages;
   EventWriter m_Writer;
-  const steady_clock::time_point m_Begin = steady_clock::now();
-  bool m_FirstCycleEnded = false;
+  Follower m_Follower{m_Options.scope};
+  steady_clock::time_point m_LookBegan = steady_clock::now();
+  bool m_Looking = true;  // one that was asked for has not ended yet
+  bool m_FirstLookEnded = false;
   unsigned int m_EventCount = 0;
-  Json m_Ports = Json::array();
+  std::map<std::string, bool> m_SilentHosts;
 };
 
 int Watcher::Run() {
   const Notices notices;
   const StopSignal stopSignal(notices);
-  Discovery discovery(m_Options.intervalSeconds, m_Options.scope, notices);
+  Discovery discovery(m_Options.scope, notices);
   m_Messages.Detail("discovery is started, a look every " + std::to_string(m_Options.intervalSeconds) + " s");
-  const End end = WatchAndClose(notices);
-  if (!end.error.empty()) m_Messages.Say(end.error);
+  WatchAndClose(notices);
+  m_Messages.ClearProgress();
   m_Messages.Detail("stopping discovery");
-  discovery.Stop(end.code);
-  return end.code;
+  discovery.Stop(kOk);
+  return kOk;
 }
 
-Watcher::End Watcher::WatchAndClose(const Notices& notices) {
+void Watcher::WatchAndClose(const Notices& notices) {
   try {
-    End end = Watch(notices);
-    m_Writer.Close(m_FirstCycleEnded, end.error.empty() ? Json() : Json(end.error));
-    return end;
+    Watch(notices);
+    m_Writer.Close(m_FirstLookEnded, Json());
   } catch (const OutputError&) {
     throw;
   } catch (const std::exception& error) {
@@ -76,40 +75,81 @@ Watcher::End Watcher::WatchAndClose(const Notices& notices) {
   }
 }
 
-Watcher::End Watcher::Watch(const Notices& notices) {
+// A first look may take as long as it likes.
+void Watcher::Watch(const Notices& notices) {
   while (!StopSignal::Requested()) {
-    const std::optional<Notice> notice = notices.Wait(RemainingTime(), m_Output.Descriptor());
-    if (notice && notice->reason != 0) Report(*notice);
-    if (m_Options.callbackCount != 0 && m_EventCount >= m_Options.callbackCount) return {};
+    const std::optional<Notice> notice = AwaitNews(notices);
+    if (notice && notice->reason != 0) Report(notice->reason);
+    if (m_Options.callbackCount != 0 && m_EventCount >= m_Options.callbackCount) return;
     if (!m_Output.HasReader()) throw OutputError("");
-    if (TimeIsUp()) return {m_EventCount > 0 ? kPartial : kFailed, TimeLimitText(m_Options)};
+    LookAgainWhenDue();
+    if (!m_FirstLookEnded && m_Messages.ShowsProgress()) {
+      m_Messages.Progress(ProgressText(
+          m_Options.scope, std::chrono::duration_cast<milliseconds>(steady_clock::now() - m_LookBegan)));
+    }
   }
-  return {};
 }
 
-void Watcher::Report(const Notice& notice) {
-  Json ports = ToJson(ReadPorts(Details::All, m_Options.scope));
+// A callback; or changes that none has come for, as of remote hosts that no longer answer.
+std::optional<Notice> Watcher::AwaitNews(const Notices& notices) {
+  // Discovery notes what has changed and then calls back: both are one look.
+  constexpr milliseconds kTogether{300};
+  std::optional<Notice> notice = notices.Wait(UntilNextStep(), m_Output.Descriptor(), m_Follower.Descriptor());
+  if (notice || !m_FirstLookEnded || !notices.IsReadable(m_Follower.Descriptor())) return notice;
+  notice = notices.Wait(kTogether, m_Output.Descriptor());
+  if (!notice) notice = Notice{0, HBADISC_REASON_CHANGED};
+  return notice;
+}
+
+void Watcher::Report(unsigned int reason) {
+  m_Follower.Forget();
   Event event;
+  bool lost = false;
+  event.changes = m_FirstLookEnded ? m_Follower.Next(&lost) : m_Follower.Begin();
+  event.hosts = HostNews();
+  event.time = Now();
+  event.reason = reason;
+  event.first = !m_FirstLookEnded && (reason & HBADISC_REASON_FORCED) != 0;
+  event.portCount = m_Follower.PortCount();
+  if (reason & HBADISC_REASON_FORCED) {
+    m_FirstLookEnded = true;
+    m_Looking = false;
+  }
+  if (lost) m_Messages.Say("there were too many changes to tell them one by one");
+  if (m_Options.changesOnly && !event.HasNews()) return;
   event.number = ++m_EventCount;
-  event.time = std::chrono::system_clock::time_point(std::chrono::seconds(notice.seconds));
-  event.reason = notice.reason;
-  event.portCount = ports.size();
-  event.changes = Compare(m_Ports, ports);
-  m_Ports = std::move(ports);
+  m_Messages.ClearProgress();
   m_Writer.Write(event);
-  if (notice.reason & HBADISC_REASON_FORCED) m_FirstCycleEnded = true;
 }
 
-bool Watcher::TimeIsUp() const {
-  const auto remaining = RemainingTime();
-  return remaining && remaining->count() == 0;
+// Hosts whose silence has begun or ended.
+std::vector<RemoteHost> Watcher::HostNews() {
+  std::vector<RemoteHost> news;
+  if (m_Options.scope == Scope::LocalHost) return news;
+  std::map<std::string, bool> before = std::exchange(m_SilentHosts, {});
+  for (RemoteHost& host : ReadHosts()) {
+    if (!WasAsked(host)) continue;
+    const bool silent = IsSilent(host);
+    m_SilentHosts[host.host] = silent;
+    const auto known = before.find(host.host);
+    if (known == before.end() ? silent : known->second != silent) news.push_back(std::move(host));
+  }
+  return news;
 }
 
-// Of the first cycle; later ones may take as long as they like.
-std::optional<milliseconds> Watcher::RemainingTime() const {
-  if (m_FirstCycleEnded || !m_Options.timeout) return std::nullopt;
-  const auto elapsed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - m_Begin);
-  return std::max(milliseconds(0), *m_Options.timeout - elapsed);
+// A periodic cycle may look at links and known names alone; one that is asked for looks at everything.
+void Watcher::LookAgainWhenDue() {
+  if (m_Looking || steady_clock::now() - m_LookBegan < std::chrono::seconds(m_Options.intervalSeconds)) return;
+  m_LookBegan = steady_clock::now();
+  m_Looking = HBADisc_StartDiscoveryCycle() != 0;
+}
+
+milliseconds Watcher::UntilNextStep() const {
+  constexpr milliseconds kProgressStep{1000};
+  if (m_Looking) return kProgressStep;
+  const auto due = m_LookBegan + std::chrono::seconds(m_Options.intervalSeconds);
+  const auto left = std::chrono::ceil<milliseconds>(due - steady_clock::now());
+  return std::max(left, milliseconds(0));
 }
 
 }  // namespace

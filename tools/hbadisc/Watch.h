@@ -13,8 +13,8 @@
 
 namespace hbadisc {
 
-// Runs until the user stops it, the number of callbacks is reached, the first cycle does not end in time, or
-// nobody reads the output any more. The result is the exit code; throws as RunCommand.
+// Runs until the user stops it, the number of lines is reached, or nobody reads the output any more. The result
+// is the exit code; throws as RunCommand.
 int RunWatch(const Options& options, Output& output, Messages& messages);
 
 // Writes events one by one as they come, in JSON as one document that is closed at the end.

@@ -35,6 +35,9 @@ std::string KeyWords(std::string_view key) {
                                    {"vf_count", "virtual functions"},
                                    {"cim", "CIM"},
                                    {"iscsi_names", "iSCSI names"},
+                                   {"pci_address", "PCI address"},
+                                   {"lun_count", "LUNs"},
+                                   {"block_device_count", "disk count"},
                                    {"fcp_lun", "FCP LUN"},
                                    {"lun", "LUN"},
                                    {"fc_address_id", "FC address id"}};
