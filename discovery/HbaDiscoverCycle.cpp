@@ -195,7 +195,7 @@ void HbaDiscoverCycle::VisitPorts(Cycle& cycle) {
     visit->SelectFirstEntry();
   }
   m_WorkerParams->Set(visit, cycle.lite ? cycle.current : cycle.fresh, m_Parts.slow.GetHbaList(),
-                      m_Parts.answers);
+                      m_Parts.answers, m_Parts.kept.IsFollowed());
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: Enabling port discovery threads");
   m_PortPool.EnableThreads();
   AwaitWorkers(cycle);

@@ -33,6 +33,7 @@ class KeptPicture {
   };
   // The picture as it is now, which is followed from here on.
   Taken Take() EXCLUDES(m_Lock);
+  bool IsFollowed() const { return m_Followed.load(); }
   // Follows it from here on.
   void Follow() {
     if (!m_Followed.load()) Take();

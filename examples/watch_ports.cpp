@@ -1,74 +1,68 @@
-// Prints a line for every port that comes, goes or changes its link:  c++ watch_ports.cpp -lhbadiscovery
-// Ends after the number of cycles that is its argument, or when it is interrupted.
+// Prints a line for every port that comes, goes, changes its link or does not answer:
+//   c++ watch_ports.cpp -lhbadiscovery
+// Ends after the number of looks that is its argument, or when it is interrupted.
+//
+// The descriptor of the changes would fit into any event loop; here poll is the loop.
 #include <hbadiscovery.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <array>
-#include <condition_variable>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
-#include <mutex>
 #include <string>
 
 namespace {
 
 constexpr unsigned int kSecondsBetweenCycles = 5;
+constexpr int kStep = 500;  // milliseconds
 
-// Counts ended cycles for the thread that waits for the next one.
-class CycleCounter {
- public:
-  void WaitFor(long cycle) {
-    std::unique_lock<std::mutex> lock(m_Mutex);
-    m_Ended.wait(lock, [&] { return m_Cycles >= cycle; });
-  }
+std::atomic<long> g_Cycles{0};
 
-  static void OnCallBack(unsigned int reason, void* context) {
-    if (reason & HBADISC_REASON_INTERMEDIATE) return;  // the first cycle goes on
-    auto& self = *static_cast<CycleCounter*>(context);
-    const std::lock_guard<std::mutex> lock(self.m_Mutex);
-    ++self.m_Cycles;
-    self.m_Ended.notify_all();
-  }
+void CountCycle(unsigned int reason, void* /*context*/) {
+  if ((reason & HBADISC_REASON_INTERMEDIATE) == 0) ++g_Cycles;
+}
 
- private:
-  std::mutex m_Mutex;
-  std::condition_variable m_Ended;
-  long m_Cycles = 0;
-};
-
-std::string NameOf(const hba_port_info& port) {
+std::string NameText(const HBA_NAME& name) {
   std::string text;
   std::array<char, 3> digits{};
-  for (const uint8_t byte : port.portWwn) {
+  for (const uint8_t byte : name.wwn) {
     std::snprintf(digits.data(), digits.size(), "%02x", byte);
     text += (text.empty() ? "" : ":") + std::string(digits.data());
   }
   return text;
 }
 
-using Ports = std::map<std::string, std::string>;  // name: link
-
-Ports ReadPorts() {
-  Ports ports;
-  hba_discovery_info_V3 info{};
-  for (int more = HBADisc_GetFirstHbaV3(&info); more != 0; more = HBADisc_GetNextHbaV3(&info)) {
-    const hba_discovery_info& base = info.base.base;
-    ports[NameOf(base.port)] = (base.linkStatus & 0xFF) == 1 ? "up" : "down";
+void Print(const hbadisc_change& change) {
+  const std::string name = NameText(change.port);
+  const hba_discovery_info_V4& now = change.after.port;
+  switch (change.kind) {
+    case HBADISC_CHANGE_ADDED:
+      std::printf("%s is there, link %s\n", name.c_str(), HBADisc_GetLinkText(now.base.base.base.linkStatus));
+      break;
+    case HBADISC_CHANGE_REMOVED:
+      std::printf("%s is gone\n", name.c_str());
+      break;
+    case HBADISC_CHANGE_LINK:
+      std::printf("%s link %s\n", name.c_str(), HBADisc_GetLinkText(change.after.link));
+      break;
+    case HBADISC_CHANGE_UNANSWERED:
+      std::printf("%s %s\n", name.c_str(),
+                  now.unanswered != 0 ? HBADisc_GetStatusText(now.status) : "answers again");
+      break;
+    default:
+      break;
   }
-  return ports;
 }
 
-void PrintChanges(const Ports& before, const Ports& now) {
-  for (const auto& [name, link] : now) {
-    const auto old = before.find(name);
-    if (old == before.end()) {
-      std::printf("%s is there, link %s\n", name.c_str(), link.c_str());
-    } else if (old->second != link) {
-      std::printf("%s link %s\n", name.c_str(), link.c_str());
-    }
-  }
-  for (const auto& old : before) {
-    if (now.count(old.first) == 0) std::printf("%s is gone\n", old.first.c_str());
+// Prints what is new since `*sequence`, and moves that on.
+void PrintChanges(uint64_t* sequence) {
+  static std::array<hbadisc_change, 16> s_Changes;
+  for (unsigned int count = s_Changes.size(); count == s_Changes.size();) {
+    if (HBADisc_GetChanges(*sequence, s_Changes.data(), &count) != 0) std::puts("some changes were missed");
+    for (unsigned int i = 0; i < count; ++i) Print(s_Changes[i]);
+    if (count != 0) *sequence = s_Changes[count - 1].sequence;
   }
   std::fflush(stdout);
 }
@@ -77,16 +71,14 @@ void PrintChanges(const Ports& before, const Ports& now) {
 
 int main(int argc, char** argv) {
   const long cycles = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 0;
-  static CycleCounter counter;  // outlives every callback
-  HBADisc_RegisterCallBack(CycleCounter::OnCallBack, HBADISC_EVENT_EVERY_CYCLE | HBADISC_EVENT_FORCED,
-                           &counter);
+  pollfd news{HBADisc_GetChangeDescriptor(), POLLIN, 0};
+  HBADisc_RegisterCallBack(CountCycle, HBADISC_EVENT_EVERY_CYCLE | HBADISC_EVENT_FORCED, nullptr);
   HBADisc_StartupEx(kSecondsBetweenCycles, HBADISC_NO_OOB_DISCOVERY, 1);
-  Ports before;
-  for (long cycle = 1; cycles == 0 || cycle <= cycles; ++cycle) {
-    counter.WaitFor(cycle);
-    Ports now = ReadPorts();
-    PrintChanges(before, now);
-    before.swap(now);
+  uint64_t sequence = 0;
+  for (bool last = false; !last;) {
+    last = cycles != 0 && g_Cycles >= cycles;
+    uint64_t number = 0;
+    if (poll(&news, 1, kStep) > 0 && read(news.fd, &number, sizeof number) > 0) PrintChanges(&sequence);
   }
   HBADisc_Terminate();
 }

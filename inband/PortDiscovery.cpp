@@ -42,7 +42,7 @@ class PortVisit {
   void FileAsSlow(int status);
   std::optional<CHbaEntry> CopyListed() const;
   bool ReadBelow(CHbaEntry& port);
-  void ReadDetails(CHbaEntry& port) const;
+  void ReadDetails() const;
   void FileAsNew();
   void Refresh(CHbaEntry port);
 
@@ -109,9 +109,14 @@ bool PortVisit::ReadBelow(CHbaEntry& port) {
 }
 
 // Last, so that nothing else waits for it. Ports that were read by their attributes have told theirs.
-void PortVisit::ReadDetails(CHbaEntry& port) const {
-  if (port.IsLocalPort() == 0 || !Enabled()) return;
-  if (auto details = ReadLocalPortDetails(Wwn())) port.SetDetails(std::move(details));
+void PortVisit::ReadDetails() const {
+  if (!m_Block.details || m_Port.IsLocalPort() == 0 || !Enabled()) return;
+  auto details = ReadLocalPortDetails(Wwn());
+  if (details == nullptr) return;
+  CHbaList& destination = *m_Block.destination;
+  HbaListGuard guard(destination);
+  CHbaEntry* listed = destination.FindEntry(Wwn());
+  if (listed != nullptr && Enabled()) listed->SetDetails(std::move(details));
 }
 
 void PortVisit::FileAsNew() {
@@ -120,7 +125,6 @@ void PortVisit::FileAsNew() {
   } else {
     ReadBelow(m_Port);
   }
-  ReadDetails(m_Port);
   CHbaList& destination = *m_Block.destination;
   HbaListGuard guard(destination);
   if (!Enabled()) return;
@@ -134,7 +138,6 @@ void PortVisit::FileAsNew() {
 void PortVisit::Refresh(CHbaEntry port) {
   if (IsTargetModePort(*m_Port.GetHbaInfo())) return;
   const bool changed = ReadBelow(port);
-  ReadDetails(port);
   // What a copy shares is taken over without memory: all of it, or none.
   const CHbaEntry read(port);
   CHbaList& destination = *m_Block.destination;
@@ -144,7 +147,6 @@ void PortVisit::Refresh(CHbaEntry port) {
   listed->TakeTargets(read);
   listed->TakeVPorts(read);
   listed->TakeVFs(read);
-  if (read.GetDetails() != nullptr) listed->SetDetails(read.GetDetails());
   if (!changed) return;
   listed->ResetTargetMapRetries();
   destination.SetModified(1);
@@ -162,6 +164,7 @@ void PortVisit::Run() {
   } else {
     FileAsNew();
   }
+  ReadDetails();
 }
 
 void VisitPorts(CZylTpThread& thread, const PortDiscoveryBlock& block) {
@@ -193,10 +196,11 @@ void WorkUntilTerminated(CZylTpThread& thread, const PortDiscoveryParams& params
 }  // namespace
 
 void PortDiscoveryParams::Set(std::shared_ptr<CHbaList> ports, std::shared_ptr<CHbaList> destination,
-                              std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers) {
+                              std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers,
+                              bool details) {
   if (ports == nullptr || destination == nullptr) return Clear();
-  Replace(std::make_shared<const PortDiscoveryBlock>(
-      PortDiscoveryBlock{std::move(ports), std::move(destination), std::move(slow), std::move(answers)}));
+  Replace(std::make_shared<const PortDiscoveryBlock>(PortDiscoveryBlock{
+      std::move(ports), std::move(destination), std::move(slow), std::move(answers), details}));
 }
 
 void PortDiscoveryParams::Clear() {

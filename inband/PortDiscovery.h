@@ -16,6 +16,7 @@ struct PortDiscoveryBlock {
   std::shared_ptr<CHbaList> destination;  // takes what could be read
   std::shared_ptr<CHbaList> slow;         // takes what could not; null: dropped
   std::shared_ptr<Answers> answers;       // takes what was asked; null: dropped
+  bool details = false;                   // ports of this host are also asked for what their record lacks
 };
 
 // Where the workers of a pool find their cycle's block. Workers live longer than cycles, and a killed cycle may
@@ -27,7 +28,8 @@ class PortDiscoveryParams {
  public:
   // Called while every worker of the pool is idle. Workers of a killed cycle keep the block that they took.
   void Set(std::shared_ptr<CHbaList> ports, std::shared_ptr<CHbaList> destination,
-           std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers = nullptr) EXCLUDES(m_Lock);
+           std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers = nullptr, bool details = false)
+      EXCLUDES(m_Lock);
 
   // Lets go of the lists; workers that still use them keep them.
   void Clear() EXCLUDES(m_Lock);

@@ -6,13 +6,17 @@
  * The kept picture
  *   The calls of hbadiscovery.h drop a port when the cycle that looks for it does not find it, whatever the
  *   reason. The calls below tell "is not there" from "could not be asked": a port that is known, and whose
- * board, host or own attributes cannot be read, stays with its last picture and a mark. It goes when it is
- * positively not there (the boards, or the host, have been read and it is not among them), when its host leaves
- * the hosts file, or when it has not answered for the time of the setting DISCO_KEEP_UNANSWERED (seconds, a day
- * without it, 0: not kept at all). Until the first cycle has ended, ports that it has read so far are in the
- * kept picture, too. It is kept, and changes are recorded, from the first of these calls on:
- * HBADisc_GetFirstHbaV4, HBADisc_GetChangeDescriptor, HBADisc_GetChanges. Programs that make none pay nothing.
- * The two settings of this page are read at that call, from the discovery settings file.
+ *   board, host or own attributes cannot be read, stays with its last picture and a mark. It goes when it is
+ *   positively not there (the boards, or the host, have been read and it is not among them), when its host
+ *   leaves the hosts file, or when it has not answered for the time of the setting DISCO_KEEP_UNANSWERED
+ *   (seconds; a day without it; 0: not kept at all). Until the first cycle has ended, what it has read so far
+ *   is in the kept picture, too.
+ *
+ *   It is kept, changes are recorded, and ports of this host are asked for what only the larger record has,
+ *   from the first of these calls on: HBADisc_GetFirstHbaV4, HBADisc_GetUnanswered,
+ *   HBADisc_GetChangeDescriptor, HBADisc_GetChanges. Make one before the start, and the first cycle has it
+ *   all. Programs that make none pay nothing. The two settings of this page are read at that call, from the
+ *   discovery settings file.
  */
 #ifndef HBADISCOVERY_FOLLOW_H_
 #define HBADISCOVERY_FOLLOW_H_

@@ -80,7 +80,7 @@ run() { # BLOCK
     hbadisc.1.2) type_in "$1"; expect harbour-01 0x1000025d41000002 ;;
     hbadisc.1.3) type_in "$1"; expect VX20410001 0x5025d0aa00000010 ;;
     hbadisc.1.4) type_in "$1"; expect false ;;
-    hbadisc.1.5) type_in "$1"; expect forced 'no change' ;;
+    hbadisc.1.5) type_in "$1"; expect 'first look' 'no change' ;;
     hbadisc-agent.8.1) type_in "$1"; ask_agent http://10.0.0.5:23333/; stop_agent ;;
     hbadisc-agent.8.2) type_in "$1"; expect 0x1000025d81000001 ;;
     hbadisc-agent.8.3) type_in "$1"; expect '127.0.10.1 is added'; stop_agent ;;
@@ -101,7 +101,7 @@ run() { # BLOCK
       ;;
     hbahosts.lst.5.1)
       cp "$1" /opt/varnix/quorbench/hbahosts.lst
-      hbadisc hosts list -o jsonl | jq -r '.host + " " + .name' >"$scratch/answers"
+      hbadisc hosts list --no-ask -o jsonl | jq -r '.host + " " + .name' >"$scratch/answers"
       expect '10.1.2.3 server7' '10.1.2.4:23334 server8' fe80::1 '[fe80::2]:23334'
       ;;
     README.1) know_commands "$1" ;;

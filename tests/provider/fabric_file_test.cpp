@@ -137,6 +137,7 @@ TEST_F(FabricFile, SchemaFileNamesTheKeysThatAreTaken) {
        ""},
       {"target", R"(, "targets": [{"wwpn": "5000000000000001", "?": 0}])", ""},
       {"virtualPort", R"(, "virtual_ports": [{"wwpn": "1100000000000001", "?": 0}])", ""},
+      {"details", R"(, "details": {"?": 0})", ""},
       {"attribute", R"(, "attributes": [{"id": 1, "value": 1, "?": 0}])", ""},
       {"event", "", R"(, "events": [{"after_ms": 0, "port": "1000000000000001", "?": 0}])"},
       {"event", "", R"(, "events": [{"after_ms": 0, "port": "1000000000000002", "?": 0}])"},

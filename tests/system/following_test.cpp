@@ -57,6 +57,7 @@ class Following : public testing::Test {
     m_Fabric.Write();
     m_Library = std::make_unique<Library>(m_Fabric.Path());
     m_CallBacks = std::make_unique<CallBacks>(*m_Library, HBADISC_EVENT_FORCED);
+    EXPECT_GE(m_Library->GetChangeDescriptor(), 0);  // followed from the first cycle on
   }
   void Start(bool withHosts = false) {
     Load();
