@@ -74,8 +74,10 @@ int HBADisc_GetUnanswered(hbadisc_unanswered* records, unsigned int* count) {
 int HBADisc_GetHostStates(hbadisc_host_state* records, unsigned int* count) {
   return CopyList(records, count, [] {
     CHbaDiscover& controller = TheLibrary().controller;
-    return ListHostStates(controller.Asked(), controller.Picture().GetCurrentList().get(),
-                          controller.RemoteHosts().GetIpPortNumber());
+    KeptPicture& kept = controller.Kept();
+    const std::shared_ptr<CHbaList> ports =
+        kept.IsFollowed() ? kept.Take().ports : controller.Picture().GetCurrentList();
+    return ListHostStates(controller.Asked(), ports.get(), controller.RemoteHosts().GetIpPortNumber());
   });
 }
 

@@ -101,10 +101,10 @@ bool AddressOf(const char* host, unsigned short port, _RM_IP_INFO* address) {
   return RM_RemoteOOBHostAddrV2(line.c_str(), port, address) == RM_STATUS_OK;
 }
 
-std::map<HostKey, unsigned int> CountPorts(CHbaList* current) {
+std::map<HostKey, unsigned int> CountPorts(CHbaList* ports) {
   std::map<HostKey, unsigned int> counts;
-  if (current == nullptr) return counts;
-  CHbaList& list = *current;
+  if (ports == nullptr) return counts;
+  CHbaList& list = *ports;
   HbaListGuard guard(list);
   list.ForEach([&counts](const CHbaEntry& entry) {
     if (entry.IsLocalPort() == 0 && entry.GetProxyIpInfo() != nullptr)
@@ -125,9 +125,9 @@ std::vector<hbadisc_unanswered> ListUnanswered(const Answers& answers, CHbaList*
   return records;
 }
 
-std::vector<hbadisc_host_state> ListHostStates(const Answers& answers, CHbaList* current, unsigned short port) {
+std::vector<hbadisc_host_state> ListHostStates(const Answers& answers, CHbaList* ports, unsigned short port) {
   const AnswerView view(answers);
-  const std::map<HostKey, unsigned int> counts = CountPorts(current);
+  const std::map<HostKey, unsigned int> counts = CountPorts(ports);
   std::vector<hbadisc_host_state> states;
   for (const OobHostRecord& host : ReadHostList()) {
     hbadisc_host_state& state = states.emplace_back();

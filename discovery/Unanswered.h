@@ -13,8 +13,8 @@
 // Boards by number, then ports by name; `kept` (null: none) is the kept picture.
 std::vector<hbadisc_unanswered> ListUnanswered(const Answers& answers, CHbaList* kept);
 
-// The hosts of the hosts file in its order; `current` (null: none) is where their ports are counted. `port` is
+// The hosts of the hosts file in its order; `ports` (null: none) is where theirs are counted. `port` is
 // that of hosts whose line has none.
-std::vector<hbadisc_host_state> ListHostStates(const Answers& answers, CHbaList* current, unsigned short port);
+std::vector<hbadisc_host_state> ListHostStates(const Answers& answers, CHbaList* ports, unsigned short port);
 
 #endif  // DISCOVERY_UNANSWERED_H_

@@ -63,7 +63,8 @@ class CPortInfo {
   // Where the answers of boards are noted; null, as at first: nowhere. Not copied.
   void SetAnswers(std::shared_ptr<Answers> answers) { m_Answers = std::move(answers); }
 
-  // Takes the port of each board as soon as the board is read; null, as at first: nobody wants to know so early.
+  // Takes the port of each board as soon as the board is read; null, as at first: nobody wants to know so
+  // early.
   void SetSeen(std::shared_ptr<CHbaList> seen) { m_pSeen = std::move(seen); }
 
   // Every target WWPN seen behind a local port since the process started; a name is never taken out. Never

@@ -196,8 +196,7 @@ void WorkUntilTerminated(CZylTpThread& thread, const PortDiscoveryParams& params
 }  // namespace
 
 void PortDiscoveryParams::Set(std::shared_ptr<CHbaList> ports, std::shared_ptr<CHbaList> destination,
-                              std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers,
-                              bool details) {
+                              std::shared_ptr<CHbaList> slow, std::shared_ptr<Answers> answers, bool details) {
   if (ports == nullptr || destination == nullptr) return Clear();
   Replace(std::make_shared<const PortDiscoveryBlock>(PortDiscoveryBlock{
       std::move(ports), std::move(destination), std::move(slow), std::move(answers), details}));

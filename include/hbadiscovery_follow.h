@@ -107,13 +107,13 @@ enum {
 };
 
 typedef struct hbadisc_host_state {
-  char host[48];    /* as hbadisc_oob_host */
-  char name[32];    /* as hbadisc_oob_host */
-  uint32_t state;   /* HBADISC_HOST_ */
-  int32_t status;   /* the provider's, of the last try */
-  uint32_t ports;   /* ports in the current picture that are reached through it */
-  uint32_t tries;   /* failed ones in a row */
-  int64_t asked;    /* last time */
+  char host[48];  /* as hbadisc_oob_host */
+  char name[32];  /* as hbadisc_oob_host */
+  uint32_t state; /* HBADISC_HOST_ */
+  int32_t status; /* the provider's, of the last try */
+  uint32_t ports; /* ports known through it: in the kept picture, or, while that is not kept, the current one */
+  uint32_t tries; /* failed ones in a row */
+  int64_t asked;  /* last time */
   int64_t answered; /* last time */
   int64_t since;    /* the first of the failed tries */
 } hbadisc_host_state;

@@ -23,8 +23,9 @@ void RMOpen_LastError(char* text, unsigned int size);
  * configuration file's. 0, or 1 when it is no directory. To be called before RM_InitLib. */
 int RMOpen_SetInstallDir(const char* directory);
 
-/* 1: RM_GetDiscoveryAttributes has the attributes that tell more of a port than rmapi.h asks for (speeds, versions,
- * PCI address and so on), of this host's ports, too. The discovery library then asks those for them. */
+/* 1: RM_GetDiscoveryAttributes has the attributes that tell more of a port than rmapi.h asks for (speeds,
+ * versions, PCI address and so on), of this host's ports, too. The discovery library then asks those for them.
+ */
 int RMOpen_HasPortDetails(void);
 
 #ifdef __cplusplus

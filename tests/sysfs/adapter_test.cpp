@@ -4,6 +4,7 @@
 
 #include "provider/host/WorldWideName.h"
 #include "provider/sysfs/SysfsHost.h"
+#include "rmapi/PortDetails.h"
 #include "tests/support/Testing.h"
 #include "tests/sysfs/Describe.h"
 #include "tests/sysfs/Tree.h"
@@ -106,6 +107,51 @@ TEST(Adapter, DriversTextsComeFirst) {
 
   tree.SetPort("model", "M1000\n");
   EXPECT_EQ(Text(ReadBoard(tree, 7).info.model), "M1000");
+}
+
+// "key value" of each detail that is told, in their order.
+std::string Details(const Tree& tree) {
+  const provider::Answer<provider::Attributes> answer =
+      provider::MakeSysfsHost(tree.Root(), "tester")->DiscoveryAttributes(Name(0x2000025dfa000007));
+  std::ostringstream text;
+  for (const PortDetailKey& detail : kPortDetailKeys) {
+    const auto value = answer.value.find(detail.id);
+    if (value == answer.value.end()) continue;
+    text << detail.key << ' ';
+    std::visit(
+        [&text](const auto& known) {
+          if constexpr (!std::is_same_v<std::decay_t<decltype(known)>, Wwn>) text << known << '\n';
+        },
+        value->second);
+  }
+  return text.str();
+}
+
+TEST(Adapter, TellsSpeedsVersionsAndStorage) {
+  Hba tree;
+  const std::string bare = Details(tree);
+  EXPECT_EQ(bare, "driver_name hbadrv\npci_address 0000:3b:00.1\nlun_count 0\nblock_device_count 0\n");
+  tree.SetPort("speed", "16 Gbit\n");
+  tree.SetPort("supported_speeds", "32 Gbit, 8 Gbit, Unknown, 16 Gbit\n");
+  tree.Set("host7/scsi_host/host7/fwrev", "12.8.0, sli-4\n");
+  tree.Set("host7/scsi_host/host7/option_rom_version", "12.8.1\n");
+  tree.Write("module/hbadrv/version", "14.2\n");
+  const std::string rport = "host7/rport-7:0-2/";
+  for (const char* attribute :
+       {"port_state Online", "roles FCP Target", "scsi_target_id 0", "port_name 0x5000000000000001"}) {
+    const std::string line = attribute;
+    const std::size_t blank = line.find(' ');
+    tree.Set(rport + "fc_remote_ports/rport-7:0-2/" + line.substr(0, blank), line.substr(blank + 1) + '\n');
+  }
+  tree.MakeFolder(kHbaPci + rport + "target7:0:0/7:0:0:0/block/sdb");
+  tree.MakeFolder(kHbaPci + rport + "target7:0:0/7:0:0:1/scsi_generic/sg3");
+  tree.MakeFolder(kHbaPci + rport + "target7:0:0/7:0:0:2/block/sda");
+  EXPECT_EQ(Details(tree),
+            "link_speed 16000\nsupported_speeds 8000 16000 32000\nfirmware_version 12.8.0, sli-4\n"
+            "driver_name hbadrv\ndriver_version 14.2\nboot_version 12.8.1\npci_address 0000:3b:00.1\n"
+            "lun_count 3\nblock_device_count 2\nblock_devices sda sdb\n");
+  tree.SetPort("port_state", "Linkdown\n");
+  EXPECT_EQ(Details(tree).substr(0, 13), "link_speed 0\n");
 }
 
 TEST(Adapter, WithoutIdsTheDriversWordsAreLeft) {

@@ -247,6 +247,7 @@ TEST_F(Following, HostsSayWhatTheyAnswered) {
   const auto unanswered = ListOf(m_Library->GetUnanswered);
   ASSERT_EQ(unanswered.size(), 1U);
   EXPECT_EQ(unanswered[0].host, near);
+  EXPECT_EQ(ListOf(m_Library->GetHostStates)[0].ports, 1U);
   agent = std::make_unique<Agent>(m_Fabric.Path(), near);
   Cycle();
   EXPECT_EQ(Read().ports.at(kRemote).record.unanswered, 0U);

@@ -92,3 +92,10 @@ def test_a_host_that_is_down_is_not_taken_for_empty(fabric, tmp_path):
     assert run("list", "--local-only", *options).code == 0
     missing = run("show", f"{PORT}2", *options)
     assert missing.code == 3 and "among those that answer" in missing.errors
+
+
+def test_a_hosts_file_that_may_not_be_read_is_said(fabric, tmp_path):
+    fabric.write([board(1)])
+    (tmp_path / "hbahosts.lst").symlink_to("hbahosts.lst")
+    errors = run("list", "--fabric", fabric.path, "--hosts-dir", str(tmp_path)).errors
+    assert errors == f"hbadisc: {tmp_path}/hbahosts.lst cannot be read: Too many levels of symbolic links\n"

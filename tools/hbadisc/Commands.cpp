@@ -116,6 +116,7 @@ int RunCommand(const Options& options, Output& output, Messages& messages) {
   try {
     ChooseSource(options.source, LookUpSymbol);
     if (!options.hostsDirectory.empty()) ChooseHostsDirectory(options.hostsDirectory, LookUpSymbol);
+    for (const std::string& trouble : AccessTroubles(LookUpSymbol)) messages.Say(trouble);
     if (IsHostCommand(options.command)) return RunHosts(options, output, messages);
     if (options.command != Command::Watch) return LookOnce(options, output, messages);
   } catch (const OutputError&) {

@@ -1,9 +1,14 @@
 #include "tools/hbadisc/Source.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 
+#include "include/hbadiscovery.h"
 #include "provider/OpenProvider.h"
 #include "tools/hbadisc/Output.h"
 
@@ -20,7 +25,43 @@ std::string LastError(const SymbolLookup& lookUp) {
   return text.data();
 }
 
+// Why a file that is there cannot be read; 0 when it can, or is not there.
+int WhyUnreadable(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int error = errno;
+  if (file >= 0) close(file);
+  return file >= 0 || error == ENOENT || error == ENOTDIR ? 0 : error;
+}
+
+std::string HostsFile(const SymbolLookup& lookUp) {
+  std::array<char, 512> directory{};
+  const auto installDir = reinterpret_cast<int (*)(char*, unsigned int)>(lookUp("RM_GetAppInstallDirA"));
+  if (!installDir || installDir(directory.data(), static_cast<unsigned int>(directory.size())) != 0) return {};
+  directory.back() = '\0';
+  return std::string(directory.data()) + "hbahosts.lst";
+}
+
+std::string ReasonText(int error) {
+  return error == EACCES || error == EPERM ? "no permission" : std::strerror(error);
+}
+
 }  // namespace
+
+std::vector<std::string> AccessTroubles(const SymbolLookup& lookUp) {
+  std::vector<std::string> troubles;
+  errno = 0;
+  if (LockFile() != 0) {
+    troubles.push_back("the lock that all programs share cannot be taken: " + ReasonText(errno) +
+                       "; settings do not count");
+  } else {
+    UnlockFile();
+  }
+  for (const std::string& file : {std::string("/etc/varnix/quorbench/varnixDiscConfig"), HostsFile(lookUp)}) {
+    const int error = file.empty() ? 0 : WhyUnreadable(file);
+    if (error != 0) troubles.push_back(file + " cannot be read: " + ReasonText(error));
+  }
+  return troubles;
+}
 
 void ChooseSource(const Source& source, const SymbolLookup& lookUp) {
   if (source.kind == SourceKind::ProviderDefault) return;

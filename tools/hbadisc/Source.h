@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace hbadisc {
 
@@ -28,6 +29,10 @@ void ChooseHostsDirectory(const std::string& directory, const SymbolLookup& look
 // Why the open provider has nothing to look at on this host; empty when it has, and of any other provider. To
 // be asked once discovery has looked.
 std::string ProviderTrouble(const SymbolLookup& lookUp);
+
+// What this user may not use, each in a sentence: the lock of the settings, the settings file, the hosts file.
+// What they say then does not count, and without a word nobody would know why.
+std::vector<std::string> AccessTroubles(const SymbolLookup& lookUp);
 
 // Finds what the program and its libraries export.
 void* LookUpSymbol(const char* name);
