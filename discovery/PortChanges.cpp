@@ -184,8 +184,9 @@ void FillRecord(const PortChange& change, hbadisc_change* record) {
   record->kind = change.kind;
   record->values =
       (hasBefore ? 1U * HBADISC_CHANGE_HAS_BEFORE : 0U) | (hasAfter ? 1U * HBADISC_CHANGE_HAS_AFTER : 0U);
-  const CHbaEntry& port = change.after != nullptr ? *change.after : *change.before;
-  std::memcpy(&record->port, port.GetHbaInfo()->portWwn, sizeof record->port);
+  if (const CHbaEntry* port = change.after != nullptr ? change.after : change.before; port != nullptr) {
+    std::memcpy(&record->port, port->GetHbaInfo()->portWwn, sizeof record->port);
+  }
   std::memset(&record->vport, 0, sizeof record->vport);
   if (change.vport != nullptr) {
     std::memcpy(&record->vport, change.vport->GetHbaInfo()->portWwn, sizeof record->vport);

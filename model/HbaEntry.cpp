@@ -52,7 +52,7 @@ CHbaEntry::CHbaEntry(const CHbaEntry& other)
       m_VFs(other.GetVFList()) {}
 
 CHbaEntry& CHbaEntry::operator=(const CHbaEntry& other) {
-  CopyEntry(other);
+  if (this != &other) CopyEntry(other);
   return *this;
 }
 

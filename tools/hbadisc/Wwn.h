@@ -16,7 +16,8 @@ namespace hbadisc {
 struct Wwn {
   std::array<std::uint8_t, 8> bytes{};  // most significant first
 
-  auto operator<=>(const Wwn&) const = default;
+  bool operator==(const Wwn&) const = default;
+  bool operator<(const Wwn& other) const { return bytes < other.bytes; }
 };
 
 // Accepts 16 hexadecimal digits, the same after "0x", and 8 two-digit bytes separated by ':' or by '-'; in any
