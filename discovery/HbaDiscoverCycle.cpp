@@ -166,7 +166,7 @@ void HbaDiscoverCycle::BeginKind(Cycle& cycle) {
 }
 
 int HbaDiscoverCycle::CollectPorts(Cycle& cycle) {
-  cycle.ports.SetSeen(m_Parts.picture.GetSeen());
+  if (m_Parts.kept.IsFollowed()) cycle.ports.SetSeen(m_Parts.picture.GetSeen());
   const int result = cycle.ports.BuildDiscoPortsList(cycle.current, cycle.fresh, m_Parts.slow.GetHbaList(),
                                                      cycle.lite ? 1 : 0, m_LiteCycleCount);
   cycle.collected = true;
