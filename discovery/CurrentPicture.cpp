@@ -4,11 +4,6 @@
 
 namespace {
 
-bool SecureManagement() {
-  unsigned int enabled = 0;
-  return RM_GetSecureMgmtConfig(&enabled) == RM_STATUS_OK && enabled != 0;
-}
-
 // The agent of this host, by which local ports are managed when management is secured.
 _RM_IP_INFO LocalAgent(std::uint16_t port) {
   _RM_IP_INFO address{};
@@ -68,10 +63,14 @@ int CurrentPicture::UpdateDiscoveryLists() {
   return changed;
 }
 
-std::shared_ptr<CHbaList> CurrentPicture::GetCurrentHbaList(bool withGathered) const {
+bool CurrentPicture::IsSecured() {
+  unsigned int enabled = 0;
+  return RM_GetSecureMgmtConfig(&enabled) == RM_STATUS_OK && enabled != 0;
+}
+
+std::shared_ptr<CHbaList> CurrentPicture::CopyPorts(bool secured, bool withEarly) const {
   const std::shared_ptr<CHbaList> current = m_Current.Get();
   if (current == nullptr) return nullptr;
-  const bool secure = SecureManagement();
   const _RM_IP_INFO agent = LocalAgent(m_Remote.GetIpPortNumber());
 
   auto snapshot = std::make_shared<CHbaList>();
@@ -80,14 +79,14 @@ std::shared_ptr<CHbaList> CurrentPicture::GetCurrentHbaList(bool withGathered) c
     CHbaList& copies = *snapshot;
     HbaListGuard copiesGuard(copies);
     list.ForEach([&](const CHbaEntry& entry) NO_THREAD_SAFETY_ANALYSIS {
-      const bool throughAgent = secure && ManagedByAgent(entry);
+      const bool throughAgent = secured && ManagedByAgent(entry);
       const CHbaEntry changed = throughAgent ? ThroughAgent(entry, agent) : CHbaEntry();
       copies.AddEntry(throughAgent ? &changed : &entry);
     });
   };
   copy(*current);
   for (const SharedSlot<CHbaList>* slot : {&m_Gathered, &m_Seen}) {
-    const std::shared_ptr<CHbaList> early = withGathered ? slot->Get() : nullptr;
+    const std::shared_ptr<CHbaList> early = withEarly ? slot->Get() : nullptr;
     if (early != nullptr) copy(*early);
   }
   return snapshot;

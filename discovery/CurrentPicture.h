@@ -40,8 +40,11 @@ class CurrentPicture {
 
   // ---- What the application reads; null when not open ----
 
-  // `withGathered`: also what the running cycle has read so far and the current list does not have.
-  std::shared_ptr<CHbaList> GetCurrentHbaList(bool withGathered = false) const;
+  std::shared_ptr<CHbaList> GetCurrentHbaList() const { return CopyPorts(IsSecured(), false); }
+  // The same in two steps, of which the first asks the provider. `withEarly`: also what the running cycle has
+  // read so far and the current list does not have.
+  static bool IsSecured();
+  std::shared_ptr<CHbaList> CopyPorts(bool secured, bool withEarly) const;
   std::shared_ptr<CSystemList> GetCurrentSystemList() const;
   // Takes over the names of an iSCSI port from the current list; 0 when the port is unknown or another kind.
   int GetiSCSINames(const HBA_NAME& wwpn, CDiscISCSINames* names) const;

@@ -167,9 +167,12 @@ void DirectedDiscovery::RefreshPort(CZylTpThread& thread, const HBA_NAME& wwpn, 
   disco_printf(kLogDirected, wwpn.wwn, "Directed Discovery - starting");
   // The reads' results change nothing: a part that cannot be read becomes empty.
   if ((what & kAttributes) != 0 && thread.Terminated() == 0) {
-    AnswerBook<std::uint64_t>::Question question(&m_Parts.answers->ports, WwpnKey(wwpn.wwn));
+    // Of a port of this host its board tells, in every cycle; of another's, nobody before the next one.
+    const bool isRemote = copy.IsLocalPort() == 0 && copy.GetProxyIpInfo() != nullptr;
+    const HostKey host = isRemote ? HostKeyOf(*copy.GetProxyIpInfo()) : HostKey{};
+    AnswerBook<PortKey>::Question question(isRemote ? &m_Parts.answers->ports : nullptr,
+                                           {host, WwpnKey(wwpn.wwn)});
     const int status = GetRemotePortAttr(&copy, &thread);
-    if (copy.GetProxyIpInfo() != nullptr) question.GoesThrough(HostKeyOf(*copy.GetProxyIpInfo()));
     question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE);
     if (copy.IsLocalPort() != 0) copy.GetHbaInfo()->modelId |= kRefreshedLocally;
   }

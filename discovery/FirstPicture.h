@@ -12,24 +12,26 @@
 
 class FirstPicture {
  public:
-  // Discovery starts, the picture is there, discovery stops.
+  // Discovery starts, the picture is there, who waits for it may know, discovery stops.
   void Begin() { Set(State::kAwaited); }
-  void Done() { Set(State::kThere); }
+  void Done() { Set(State::kDone); }
+  void Announce() { Set(State::kThere); }
   void Stop() { Set(State::kNone); }
 
   bool IsAwaited() const { return Get() == State::kAwaited; }
-  bool IsThere() const { return Get() == State::kThere; }
   // Whether it is there, after `limit` at most; at once when discovery does not run.
   bool Wait(std::chrono::milliseconds limit) EXCLUDES(m_Lock) {
     const auto end = std::chrono::steady_clock::now() + limit;
     LockGuard guard(m_Lock);
-    while (m_State == State::kAwaited && m_Changed.wait_until(m_Lock, end) != std::cv_status::timeout) {
+    const auto waiting = [this]()
+                             REQUIRES(m_Lock) { return m_State == State::kAwaited || m_State == State::kDone; };
+    while (waiting() && m_Changed.wait_until(m_Lock, end) != std::cv_status::timeout) {
     }
     return m_State == State::kThere;
   }
 
  private:
-  enum class State { kNone, kAwaited, kThere };
+  enum class State { kNone, kAwaited, kDone, kThere };
 
   State Get() const EXCLUDES(m_Lock) {
     LockGuard guard(m_Lock);
@@ -38,7 +40,7 @@ class FirstPicture {
   void Set(State state) EXCLUDES(m_Lock) {
     LockGuard guard(m_Lock);
     // A cycle that ends while discovery stops changes nothing.
-    if (state == State::kThere && m_State == State::kNone) return;
+    if (state > State::kAwaited && m_State == State::kNone) return;
     m_State = state;
     m_Changed.notify_all();
   }

@@ -128,6 +128,7 @@ void CHbaDiscover::StopLocked() {
   RM_ExitLib();
   m_Cycle.ForgetLists();
   m_Parts.picture.Close();
+  m_Parts.answers->Clear();
   m_Parts.kept.Close();
   m_Parts.state.Stopped();
   disco_printf(kLogStartStop, nullptr, "Discovery terminated");

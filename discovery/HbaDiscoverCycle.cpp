@@ -108,7 +108,11 @@ void HbaDiscoverCycle::DoDiscoveryCycle(int full) {
     const bool served = end == CycleEnd::kDone && !cycle.lite && m_Parts.state.IsForced();
     const bool forced = cycle.forced || served;
     const int changed = forced ? AwaitOob(cycle.changed) : cycle.changed;
-    if (end == CycleEnd::kDone && !cycle.lite && !m_Parts.state.StopRequested()) m_Parts.first.Done();
+    if (end == CycleEnd::kDone && m_Parts.first.IsAwaited() && !m_Parts.state.StopRequested()) {
+      m_Parts.first.Done();
+      m_Parts.kept.Note();
+      m_Parts.first.Announce();
+    }
     ReportCycle(changed, forced);
   }
   EndCycle(cycle);

@@ -62,6 +62,15 @@ int GetFirst(Record* record) {
   return BeginWalk(record, [] { return TheLibrary().controller.Picture().GetCurrentHbaList(); });
 }
 
+// The names of a port that does not answer, in a walk over the kept picture: the current one may have lost it.
+bool NamesOfKept(const HBA_NAME& wwpn, CDiscISCSINames* names) {
+  const EnumerationWalk::Port port = TheLibrary().walk.Find(wwpn);
+  if (port.entry == nullptr || !port.entry->GetUnanswered()) return false;
+  if ((port.entry->GetSpecialFeatures() & RM_FEATURE_ISCSI) == 0) return false;
+  *names = *port.entry->GetISCSINames();
+  return true;
+}
+
 }  // namespace
 
 // ---- Life cycle and control
@@ -183,7 +192,8 @@ int HBADisc_GetiSCSINames(HBA_NAME wwpn, discovery_iscsi_names* names) {
   *names = {};
   return Guarded(0, [&] {
     CDiscISCSINames found;
-    if (TheLibrary().controller.Picture().GetiSCSINames(wwpn, &found) == 0) return 0;
+    if (TheLibrary().controller.Picture().GetiSCSINames(wwpn, &found) == 0 && !NamesOfKept(wwpn, &found))
+      return 0;
     FillRecord(found, names);
     return 1;
   });

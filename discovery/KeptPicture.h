@@ -51,9 +51,11 @@ class KeptPicture {
   ChangeLog& Changes() { return m_Changes; }
 
  private:
-  void FollowLocked() REQUIRES(m_Lock);
+  struct Settings;
+  static Settings ReadSettings();
+  void FollowLocked(const Settings& settings) REQUIRES(m_Lock);
   void NoteLocked(const std::shared_ptr<CHbaList>& ports) REQUIRES(m_Lock);
-  std::shared_ptr<CHbaList> BuildLocked() REQUIRES(m_Lock);
+  std::shared_ptr<CHbaList> BuildLocked(bool secured) REQUIRES(m_Lock);
   void KeepUnanswered(CHbaList& ports) REQUIRES(m_Lock);
   std::optional<AnswerRecord> WhyUnseen(const CHbaEntry& port) const REQUIRES(m_Lock);
 

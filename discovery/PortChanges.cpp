@@ -117,7 +117,7 @@ class Comparison {
 
   template <class List>
   void Items(unsigned int kind, const List& old, const List& now, const CVPortEntry* vport = nullptr) const {
-    if (&old == &now) return;
+    if (old.IsSameStorage(now)) return;
     Walk(old, now, [&](const auto* was, const auto* is) {
       if (was == nullptr || is == nullptr || !SameItem(*was, *is)) {
         m_Visit({kind, m_Before, m_After, vport, was, is});
@@ -126,6 +126,7 @@ class Comparison {
   }
 
   void VPorts(const CVPortList& old, const CVPortList& now) const {
+    if (old.IsSameStorage(now)) return;
     Walk(old, now, [&](const CVPortEntry* was, const CVPortEntry* is) {
       const PortChange change{HBADISC_CHANGE_VPORT, m_Before, m_After, nullptr, was, is};
       const CTargetList oldTargets = was == nullptr ? CTargetList() : was->GetTargetList();

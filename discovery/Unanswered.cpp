@@ -27,7 +27,7 @@ HBA_NAME NameOf(std::uint64_t key) {
 }
 
 hbadisc_unanswered RecordOf(unsigned int what, unsigned int instance, const HBA_NAME& port,
-                            const AnswerRecord& asked) {
+                            const AnswerRecord& asked, const HostKey& host = {}) {
   hbadisc_unanswered record{};
   record.what = what;
   record.instance = instance;
@@ -37,7 +37,7 @@ hbadisc_unanswered RecordOf(unsigned int what, unsigned int instance, const HBA_
   record.since = asked.since != 0 ? asked.since : asked.asking;
   record.last = std::max(asked.last, asked.asking);
   record.lastGood = asked.good;
-  FillHostText(asked.host, record.host);
+  FillHostText(host, record.host);
   return record;
 }
 
@@ -65,19 +65,21 @@ void AddBoards(const Answers& answers, const AnswerView& view, std::vector<hbadi
   });
 }
 
-std::map<std::uint64_t, AnswerRecord> UnansweredPorts(const AnswerView& view, CHbaList* kept) {
-  std::map<std::uint64_t, AnswerRecord> ports;
-  for (const auto& [name, record] : view.Ports()) {
-    if (view.IsUnanswered(record)) ports.emplace(name, record);
+// By name; a name that two hosts tell is listed for each.
+std::map<std::pair<std::uint64_t, HostKey>, AnswerRecord> UnansweredPorts(const AnswerView& view,
+                                                                          CHbaList* kept) {
+  std::map<std::pair<std::uint64_t, HostKey>, AnswerRecord> ports;
+  for (const auto& [key, record] : view.Ports()) {
+    if (view.IsUnanswered(record)) ports.emplace(std::pair(key.second, key.first), record);
   }
   if (kept == nullptr) return ports;
   CHbaList& list = *kept;
   HbaListGuard guard(list);
   list.ForEach([&ports](const CHbaEntry& entry) {
     if (!entry.GetUnanswered()) return;
-    AnswerRecord record = *entry.GetUnanswered();
-    if (entry.GetProxyIpInfo() != nullptr) record.host = HostKeyOf(*entry.GetProxyIpInfo());
-    ports.insert_or_assign(WwpnKey(entry.GetHbaInfo()->portWwn), record);
+    const bool isRemote = entry.IsLocalPort() == 0 && entry.GetProxyIpInfo() != nullptr;
+    const HostKey host = isRemote ? HostKeyOf(*entry.GetProxyIpInfo()) : HostKey{};
+    ports.insert_or_assign({WwpnKey(entry.GetHbaInfo()->portWwn), host}, *entry.GetUnanswered());
   });
   return ports;
 }
@@ -119,8 +121,8 @@ std::vector<hbadisc_unanswered> ListUnanswered(const Answers& answers, CHbaList*
   const AnswerView view(answers);
   std::vector<hbadisc_unanswered> records;
   AddBoards(answers, view, &records);
-  for (const auto& [name, record] : UnansweredPorts(view, kept)) {
-    records.push_back(RecordOf(HBADISC_UNANSWERED_PORT, kNoInstance, NameOf(name), record));
+  for (const auto& [key, record] : UnansweredPorts(view, kept)) {
+    records.push_back(RecordOf(HBADISC_UNANSWERED_PORT, kNoInstance, NameOf(key.first), record, key.second));
   }
   return records;
 }

@@ -54,8 +54,10 @@ void KeepRecord(const local_hba_info& from, local_hba_info* to, const HBA_info_v
   std::memcpy(to->portWwn, info.portWwn, sizeof(to->portWwn));
 }
 
-bool ReadNames(const HBA_info_v4& info, InitiatorNames* names) {
+// Without its names the board is left out, though it could be read.
+bool ReadNames(const HBA_info_v4& info, InitiatorNames* names, AnswerBook<unsigned int>::Question& question) {
   const int status = names->Read(nullptr, info.portWwn);
+  if (status != RM_STATUS_OK) question.Answer(status, false);
   if (status != RM_STATUS_OK) {
     disco_printf(kLogLocalPorts | kLogDetails, info.portWwn, "Local port Could not get iSCSI names (error %d)",
                  status);
@@ -165,7 +167,7 @@ int CPortInfo::GetLocalPorts(local_hba_info* boards) {
     AddTo(m_pSeen.get(), EntryOf(board));
     const unsigned int features = board.info.specialFeatures;
     if (IsISCSIPort(features)) {
-      if (!ReadNames(board.info, &board.names)) continue;
+      if (!ReadNames(board.info, &board.names, question)) continue;
     } else if (!IsNICPort(features) && !IsTargetModePort(board.info)) {
       UpdateAllDiscoPortsListWithTargets(board.info.portWwn);
     }

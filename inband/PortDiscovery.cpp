@@ -153,8 +153,8 @@ void PortVisit::Refresh(CHbaEntry port) {
 }
 
 void PortVisit::Run() {
-  AnswerBook<std::uint64_t>::Question question(m_Block.answers == nullptr ? nullptr : &m_Block.answers->ports,
-                                               WwpnKey(Wwn()));
+  AnswerBook<PortKey>::Question question(m_Block.answers == nullptr ? nullptr : &m_Block.answers->ports,
+                                         {HostKey{}, WwpnKey(Wwn())});
   const int status = ReadAttributes();
   if (!Enabled()) return;
   question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE);

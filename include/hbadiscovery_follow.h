@@ -15,8 +15,8 @@
  *   It is kept, changes are recorded, and ports of this host are asked for what only the larger record has,
  *   from the first of these calls on: HBADisc_GetFirstHbaV4, HBADisc_GetUnanswered,
  *   HBADisc_GetChangeDescriptor, HBADisc_GetChanges. Make one before the start, and the first cycle has it
- *   all. Programs that make none pay nothing. The two settings of this page are read at that call, from the
- *   discovery settings file.
+ *   all. For programs that make none nothing changes. The two settings of this page are read at that call, from
+ * the discovery settings file.
  */
 #ifndef HBADISCOVERY_FOLLOW_H_
 #define HBADISCOVERY_FOLLOW_H_
@@ -90,8 +90,8 @@ typedef struct hbadisc_unanswered {
 
 /* What could not be read when it was last tried, or has not been for longer than a second: boards by number,
  * then ports by name. The counting contract of HBADisc_GetVPorts: fills at most *count records, sets *count to
- * the number filled, returns how many did not fit. 0 and *count 0 before the start; after a stop as it was
- * then. Any thread; waits for no adapter. */
+ * the number filled, returns how many did not fit. None before the start and after a stop. Any thread; waits
+ * for no adapter. */
 HBADISC_API int HBADisc_GetUnanswered(hbadisc_unanswered* records, unsigned int* count);
 
 enum {

@@ -29,7 +29,8 @@ struct Listener {
   void* context;
   const Listener* before;
 };
-constinit std::atomic<const Listener*> gs_Listener{nullptr};
+constinit std::atomic<const Listener*> gs_AllListeners{nullptr};
+constinit std::atomic<const Listener*> gs_Listener{nullptr};  // of these
 // The listener runs on this thread: what it logs itself is not told to it.
 constinit thread_local bool t_Telling = false;
 
@@ -38,9 +39,13 @@ const Listener* ListenerFor(unsigned int mask) {
   return listener != nullptr && (listener->mask & mask) != 0 ? listener : nullptr;
 }
 
+// Lines are told from the middle of everything: what the listener throws must not come through there.
 void Tell(const Listener& listener, unsigned int mask, const char* line) {
   t_Telling = true;
-  listener.function(mask, line, listener.context);
+  try {
+    listener.function(mask, line, listener.context);
+  } catch (...) {
+  }
   t_Telling = false;
 }
 
@@ -152,12 +157,21 @@ void OpenDiscoveryLog(const char* path) {
 }
 
 void SetDiscoveryLogListener(DiscoveryLogListener function, unsigned int mask, void* context) {
-  const Listener* before = gs_Listener.load();
-  const auto* listener = new Listener{function, function == nullptr ? 0 : mask, context, before};
-  while (!gs_Listener.compare_exchange_weak(before, listener)) {
-    delete listener;
-    listener = new Listener{function, function == nullptr ? 0 : mask, context, before};
+  const Listener wanted{function, function == nullptr ? 0 : mask, context, nullptr};
+  const auto same = [&wanted](const Listener& known) {
+    return known.function == wanted.function && known.mask == wanted.mask && known.context == wanted.context;
+  };
+  // One that was there before serves again, so that turning it on and off costs no memory.
+  for (const Listener* known = gs_AllListeners.load(); known != nullptr; known = known->before) {
+    if (!same(*known)) continue;
+    gs_Listener = known;
+    return;
   }
+  auto* listener = new Listener(wanted);
+  listener->before = gs_AllListeners.load();
+  while (!gs_AllListeners.compare_exchange_weak(listener->before, listener)) {
+  }
+  gs_Listener = listener;
 }
 
 void disco_printf(unsigned int mask, const unsigned char* wwn, const char* format, ...) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <new>
 #include <optional>
@@ -35,7 +36,6 @@ struct AnswerRecord {
   std::int64_t good = 0;    // the last good one
   std::int64_t asking = 0;  // waits for an answer since then
   HBA_NAME port{};          // of a board: its port's name, once known
-  HostKey host{};           // of a port: the remote host that it was asked through
 
   bool Fails() const { return !answered && last != 0; }
   // Has not returned for a while: short waits are how things are read.
@@ -66,10 +66,6 @@ class AnswerBook {
       if (m_Book == nullptr) return;
       m_Book->Put(m_Key, [port](AnswerRecord& record) { std::copy_n(port, 8, record.port.wwn); });
     }
-    // Of a port of a remote host.
-    void GoesThrough(const HostKey& host) {
-      if (m_Book != nullptr) m_Book->Put(m_Key, [&](AnswerRecord& record) { record.host = host; });
-    }
 
    private:
     AnswerBook* const m_Book;
@@ -80,11 +76,19 @@ class AnswerBook {
     LockGuard guard(m_Lock);
     m_Records.clear();
   }
-  // Forgets those for which `isGone`, given key and record, says so.
+  // Forgets those for which `isGone`, given the key, says so; of those from one key to another alone.
   template <class IsGone>
   void Forget(IsGone isGone) EXCLUDES(m_Lock) {
     LockGuard guard(m_Lock);
-    std::erase_if(m_Records, [&](const auto& entry) { return isGone(entry.first, entry.second); });
+    std::erase_if(m_Records, [&](const auto& entry) { return isGone(entry.first); });
+  }
+  template <class IsGone>
+  void Forget(const Key& first, const Key& last, IsGone isGone) EXCLUDES(m_Lock) {
+    LockGuard guard(m_Lock);
+    const auto end = m_Records.upper_bound(last);
+    for (auto record = m_Records.lower_bound(first); record != end;) {
+      record = isGone(record->first) ? m_Records.erase(record) : std::next(record);
+    }
   }
   std::map<Key, AnswerRecord> All() const EXCLUDES(m_Lock) {
     LockGuard guard(m_Lock);

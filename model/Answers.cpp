@@ -20,7 +20,7 @@ HostKey HostKeyOf(const _RM_IP_INFO& host) {
 }
 
 void Answers::Clear() {
-  const auto all = [](const auto&, const AnswerRecord&) { return true; };
+  const auto all = [](const auto&) { return true; };
   boards.Forget(all);
   ports.Forget(all);
   hosts.Forget(all);
@@ -30,9 +30,7 @@ void Answers::Clear() {
 
 void Answers::SetBoards(const unsigned int* numbers, unsigned int count) noexcept try {
   const std::set<unsigned int> found(numbers, numbers + count);
-  boards.Forget([&](unsigned int number, const AnswerRecord&) {
-    return number != kBoardCount && !found.contains(number);
-  });
+  boards.Forget([&](unsigned int number) { return number != kBoardCount && !found.contains(number); });
   LockGuard guard(m_Lock);
   m_Boards = found;
 } catch (const std::bad_alloc&) {
@@ -45,20 +43,30 @@ std::set<unsigned int> Answers::GetBoards() const {
 }
 
 void Answers::SetHosts(const std::set<HostKey>& hostsOfFile) {
-  hosts.Forget([&](const HostKey& host, const AnswerRecord&) { return !hostsOfFile.contains(host); });
-  ports.Forget([&](std::uint64_t, const AnswerRecord& port) {
-    return port.host != HostKey{} && !hostsOfFile.contains(port.host);
-  });
+  hosts.Forget([&](const HostKey& host) { return !hostsOfFile.contains(host); });
+  ports.Forget(
+      [&](const PortKey& port) { return port.first != HostKey{} && !hostsOfFile.contains(port.first); });
+}
+
+void Answers::SetPorts(const HostKey& host, const std::set<std::uint64_t>& names) {
+  ports.Forget({host, 0}, {host, UINT64_MAX},
+               [&](const PortKey& port) { return !names.contains(port.second); });
 }
 
 AnswerView::AnswerView(const Answers& answers)
     : m_Boards(answers.boards.All()), m_Ports(answers.ports.All()), m_Hosts(answers.hosts.All()) {
   for (const auto& [number, record] : m_Boards) {
-    if (number != kBoardCount && IsUnanswered(record)) m_UnansweredBoards[WwpnKey(record.port.wwn)] = record;
+    if (number == kBoardCount) continue;
+    const std::uint64_t name = WwpnKey(record.port.wwn);
+    if (IsUnanswered(record)) m_UnansweredBoards[name] = record;
+    if (record.answered && record.status == RM_STATUS_NOT_FOUND) continue;
+    m_Names.insert(name);
   }
+  const auto count = m_Boards.find(kBoardCount);
+  m_AllNamed = count != m_Boards.end() && !IsUnanswered(count->second) && !m_Names.contains(0);
 }
 
-std::optional<AnswerRecord> AnswerView::OwnAnswer(std::uint64_t port) const {
+std::optional<AnswerRecord> AnswerView::OwnAnswer(const PortKey& port) const {
   const auto asked = m_Ports.find(port);
   if (asked == m_Ports.end() || !IsUnanswered(asked->second)) return std::nullopt;
   return asked->second;
@@ -71,10 +79,15 @@ std::optional<AnswerRecord> AnswerView::WhyUnseen(const CHbaEntry& port) const {
       return count->second;
     }
     const auto board = m_UnansweredBoards.find(name);
-    return board != m_UnansweredBoards.end() ? board->second : OwnAnswer(name);
+    return board != m_UnansweredBoards.end() ? board->second : OwnAnswer({HostKey{}, name});
   }
   if (port.GetProxyIpInfo() == nullptr) return std::nullopt;
-  const auto host = m_Hosts.find(HostKeyOf(*port.GetProxyIpInfo()));
+  const HostKey key = HostKeyOf(*port.GetProxyIpInfo());
+  const auto host = m_Hosts.find(key);
   if (host == m_Hosts.end()) return std::nullopt;
-  return IsUnanswered(host->second) ? host->second : OwnAnswer(name);
+  return IsUnanswered(host->second) ? host->second : OwnAnswer({key, name});
+}
+
+bool AnswerView::IsGone(const CHbaEntry& port) const {
+  return port.IsLocalPort() != 0 && m_AllNamed && !m_Names.contains(WwpnKey(port.GetHbaInfo()->portWwn));
 }

@@ -67,6 +67,9 @@ class SharedSet {
 
   unsigned int GetCount() const { return m_Storage == nullptr ? 0U : m_Storage->GetCount(); }
 
+  // Whether both show one storage, so that nothing can differ.
+  bool IsSameStorage(const SharedSet& other) const { return m_Storage == other.m_Storage; }
+
   // Empties this handle; handles that share its storage keep their entries.
   void Clear() {
     m_Storage.reset();

@@ -102,7 +102,7 @@ class HostVisit {
   std::optional<int> AskForNames();
   bool ReadNames();
   void ForgetOtherPorts();
-  void VisitPorts();
+  int VisitPorts();
   int VisitPort(const HBA_NAME& wwpn);
   int ReadAttributes(CHbaEntry& port);
   void CompleteLinkStatus(CHbaEntry& port, int status);
@@ -167,7 +167,8 @@ bool HostVisit::ReadNames() {
                  m_Text.Text());
   }
   const bool answered = *status == RM_STATUS_OK;
-  m_Question.Answer(*status, answered, m_Patience.HasWaited());
+  // That it answers counts once its ports have been read: until then they are what was known before.
+  if (!answered) m_Question.Answer(*status, false, m_Patience.HasWaited());
   Note(m_Cycle.shared->unreachableHosts, !answered);
   Note(m_Cycle.shared->silentHosts, !answered && m_Patience.HasWaited());
   if (answered) m_Patience.NoteAnswer();
@@ -178,9 +179,7 @@ bool HostVisit::ReadNames() {
 void HostVisit::ForgetOtherPorts() {
   std::set<std::uint64_t> names;
   for (std::uint32_t i = 0; i < m_Names.Count(); ++i) names.insert(WwpnKey(m_Names[i].wwn));
-  m_Cycle.shared->answers->ports.Forget([&](std::uint64_t name, const AnswerRecord& port) {
-    return port.host == m_Key && !names.contains(name);
-  });
+  m_Cycle.shared->answers->SetPorts(m_Key, names);
 }
 
 bool HostVisit::Begin() {
@@ -197,19 +196,22 @@ bool HostVisit::Begin() {
 }
 
 void HostVisit::ReadPorts() {
-  VisitPorts();
-  if (!Enabled() || !m_Patience.IsExhausted()) return;
-  m_Question.Answer(RM_STATUS_BUSY, false, true);
+  const int status = VisitPorts();
+  if (!Enabled()) return;
+  const bool exhausted = m_Patience.IsExhausted();
+  const bool answered = status != RM_STATUS_HOST_UNUSABLE && !exhausted;
+  m_Question.Answer(exhausted ? RM_STATUS_BUSY : status, answered, exhausted || m_Patience.HasWaited());
+  if (!exhausted) return;
   disco_printf(kLogDetails, nullptr, "OOB: host %s keeps discovery waiting, given up until the next cycle",
                m_Text.Text());
 }
 
-void HostVisit::VisitPorts() {
+// RM_STATUS_HOST_UNUSABLE when that ended the visit.
+int HostVisit::VisitPorts() {
   for (std::uint32_t i = 0; i < m_Names.Count() && m_Thread.Terminated() == 0 && IsPatient(); ++i) {
-    if (VisitPort(m_Names[i]) != RM_STATUS_HOST_UNUSABLE) continue;
-    if (Enabled()) m_Question.Answer(RM_STATUS_HOST_UNUSABLE, false, m_Patience.HasWaited());
-    return;
+    if (VisitPort(m_Names[i]) == RM_STATUS_HOST_UNUSABLE) return RM_STATUS_HOST_UNUSABLE;
   }
+  return RM_STATUS_OK;
 }
 
 int HostVisit::ReadAttributes(CHbaEntry& port) {
@@ -276,12 +278,10 @@ int HostVisit::VisitPort(const HBA_NAME& wwpn) {
   std::memcpy(info.portWwn, wwpn.wwn, sizeof(info.portWwn));
   CHbaEntry port(&info, nullptr, 0, m_Proxy, 1, &m_Host);
   port.SetNothingRead();
-  AnswerBook<std::uint64_t>::Question question(&m_Cycle.shared->answers->ports, WwpnKey(wwpn.wwn));
+  AnswerBook<PortKey>::Question question(&m_Cycle.shared->answers->ports, {m_Key, WwpnKey(wwpn.wwn)});
   const int status = ReadAttributes(port);
   if (!Enabled()) return status;
-  question.GoesThrough(m_Key);
-  question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE ||
-                              status == kOverTemperatureStatus);
+  question.Answer(status, status == RM_STATUS_OK || status == RM_STATUS_OVER_TEMPERATURE);
   CompleteLinkStatus(port, status);
   if (status == RM_STATUS_OK || status == kOverTemperatureStatus) {
     LogPort(port);

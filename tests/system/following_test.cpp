@@ -204,6 +204,33 @@ TEST_F(Following, BoardsThatCannotBeCountedAreKeptAsLongAsTheSettingSays) {
   EXPECT_TRUE(Eventually([&] { return Read().ports.empty(); }));
 }
 
+// Those of the described calls stay as a lite cycle leaves them.
+TEST_F(Following, LiteCyclesTellBoardsThatGoAndDropWhatIsTooOld) {
+  const Log settings(0x3FF, "DISCO_KEEP_UNANSWERED:0\n");
+  Start();
+  ASSERT_EQ(Read().ports.size(), 3U);
+  m_Fabric.Local()["boards"].erase(2);
+  m_Fabric.AddFault({{"call", "RM_GetLocalHBAInfoV4"}, {"port", kSecond}, {"status", 64}});
+  ASSERT_TRUE(m_Fabric.Replace(*m_Library));
+  m_Library->ChangeDiscoveryInterval(kLong);
+  ASSERT_TRUE(Eventually([&] { return m_Log.Count("** DISCOVERY CYCLE DONE") == 2; }));
+  EXPECT_TRUE(m_Log.Has("Doing Lite discovery cycle"));
+  EXPECT_EQ(m_Library->Ports().size(), 3U);
+  EXPECT_THAT(Read().ports, ElementsAre(Key(kFirst)));
+}
+
+TEST_F(Following, IscsiPortWithoutItsNamesIsKept) {
+  m_Fabric.Local()["boards"].push_back(IscsiBoard("1000000000000004"));
+  Start();
+  ASSERT_EQ(Read().ports.size(), 4U);
+  m_Fabric.AddFault({{"call", "RM_iSCSI_GetInitiatorProperties"}, {"status", 64}});
+  ChangeAndLook();
+  EXPECT_EQ(m_Library->Ports().size(), 3U) << "described calls";
+  const KeptPort kept = Read().ports.at("1000000000000004");
+  EXPECT_EQ(kept.record.unanswered, 1U);
+  EXPECT_NE(kept.names.find("iqn.2020-01.example:1000000000000004"), Bytes::npos);
+}
+
 TEST_F(Following, HangingBoardLeavesWhatIsKnownSoFar) {
   m_Fabric.AddFault({{"call", "RM_GetLocalHBAInfoV4"}, {"port", kSecond}, {"hang", 8}});
   Load();

@@ -128,6 +128,10 @@ class NewPort {
   }
   bool Takes(const hbadisc_change& record) {
     if (!m_Port || ToWwn(record.port.wwn) != m_Port->wwpn || !IsItem(record)) return false;
+    // A target of a virtual port comes right behind it; one that does not has come later.
+    const std::optional<Wwn> vport = KnownWwn(record.vport.wwn);
+    const std::vector<VirtualPort>& vports = m_Port->details->virtualPorts;
+    if (vport && (vports.empty() || vports.back().wwpn != *vport)) return false;
     AddItem(record, m_Port->kind, *m_Port->details);
     return true;
   }
@@ -167,7 +171,12 @@ std::vector<Change> Follower::Next(bool* lost) {
   NewPort fresh;
   for (unsigned int count = kAtOnce; count == kAtOnce;) {
     *lost = HBADisc_GetChanges(m_Sequence, records.data(), &count) != 0;
-    if (*lost) return WalkAgain();
+    if (*lost) {
+      fresh.End(changes);
+      const std::vector<Change> rest = WalkAgain();
+      changes.insert(changes.end(), rest.begin(), rest.end());
+      return changes;
+    }
     for (unsigned int i = 0; i < count; ++i) {
       const hbadisc_change& record = records[i];
       m_Sequence = record.sequence;

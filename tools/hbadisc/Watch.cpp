@@ -18,6 +18,9 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+// In place of a callback's reason.
+constexpr unsigned int kNoCallBack = 0x80000000;
+
 // What an event document is before its first event.
 std::string DocumentStart() {
   return "{\"format_version\":" + std::to_string(kFormatVersion) + ",\"events\":[\n";
@@ -94,21 +97,23 @@ void Watcher::Watch(const Notices& notices) {
 std::optional<Notice> Watcher::AwaitNews(const Notices& notices) {
   // Discovery notes what has changed and then calls back: both are one look.
   constexpr milliseconds kTogether{300};
-  std::optional<Notice> notice = notices.Wait(UntilNextStep(), m_Output.Descriptor(), m_Follower.Descriptor());
-  if (notice || !m_FirstLookEnded || !notices.IsReadable(m_Follower.Descriptor())) return notice;
+  const int changes = m_FirstLookEnded ? m_Follower.Descriptor() : -1;
+  std::optional<Notice> notice = notices.Wait(UntilNextStep(), m_Output.Descriptor(), changes);
+  if (notice || !Notices::IsReadable(changes)) return notice;
   notice = notices.Wait(kTogether, m_Output.Descriptor());
-  if (!notice) notice = Notice{0, HBADISC_REASON_CHANGED};
+  if (!notice) notice = Notice{0, kNoCallBack};
   return notice;
 }
 
 void Watcher::Report(unsigned int reason) {
-  m_Follower.Forget();
   Event event;
   bool lost = false;
+  if (m_FirstLookEnded) m_Follower.Forget();
   event.changes = m_FirstLookEnded ? m_Follower.Next(&lost) : m_Follower.Begin();
+  if (!m_FirstLookEnded) m_Follower.Forget();
   event.hosts = HostNews();
   event.time = Now();
-  event.reason = reason;
+  event.reason = reason & ~kNoCallBack;
   event.first = !m_FirstLookEnded && (reason & HBADISC_REASON_FORCED) != 0;
   event.portCount = m_Follower.PortCount();
   if (reason & HBADISC_REASON_FORCED) {
@@ -116,7 +121,7 @@ void Watcher::Report(unsigned int reason) {
     m_Looking = false;
   }
   if (lost) m_Messages.Say("there were too many changes to tell them one by one");
-  if (m_Options.changesOnly && !event.HasNews()) return;
+  if (!event.HasNews() && (m_Options.changesOnly || reason == kNoCallBack)) return;
   event.number = ++m_EventCount;
   m_Messages.ClearProgress();
   m_Writer.Write(event);
