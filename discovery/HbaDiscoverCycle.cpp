@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "inband/LocalHbaInfo.h"
+#include "inband/ProviderLook.h"
 #include "log/DiscoveryLog.h"
 
 namespace {
@@ -133,6 +134,7 @@ bool HbaDiscoverCycle::EnterCycle() {
 // A cycle that runs out of memory leaves what was listed and ends like any other: who waits for a forced one is
 // called back.
 HbaDiscoverCycle::CycleEnd HbaDiscoverCycle::RunCycle(Cycle& cycle) {
+  const ProviderLook look;
   try {
     return TryCycle(cycle);
   } catch (const std::exception& failure) {

@@ -44,8 +44,8 @@ discovery_iscsi_names NamesOf(const CHbaEntry& port) {
 bool SameMark(const CHbaEntry& one, const CHbaEntry& other) {
   const auto& mine = one.GetUnanswered();
   const auto& theirs = other.GetUnanswered();
-  if (mine.has_value() != theirs.has_value()) return false;
-  return !mine || (StatusOf(*mine) == StatusOf(*theirs) && mine->since == theirs->since);
+  if ((mine == nullptr) != (theirs == nullptr)) return false;
+  return mine == nullptr || (StatusOf(*mine) == StatusOf(*theirs) && mine->since == theirs->since);
 }
 
 bool SameItem(const CTargetEntry& one, const CTargetEntry& other) {

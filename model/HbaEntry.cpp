@@ -47,6 +47,7 @@ CHbaEntry::CHbaEntry(const CHbaEntry& other)
     : m_State(other.m_State),
       m_ISCSINames(other.m_ISCSINames),
       m_Details(other.m_Details),
+      m_Unanswered(other.m_Unanswered),
       m_Targets(other.GetTargetList().AsKind(other.IsISCSIPort())),
       m_VPorts(other.GetVPortList()),
       m_VFs(other.GetVFList()) {}
@@ -61,6 +62,7 @@ void CHbaEntry::CopyEntry(const CHbaEntry& other) {
   m_State = other.m_State;
   m_ISCSINames = other.m_ISCSINames;
   m_Details = other.m_Details;
+  m_Unanswered = other.m_Unanswered;
   ReplaceTargets(other.GetTargetList().AsKind(other.IsISCSIPort()));
   ReplaceVPorts(other.GetVPortList());
   ReplaceVFs(other.GetVFList());

@@ -103,8 +103,10 @@ class CHbaEntry {
   const std::shared_ptr<const PortDetails>& GetDetails() const { return m_Details; }
   void SetDetails(std::shared_ptr<const PortDetails> details) { m_Details = std::move(details); }
   // Of a snapshot's entry: why the port could not be asked.
-  const std::optional<AnswerRecord>& GetUnanswered() const { return m_State.unanswered; }
-  void SetUnanswered(const std::optional<AnswerRecord>& why) { m_State.unanswered = why; }
+  const std::shared_ptr<const AnswerRecord>& GetUnanswered() const { return m_Unanswered; }
+  void SetUnanswered(const std::optional<AnswerRecord>& why) {
+    m_Unanswered = why ? std::make_shared<const AnswerRecord>(*why) : nullptr;
+  }
 
   // How many tries are left; each call uses one up.
   unsigned int GetTargetMapRetries() { return m_State.targetMapRetries == 0 ? 0 : m_State.targetMapRetries--; }
@@ -196,7 +198,6 @@ class CHbaEntry {
     int proxyOnly = 0;
     int ipInfoValid = 0;
     _RM_IP_INFO ipInfo{};
-    std::optional<AnswerRecord> unanswered;
   };
 
   bool IsISCSIPort() const { return (m_State.specialFeatures & RM_FEATURE_ISCSI) != 0; }
@@ -214,7 +215,9 @@ class CHbaEntry {
 
   State m_State;
   CDiscISCSINames m_ISCSINames;
+  // Null in nearly all entries, so that copies cost as little as they can.
   std::shared_ptr<const PortDetails> m_Details;
+  std::shared_ptr<const AnswerRecord> m_Unanswered;
   CTargetList m_Targets GUARDED_BY(g_TargetLock);
   CVPortList m_VPorts GUARDED_BY(g_VPortLock);
   CVFList m_VFs GUARDED_BY(g_VFListLock);

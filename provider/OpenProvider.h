@@ -28,6 +28,11 @@ int RMOpen_SetInstallDir(const char* directory);
  */
 int RMOpen_HasPortDetails(void);
 
+/* A look at this host begins, and has ended: between the two calls a question that was answered may be answered
+ * again from what was read. The discovery library says so of its cycles. They do not nest. */
+void RMOpen_BeginLook(void);
+void RMOpen_EndLook(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -57,6 +57,7 @@ class Condition {
     return signalled;
   }
 
+  void NotifyOne() { m_Condition.notify_one(); }
   void NotifyAll() { m_Condition.notify_all(); }
 
  private:

@@ -105,6 +105,22 @@ void RMOpen_LastError(char* text, unsigned int size) {
   });
 }
 
+void RMOpen_BeginLook(void) {
+  provider::Guarded([] {
+    if (const provider::FoundHost found = provider::FindHost(nullptr); found.host != nullptr)
+      found.host->BeginLook();
+    return int{RM_STATUS_OK};
+  });
+}
+
+void RMOpen_EndLook(void) {
+  provider::Guarded([] {
+    if (const provider::FoundHost found = provider::FindHost(nullptr); found.host != nullptr)
+      found.host->EndLook();
+    return int{RM_STATUS_OK};
+  });
+}
+
 int RMOpen_HasPortDetails(void) {
   return 1;
 }

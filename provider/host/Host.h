@@ -62,6 +62,10 @@ class Host {
  public:
   virtual ~Host() = default;
 
+  // Between these two calls a host may answer a question again from what it has read.
+  virtual void BeginLook() {}
+  virtual void EndLook() {}
+
   // Numbers by which ReadBoard knows the boards, one board a port, in a stable order.
   virtual ListAnswer<unsigned int> BoardInstances() = 0;
   virtual Answer<Board> ReadBoard(unsigned int instance) = 0;
@@ -72,6 +76,8 @@ class Host {
   virtual bool HasPort(const Wwn& wwn) = 0;
   // Whether a port, on any host, is one of the maker's.
   virtual bool IsMakersPort(const Wwn& wwn) = 0;
+  // The same when it is known without reading anything.
+  virtual std::optional<bool> MakersPortInMemory(const Wwn& /*wwn*/) { return std::nullopt; }
 
   // RM_STATUS_NOT_SUPPORTED when the port only has the legacy set of HbaAttributes.
   virtual Answer<Attributes> DiscoveryAttributes(const Wwn& wwn) = 0;

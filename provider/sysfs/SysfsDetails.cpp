@@ -6,7 +6,6 @@
 #include <set>
 #include <string_view>
 
-#include "provider/sysfs/SysfsTargets.h"
 #include "rmapi/PortDetails.h"
 
 namespace provider {
@@ -54,8 +53,7 @@ std::string FirstText(const SysfsDirectory& directory, std::initializer_list<con
   return {};
 }
 
-void PutStorage(const FcPort& port, Attributes& attributes) {
-  const FcStorage storage = ReadFcStorage(port.ScsiHost(), port.number);
+void PutStorage(const FcStorage& storage, Attributes& attributes) {
   attributes[kDetailLunCount] = storage.lunCount;
   attributes[kDetailBlockDeviceCount] = static_cast<std::uint32_t>(storage.blockDevices.size());
   std::string names;
@@ -69,7 +67,7 @@ void PutStorage(const FcPort& port, Attributes& attributes) {
 }  // namespace
 
 void AddSysfsDetails(const SysfsDirectory& root, const FcPort& port, const FcPortFacts& facts,
-                     Attributes& attributes) {
+                     const FcStorage& storage, Attributes& attributes) {
   attributes[kPortDetailsMark] = std::string(kPortDetailsText);
   const auto speed = ParseSpeed(port.directory.Text("speed"));
   if (!facts.isOnline) {
@@ -87,7 +85,7 @@ void AddSysfsDetails(const SysfsDirectory& root, const FcPort& port, const FcPor
   Put(attributes, kDetailDriverVersion, version);
   Put(attributes, kDetailBootVersion, FirstText(host, {"option_rom_version", "optrom_bios_version"}));
   if (facts.pci) Put(attributes, kDetailPciAddress, facts.pci->name);
-  PutStorage(port, attributes);
+  PutStorage(storage, attributes);
 }
 
 }  // namespace provider

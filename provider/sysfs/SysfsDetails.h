@@ -3,12 +3,13 @@
 #define PROVIDER_SYSFS_SYSFSDETAILS_H_
 
 #include "provider/sysfs/SysfsPort.h"
+#include "provider/sysfs/SysfsTargets.h"
 
 namespace provider {
 
 // Adds what is known. `root` is the sysfs root, for the driver's module.
 void AddSysfsDetails(const SysfsDirectory& root, const FcPort& port, const FcPortFacts& facts,
-                     Attributes& attributes);
+                     const FcStorage& storage, Attributes& attributes);
 
 }  // namespace provider
 

@@ -2,7 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -28,11 +28,6 @@ int OpenFor(int parent, const std::string& path, int flags, ReadTrouble& trouble
   error = descriptor < 0 ? errno : 0;
   if (IsShortage(error)) trouble.met = true;
   return descriptor;
-}
-
-bool IsRegularFile(int descriptor) {
-  struct stat status;
-  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 struct CloseDirectory {
@@ -82,28 +77,24 @@ SysfsDirectory SysfsDirectory::Open(const std::string& path) const {
   return opened;
 }
 
+// One read is all of an attribute: the kernel puts no more into one than a page, and gives that at once. Of
+// what is no attribute it gives as little as of an empty one; opened as it is, a pipe does not keep anybody
+// waiting.
 SysfsReading SysfsDirectory::Read(const std::string& path) const {
   SysfsReading reading;
   const FileDescriptor file(OpenAt(path, 0, reading.error));
   if (!file.IsOpen()) return reading;
-  if (!IsRegularFile(file.Get())) {
-    reading.error = EINVAL;
+  std::array<char, kMaxAttributeSize> buffer;
+  ssize_t count = 0;
+  do {
+    count = read(file.Get(), buffer.data(), buffer.size());
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) {
+    reading.error = errno;
+    if (IsShortage(reading.error)) m_Trouble->met = true;
     return reading;
   }
-  std::array<char, kMaxAttributeSize> buffer;
-  std::size_t filled = 0;
-  while (filled < buffer.size()) {
-    const ssize_t count = read(file.Get(), buffer.data() + filled, buffer.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) {
-      reading.error = errno;
-      if (IsShortage(reading.error)) m_Trouble->met = true;
-      return reading;
-    }
-    if (count == 0) break;
-    filled += static_cast<std::size_t>(count);
-  }
-  reading.content.assign(buffer.data(), filled);
+  reading.content.assign(buffer.data(), static_cast<std::size_t>(count));
   return reading;
 }
 
@@ -120,15 +111,19 @@ std::string SysfsDirectory::LinkText(const std::string& path) const {
 
 std::vector<std::string> SysfsDirectory::Names() const {
   std::vector<std::string> names;
-  int error = 0;
-  // A stream of its own: reading moves the position of the descriptor that it is given.
-  FileDescriptor again(OpenAt(".", O_DIRECTORY, error));
-  const std::unique_ptr<DIR, CloseDirectory> stream(again.IsOpen() ? fdopendir(again.Get()) : nullptr);
+  // A second number of the same descriptor: closing the stream closes that. Nobody else reads it meanwhile.
+  FileDescriptor again(fcntl(m_Descriptor.Get(), F_DUPFD_CLOEXEC, 0));
+  if (!again.IsOpen()) {
+    if (IsOpen() || !IsAbsent(m_Error)) m_Trouble->met = true;
+    return names;
+  }
+  const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(again.Get()));
   if (stream == nullptr) {
-    if (again.IsOpen() || !IsAbsent(error)) m_Trouble->met = true;
+    m_Trouble->met = true;
     return names;
   }
   again.Release();
+  rewinddir(stream.get());
   while (names.size() < kMaxEntries) {
     errno = 0;
     // Safe, as no other thread has this stream.

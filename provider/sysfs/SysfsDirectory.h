@@ -1,7 +1,7 @@
 // One directory of a sysfs tree, and bounded reads below it.
 //
-// Whatever lies in the tree, nothing here blocks on it or reads without end: only regular files are read, and
-// at most a page of each, which is all that the kernel ever puts into one. What is read through one object
+// Whatever lies in the tree, nothing here waits for a pipe or reads without end: at most a page is read of each
+// file, which is all that the kernel ever puts into one. What is read through one object
 // belongs to one device: when the device goes away its directory's reads fail, they never answer for a
 // successor of that name.
 //

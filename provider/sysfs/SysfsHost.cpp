@@ -7,7 +7,9 @@
 
 #include "provider/sysfs/SysfsBoard.h"
 #include "provider/sysfs/SysfsDetails.h"
+#include "provider/sysfs/SysfsLook.h"
 #include "provider/sysfs/SysfsPort.h"
+#include "provider/sysfs/SysfsPortIndex.h"
 #include "provider/sysfs/SysfsTargets.h"
 #include "provider/sysfs/TimeLimitedHost.h"
 
@@ -31,17 +33,22 @@ Result Failed(int status) {
 
 // Answers from the tree, however long that takes.
 //
-// Thread safety: immutable after construction. Ownership: owns its texts; every call opens what it reads.
+// Thread safety: immutable but for what it remembers, which locks itself. Ownership: owns its texts; every
+// call opens what it reads.
 class SysfsHost final : public Host {
  public:
   SysfsHost(std::string root, std::string hostName)
       : m_Root(std::move(root)), m_HostName(std::move(hostName)) {}
+
+  void BeginLook() override { m_Look.Begin(); }
+  void EndLook() override { m_Look.End(); }
 
   ListAnswer<unsigned int> BoardInstances() override;
   Answer<Board> ReadBoard(unsigned int instance) override;
 
   bool HasPort(const Wwn& wwn) override;
   bool IsMakersPort(const Wwn& wwn) override;
+  std::optional<bool> MakersPortInMemory(const Wwn& wwn) override { return m_Ports.HasInMemory(wwn); }
 
   Answer<Attributes> DiscoveryAttributes(const Wwn& wwn) override;
   Answer<Attributes> HbaAttributes(const Wwn& wwn) override;
@@ -67,7 +74,7 @@ class SysfsHost final : public Host {
   template <class Result, class Ask>
   Result OfPort(const Wwn& wwn, Ask ask) const {
     ReadTrouble trouble;
-    const FoundFcPort found = FindFcPort(SysfsDirectory(m_Root, trouble), wwn);
+    const FoundFcPort found = m_Ports.Find(SysfsDirectory(m_Root, trouble), wwn);
     if (!found.port.has_value()) return Failed<Result>(trouble.met ? RM_STATUS_LOCKED : found.status);
     return Checked<Result>(ask(*found.port), *found.port, trouble);
   }
@@ -97,9 +104,12 @@ class SysfsHost final : public Host {
 
   const std::string m_Root;
   const std::string m_HostName;
+  mutable SysfsPortIndex m_Ports;  // locks itself
+  SysfsLook m_Look;                // locks itself
 };
 
 ListAnswer<unsigned int> SysfsHost::BoardInstances() {
+  m_Ports.BeginLook();
   ReadTrouble trouble;
   const SysfsDirectory root(m_Root, trouble);
   if (!root.IsOpen() && IsAbsent(root.Error())) return Failed<ListAnswer<unsigned int>>(RM_STATUS_NOT_FOUND);
@@ -120,21 +130,23 @@ Answer<Board> SysfsHost::ReadBoard(unsigned int instance) {
 
 bool SysfsHost::HasPort(const Wwn& wwn) {
   ReadTrouble trouble;
-  return FindFcPort(SysfsDirectory(m_Root, trouble), wwn).port.has_value();
+  return m_Ports.Find(SysfsDirectory(m_Root, trouble), wwn).port.has_value();
 }
 
 // The kernel knows no maker. A port that is seen as a target and is this machine's own can be told for certain.
 bool SysfsHost::IsMakersPort(const Wwn& wwn) {
   ReadTrouble trouble;
-  return HasFcPort(SysfsDirectory(m_Root, trouble), wwn);
+  return m_Ports.Has(SysfsDirectory(m_Root, trouble), wwn);
 }
 
 Answer<Attributes> SysfsHost::DiscoveryAttributes(const Wwn& wwn) {
-  return OfPort<Answer<Attributes>>(wwn, [this](const FcPort& port) -> Answer<Attributes> {
+  return OfPort<Answer<Attributes>>(wwn, [this, &wwn](const FcPort& port) -> Answer<Attributes> {
     const FcPortFacts facts = ReadFcPortFacts(port);
     Attributes attributes = MakeSysfsAttributes(facts, HostName());
     ReadTrouble trouble;  // what is told beyond the record may be missing
-    AddSysfsDetails(SysfsDirectory(m_Root, trouble), port, facts, attributes);
+    std::optional<FcStorage> storage = m_Look.Storage(wwn);
+    if (!storage) storage = ReadFcTargets(port.ScsiHost(), port.number, 0).storage;
+    AddSysfsDetails(SysfsDirectory(m_Root, trouble), port, facts, *storage, attributes);
     return {RM_STATUS_OK, std::move(attributes)};
   });
 }
@@ -170,10 +182,16 @@ Answer<IscsiNames> SysfsHost::InitiatorProperties(const Wwn& wwn) {
 
 ListAnswer<RM_NodeInfoEntry> SysfsHost::Nodes(const Wwn& wwn) {
   using Result = ListAnswer<RM_NodeInfoEntry>;
-  return OfScsiHost<Result>(wwn, [](const SysfsDirectory& scsiHost, const FcPort& port) -> Result {
-    const std::uint32_t bindType = ReadBindType(port.directory).value;
-    return {RM_STATUS_OK, ReadNodes(scsiHost, port.number, bindType), std::nullopt};
+  if (auto nodes = m_Look.TakeNodes(wwn)) return {RM_STATUS_OK, *std::move(nodes), std::nullopt};
+  FcTargets targets;
+  Result answer = OfScsiHost<Result>(wwn, [&targets](const SysfsDirectory& scsiHost, const FcPort& port) {
+    targets = ReadFcTargets(scsiHost, port.number, ReadBindType(port.directory).value);
+    return Result();
   });
+  if (answer.status != RM_STATUS_OK) return answer;
+  m_Look.Keep(wwn, targets);
+  answer.records = std::move(targets.nodes);
+  return answer;
 }
 
 ListAnswer<RM_VPortEntry> SysfsHost::VirtualPorts(const Wwn& wwn) {

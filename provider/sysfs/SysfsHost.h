@@ -15,7 +15,8 @@ namespace provider {
 inline constexpr std::chrono::seconds kSysfsCallLimit{5};
 
 // `root` is where sysfs lies ("/sys"), or a copy of it. An empty host name stands for this machine's own, asked
-// for at each call. Nothing is read before the first call, and nothing is remembered from one call to the next.
+// for at each call. Nothing is read before the first call, and only the names of ports are remembered, for a
+// look.
 std::unique_ptr<Host> MakeSysfsHost(const std::string& root, const std::string& hostName = {});
 
 }  // namespace provider

@@ -88,6 +88,17 @@ std::string DriverName(const SysfsDirectory& scsiHost) {
   return name == "(null)" || name == "<NULL>" ? std::string() : name;
 }
 
+// The name, when there is one; else why not.
+int ParseName(const SysfsReading& reading, Wwn& portName) {
+  if (IsAbsent(reading.error)) return RM_STATUS_NOT_FOUND;
+  // The kernel leaves no file empty that it lets one read.
+  if (reading.content.empty()) return RM_STATUS_LOCKED;
+  const std::optional<Wwn> name = ParseFcName(FirstLine(reading.content));
+  if (!name.has_value()) return RM_STATUS_NOT_FOUND;
+  portName = *name;
+  return RM_STATUS_OK;
+}
+
 bool IsTargetOnly(const std::string& mode) {
   return mode.find("Target") != std::string::npos && mode.find("Initiator") == std::string::npos;
 }
@@ -107,12 +118,19 @@ std::vector<unsigned int> FcPortNumbers(const SysfsDirectory& root) {
   return numbers;
 }
 
-bool HasFcPort(const SysfsDirectory& root, const Wwn& name) {
+std::vector<FcPortName> ReadFcPortNames(const SysfsDirectory& root) {
+  std::vector<FcPortName> ports;
   const SysfsDirectory hosts = root.Open(kFcHosts);
-  const std::vector<std::string> names = hosts.Names();
-  return std::any_of(names.begin(), names.end(), [&](const std::string& host) {
-    return ParseScsiHostName(host).has_value() && ParseFcName(hosts.Text(host + "/port_name")) == name;
-  });
+  for (const std::string& host : hosts.Names()) {
+    const std::optional<unsigned int> number = ParseScsiHostName(host);
+    if (!number.has_value()) continue;
+    const SysfsReading reading = hosts.Read(host + "/port_name");
+    FcPortName& port = ports.emplace_back();
+    port.number = *number;
+    port.isVirtual = IsOfVirtualPort(DevicePath(hosts.LinkText(host)));
+    port.status = ParseName(reading, port.name);
+  }
+  return ports;
 }
 
 FcPort::FcPort(const SysfsDirectory& root, unsigned int hostNumber)
@@ -122,30 +140,11 @@ FcPort::FcPort(const SysfsDirectory& root, unsigned int hostNumber)
 
 int FcPort::ReadName() {
   if (IsOfVirtualPort(path)) return RM_STATUS_NOT_FOUND;
-  const SysfsReading reading = directory.Read("port_name");
-  if (IsAbsent(reading.error)) return RM_STATUS_NOT_FOUND;
-  // The kernel leaves no file empty that it lets one read.
-  if (reading.content.empty()) return RM_STATUS_LOCKED;
-  const std::optional<Wwn> name = ParseFcName(FirstLine(reading.content));
-  if (!name.has_value()) return RM_STATUS_NOT_FOUND;
-  portName = *name;
-  return RM_STATUS_OK;
+  return ParseName(directory.Read("port_name"), portName);
 }
 
 bool FcPort::IsStillThere() const {
   return ParseFcName(directory.Text("port_name")) == portName;
-}
-
-FoundFcPort FindFcPort(const SysfsDirectory& root, const Wwn& name) {
-  FoundFcPort found;
-  for (const unsigned int number : FcPortNumbers(root)) {
-    FcPort port(root, number);
-    const int status = port.ReadName();
-    if (status == RM_STATUS_OK && port.portName == name) return {RM_STATUS_OK, std::move(port)};
-    // It may be the one that is looked for.
-    if (status == RM_STATUS_LOCKED) found.status = RM_STATUS_LOCKED;
-  }
-  return found;
 }
 
 FcPortFacts ReadFcPortFacts(const FcPort& port) {

@@ -14,8 +14,14 @@ namespace provider {
 // The numbers of the SCSI hosts that are FC ports, virtual ports' own hosts left out, ascending.
 std::vector<unsigned int> FcPortNumbers(const SysfsDirectory& root);
 
-// Whether any FC port of the tree, virtual or not, has that name.
-bool HasFcPort(const SysfsDirectory& root, const Wwn& name);
+// What each FC port of the tree calls itself, virtual ports' own SCSI hosts among them.
+struct FcPortName {
+  unsigned int number = 0;
+  Wwn name{};
+  bool isVirtual = false;
+  int status = RM_STATUS_OK;  // RM_STATUS_LOCKED: it has a name that cannot be read; else it has none
+};
+std::vector<FcPortName> ReadFcPortNames(const SysfsDirectory& root);
 
 // One FC port, open: class/fc_host/hostN.
 //
@@ -37,12 +43,11 @@ struct FcPort {
   Wwn portName{};
 };
 
-// The port of that name, or the status that says why there is none.
+// A port that was looked for, or the status that says why there is none.
 struct FoundFcPort {
   int status = RM_STATUS_NOT_FOUND;
   std::optional<FcPort> port;
 };
-FoundFcPort FindFcPort(const SysfsDirectory& root, const Wwn& name);
 
 struct PciDevice {
   PciAddress address;

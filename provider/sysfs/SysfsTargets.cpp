@@ -191,30 +191,22 @@ Answer<std::uint32_t> ReadBindType(const SysfsDirectory& fcHost) {
   return {RM_STATUS_OK, type->number};
 }
 
-std::vector<RM_NodeInfoEntry> ReadNodes(const SysfsDirectory& scsiHost, unsigned int host,
-                                        std::uint32_t bindType) {
-  std::vector<RM_NodeInfoEntry> nodes;
+FcTargets ReadFcTargets(const SysfsDirectory& scsiHost, unsigned int host, std::uint32_t bindType) {
+  constexpr std::string_view kDevices = "/dev/";
+  constexpr std::string_view kGeneric = "/dev/sg";
+  FcTargets targets;
   for (const RemotePort& target : ReadTargets(scsiHost, host)) {
     const std::vector<Lun> luns = ReadLuns(scsiHost, host, target);
-    if (luns.empty()) nodes.push_back(MakeNode(target, Lun{}, bindType));
-    for (const Lun& lun : luns) nodes.push_back(MakeNode(target, lun, bindType));
-  }
-  return nodes;
-}
-
-FcStorage ReadFcStorage(const SysfsDirectory& scsiHost, unsigned int host) {
-  constexpr std::string_view kDisk = "/dev/";
-  constexpr std::string_view kGeneric = "/dev/sg";
-  FcStorage storage;
-  for (const RemotePort& target : ReadTargets(scsiHost, host)) {
-    for (const Lun& lun : ReadLuns(scsiHost, host, target)) {
-      ++storage.lunCount;
-      const bool isBlock = lun.device.starts_with(kDisk) && !lun.device.starts_with(kGeneric);
-      if (isBlock) storage.blockDevices.push_back(lun.device.substr(kDisk.size()));
+    if (luns.empty()) targets.nodes.push_back(MakeNode(target, Lun{}, bindType));
+    for (const Lun& lun : luns) {
+      targets.nodes.push_back(MakeNode(target, lun, bindType));
+      ++targets.storage.lunCount;
+      const bool isBlock = lun.device.starts_with(kDevices) && !lun.device.starts_with(kGeneric);
+      if (isBlock) targets.storage.blockDevices.push_back(lun.device.substr(kDevices.size()));
     }
   }
-  std::sort(storage.blockDevices.begin(), storage.blockDevices.end());
-  return storage;
+  std::sort(targets.storage.blockDevices.begin(), targets.storage.blockDevices.end());
+  return targets;
 }
 
 RM_VPortEntry MakeVirtualPort(const SysfsVirtualPort& port) {
@@ -243,7 +235,7 @@ std::vector<RM_VPortTargetEntry> ReadVirtualPortTargets(const SysfsDirectory& sc
   const SysfsDirectory directory = scsiHost.Open(FcChildName(kVirtualPort, host, port.child));
   const std::optional<unsigned int> own = OwnScsiHost(directory);
   if (!own.has_value()) return targets;
-  for (const RM_NodeInfoEntry& node : ReadNodes(directory.Open(ScsiHostName(*own)), *own, 0)) {
+  for (const RM_NodeInfoEntry& node : ReadFcTargets(directory.Open(ScsiHostName(*own)), *own, 0).nodes) {
     if ((node.nodeState & RM_NODE_READY) != 0) targets.push_back(MakeVirtualPortTarget(node));
   }
   return targets;

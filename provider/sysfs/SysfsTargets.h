@@ -15,10 +15,20 @@ namespace provider {
 // kernel does not tell. `fcHost` is class/fc_host/hostN.
 Answer<std::uint32_t> ReadBindType(const SysfsDirectory& fcHost);
 
-// One record a LUN, one for a target without LUNs, ordered by bus, target id and LUN. `scsiHost` is the SCSI
-// host's own directory.
-std::vector<RM_NodeInfoEntry> ReadNodes(const SysfsDirectory& scsiHost, unsigned int host,
-                                        std::uint32_t bindType);
+// What lies behind all targets of a port, its virtual ports' left out.
+struct FcStorage {
+  std::uint32_t lunCount = 0;
+  std::vector<std::string> blockDevices;  // names as "sda", ascending
+};
+
+struct FcTargets {
+  // One record a LUN, one for a target without LUNs, ordered by bus, target id and LUN.
+  std::vector<RM_NodeInfoEntry> nodes;
+  FcStorage storage;
+};
+
+// `scsiHost` is the SCSI host's own directory.
+FcTargets ReadFcTargets(const SysfsDirectory& scsiHost, unsigned int host, std::uint32_t bindType);
 
 struct SysfsVirtualPort {
   Wwn portName{};
@@ -34,13 +44,6 @@ std::vector<SysfsVirtualPort> ReadVirtualPorts(const SysfsDirectory& scsiHost, u
 // What the virtual port itself sees and can use: a record of a virtual port's target has no state.
 std::vector<RM_VPortTargetEntry> ReadVirtualPortTargets(const SysfsDirectory& scsiHost, unsigned int host,
                                                         const SysfsVirtualPort& port);
-
-// What lies behind all targets of a port, its virtual ports' left out.
-struct FcStorage {
-  std::uint32_t lunCount = 0;
-  std::vector<std::string> blockDevices;  // names as "sda", ascending
-};
-FcStorage ReadFcStorage(const SysfsDirectory& scsiHost, unsigned int host);
 
 }  // namespace provider
 

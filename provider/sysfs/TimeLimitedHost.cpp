@@ -2,12 +2,9 @@
 
 #include <optional>
 #include <set>
-#include <system_error>
-#include <thread>
 #include <tuple>
 
 #include "provider/base/Mutex.h"
-#include "provider/base/SignalsBlocked.h"
 #include "provider/host/WorldWideName.h"
 
 namespace provider {
@@ -74,12 +71,7 @@ Result TimeLimitedHost::InTime(const Key& key, const Result& refusal, Ask ask) {
     const MutexLock keysLock(overdue->mutex);
     overdue->keys.erase(overdue->keys.find(key));
   };
-  try {
-    const SignalsBlocked blocked;
-    std::thread(run).detach();
-  } catch (const std::system_error&) {
-    return refusal;
-  }
+  if (!m_Threads.Run(run)) return refusal;
   const MutexLock lock(call->mutex);
   while (!call->answer.has_value()) {
     if (call->isAnswered.WaitUntil(call->mutex, deadline) || call->answer.has_value()) continue;
@@ -117,6 +109,7 @@ bool TimeLimitedHost::HasPort(const Wwn& wwn) {
 }
 
 bool TimeLimitedHost::IsMakersPort(const Wwn& wwn) {
+  if (const std::optional<bool> known = m_Host->MakersPortInMemory(wwn); known.has_value()) return *known;
   return InTime(Key{Key::Kind::kPort, WwnToNumber(wwn)}, false,
                 [wwn](Host& host) { return host.IsMakersPort(wwn); });
 }

@@ -1,7 +1,7 @@
 // A host whose calls come back in time.
 //
 // A read in sysfs may wait for a driver that waits for its adapter, and nothing can end that wait. So each call
-// is made on a thread of its own; when the limit passes the caller gets RM_STATUS_LOCKED (false, where there is
+// is made on another thread; when the limit passes the caller gets RM_STATUS_LOCKED (false, where there is
 // no status) and the thread is left behind until its read returns. While one is left behind for a port, further
 // calls for that port are refused at once: one sick port holds up neither the others nor its caller over and
 // over.
@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "provider/host/Host.h"
+#include "provider/sysfs/CallThreads.h"
 
 namespace provider {
 
@@ -22,6 +23,10 @@ class TimeLimitedHost final : public Host {
  public:
   TimeLimitedHost(std::shared_ptr<Host> host, std::chrono::milliseconds limit);
   ~TimeLimitedHost() override;
+
+  // They read nothing.
+  void BeginLook() override { m_Host->BeginLook(); }
+  void EndLook() override { m_Host->EndLook(); }
 
   ListAnswer<unsigned int> BoardInstances() override;
   Answer<Board> ReadBoard(unsigned int instance) override;
@@ -61,6 +66,7 @@ class TimeLimitedHost final : public Host {
   const std::shared_ptr<Host> m_Host;
   const std::chrono::milliseconds m_Limit;
   const std::shared_ptr<Overdue> m_Overdue;
+  CallThreads m_Threads;
 };
 
 }  // namespace provider

@@ -53,6 +53,35 @@ TEST_F(Targets, RecordIsFilledWhole) {
   EXPECT_EQ(node.nodeState, std::uint32_t{RM_NODE_EXISTS} | RM_NODE_READY);
 }
 
+// A look asks twice for the targets of a port; what is asked outside of one is read.
+TEST_F(Targets, AreReadOnceForALook) {
+  const std::string late = "0x5000000000000077";
+  m_Host->BeginLook();
+  ASSERT_EQ(Nodes().records.size(), 1u);
+  AddRemotePort("rport-0:0-9", late, "Online", "FCP Target", "9");
+  EXPECT_EQ(Nodes().records.size(), 1u) << "as they were read";
+  EXPECT_EQ(Nodes().records.size(), 2u) << "a third time nobody asks for the same reason";
+  m_Host->EndLook();
+  m_Tree.Remove(kHost0 + "rport-0:0-9");
+  EXPECT_EQ(Nodes().records.size(), 1u);
+}
+
+// Names are read once for a look, and yet no port answers under another's name.
+TEST_F(Targets, PortsThatSwapTheirNamesAreToldApart) {
+  const provider::Wwn second = Name(0x2000525400fc0077);
+  const std::string host7 = "devices/pci0000:00/0000:00:05.0/host7/";
+  m_Tree.Write(host7 + "fc_host/host7/port_name", "0x2000525400fc0077\n");
+  m_Tree.Link(host7 + "fc_host/host7/device", "../../../host7");
+  m_Tree.Link("class/fc_host/host7", "../../" + host7 + "fc_host/host7");
+  ASSERT_EQ(m_Host->BoardInstances().status, RM_STATUS_OK);
+  EXPECT_EQ(Nodes().records.size(), 1u);
+  EXPECT_EQ(m_Host->Nodes(second).records.size(), 0u);
+  m_Tree.Write(kFcHost0 + "port_name", "0x2000525400fc0077\n");
+  m_Tree.Write(host7 + "fc_host/host7/port_name", "0x2000525400fc0010\n");
+  EXPECT_EQ(Nodes().records.size(), 0u);
+  EXPECT_EQ(m_Host->Nodes(second).records.size(), 1u);
+}
+
 TEST_F(Targets, EachLunHasItsRecordInOrder) {
   m_Tree.MakeFolder(Lun("16385"));
   m_Tree.MakeFolder(Lun("4294967297"));

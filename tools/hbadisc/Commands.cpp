@@ -79,7 +79,8 @@ Picture ReadPicture(const Options& options, bool complete) {
 int LookOnce(const Options& options, Output& output, Messages& messages) {
   const Notices notices;
   Follower follower(options.scope);
-  Discovery discovery(options.scope, notices);
+  // Without remote hosts there is nobody to wait for.
+  Discovery discovery(HasHosts() ? options.scope : Scope::LocalHost, notices);
   Picture picture;
   if (discovery.HasStarted(LimitOf(options))) {
     messages.Detail("discovery is started");
@@ -103,11 +104,8 @@ int LookOnce(const Options& options, Output& output, Messages& messages) {
   const Answer answer = MakeAnswer(options, picture, output.Colour());
   output.Write(answer.data);
   if (!answer.message.empty()) messages.Say(answer.message);
-  // What has kept the look from ending would keep discovery from stopping, too.
-  if (!picture.complete) discovery.Leave(answer.code);
-  messages.Detail("stopping discovery");
-  discovery.Stop(answer.code);
-  return answer.code;
+  // Nobody needs discovery any more, and stopping it takes a second, or longer when an adapter does not answer.
+  discovery.Leave(answer.code);
 }
 
 }  // namespace

@@ -96,6 +96,12 @@ std::vector<RemoteHost> ReadHosts() {
   return hosts;
 }
 
+bool HasHosts() {
+  hbadisc_oob_host_list list{};
+  HBADisc_GetOOBHostList(&list);
+  return list.count != 0;
+}
+
 bool IsSilent(const RemoteHost& host) {
   switch (host.state) {
     case HBADISC_HOST_ASKED:

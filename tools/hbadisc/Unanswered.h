@@ -41,6 +41,8 @@ struct RemoteHost {
 std::vector<Unanswered> ReadUnanswered(Scope scope);
 // All of the hosts file, in its order.
 std::vector<RemoteHost> ReadHosts();
+// Whether the hosts file names any.
+bool HasHosts();
 
 // It was asked, and did not answer.
 bool IsSilent(const RemoteHost& host);
