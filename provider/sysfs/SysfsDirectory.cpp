@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <memory>
 #include <string_view>
 
 namespace provider {
@@ -30,9 +29,7 @@ int OpenFor(int parent, const std::string& path, int flags, ReadTrouble& trouble
   return descriptor;
 }
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
+constexpr std::size_t kListingSize = 32768;  // bytes that are listed at once
 
 }  // namespace
 
@@ -111,31 +108,26 @@ std::string SysfsDirectory::LinkText(const std::string& path) const {
 
 std::vector<std::string> SysfsDirectory::Names() const {
   std::vector<std::string> names;
-  // A second number of the same descriptor: closing the stream closes that. Nobody else reads it meanwhile.
-  FileDescriptor again(fcntl(m_Descriptor.Get(), F_DUPFD_CLOEXEC, 0));
-  if (!again.IsOpen()) {
-    if (IsOpen() || !IsAbsent(m_Error)) m_Trouble->met = true;
+  if (!IsOpen()) {
+    if (!IsAbsent(m_Error)) m_Trouble->met = true;
     return names;
   }
-  const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(again.Get()));
-  if (stream == nullptr) {
-    m_Trouble->met = true;
-    return names;
-  }
-  again.Release();
-  rewinddir(stream.get());
-  while (names.size() < kMaxEntries) {
-    errno = 0;
-    // Safe, as no other thread has this stream.
-    const dirent* const entry = readdir(stream.get());  // NOLINT(concurrency-mt-unsafe)
-    if (entry == nullptr) {
-      if (errno != 0 && !IsAbsent(errno)) m_Trouble->met = true;
-      break;
+  // What a stream does, without its second descriptor. Nobody else reads this one meanwhile.
+  lseek(m_Descriptor.Get(), 0, SEEK_SET);
+  alignas(dirent64) std::array<char, kListingSize> buffer;
+  for (;;) {
+    const ssize_t filled = getdents64(m_Descriptor.Get(), buffer.data(), buffer.size());
+    if (filled < 0 && !IsAbsent(errno)) m_Trouble->met = true;
+    if (filled <= 0) return names;
+    for (ssize_t at = 0; at < filled;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + at);
+      at += entry->d_reclen;
+      const std::string_view name = entry->d_name;
+      if (name == "." || name == "..") continue;
+      if (names.size() >= kMaxEntries) return names;
+      names.emplace_back(name);
     }
-    std::string name(entry->d_name);
-    if (name != "." && name != "..") names.push_back(std::move(name));
   }
-  return names;
 }
 
 }  // namespace provider

@@ -88,11 +88,12 @@ int LookOnce(const Options& options, Output& output, Messages& messages) {
     const bool complete =
         WaitFor(HBADISC_REASON_FORCED, notices, LimitOf(options), progress, messages).has_value();
     picture = ReadPicture(options, complete);
-    bool lost = false;
-    follower.Next(&lost);
-    if (options.command == Command::Refresh && ReadAgain(options, notices, messages)) {
-      picture = ReadPicture(options, complete);
-      picture.changed = HasChanged(options.wwpn, follower);
+    if (options.command == Command::Refresh) {
+      follower.Begin();
+      if (ReadAgain(options, notices, messages)) {
+        picture = ReadPicture(options, complete);
+        picture.changed = HasChanged(options.wwpn, follower);
+      }
     }
     picture.trouble = ProviderTrouble(LookUpSymbol);
   } else {
