@@ -60,6 +60,10 @@ void HBADisc_SetLogCallBack(HBADisc_LogCallBack function, unsigned int mask, voi
   });
 }
 
+void HBADisc_StartupForOneLook(int localOnly) {
+  TheLibrary().controller.StartupForOneLook(localOnly);
+}
+
 int HBADisc_WaitForFirstPicture(unsigned int milliseconds) {
   return TheLibrary().controller.WaitForFirstPicture(std::chrono::milliseconds(milliseconds)) ? 1 : 0;
 }

@@ -56,7 +56,11 @@ CHbaDiscover::~CHbaDiscover() {
 
 // ---- Start and stop
 
-void CHbaDiscover::Startup(unsigned int interval, unsigned int oobInterval, int localOnly) {
+void CHbaDiscover::StartupForOneLook(int localOnly) {
+  Startup(0, localOnly == 0 ? 0 : kNoOobDiscovery, localOnly, true);
+}
+
+void CHbaDiscover::Startup(unsigned int interval, unsigned int oobInterval, int localOnly, bool hurried) {
   if (Callback::IsInside()) {
     // Whoever holds the lock may be waiting for this very thread.
     if (!m_LifecycleLock.TryLock()) return;
@@ -65,6 +69,7 @@ void CHbaDiscover::Startup(unsigned int interval, unsigned int oobInterval, int 
   }
   try {
     // Also when discovery runs already: the new thread takes the requests from now on, the old one stays idle.
+    if (!m_Parts.state.IsStarted()) m_Parts.hurried = hurried;
     if (m_Parts.state.IsStarted() || StartLocked(interval, oobInterval, localOnly)) m_Directed.StartThread();
   } catch (...) {
     // Starting reports nothing; what could not be allocated is not started.

@@ -31,7 +31,11 @@ class CHbaDiscover : public CZylThread {
   CHbaDiscover& operator=(const CHbaDiscover&) = delete;
 
   // Intervals in seconds; see HBADisc_StartupEx.
-  void Startup(unsigned int interval, unsigned int oobInterval, int localOnly) EXCLUDES(m_LifecycleLock);
+  void Startup(unsigned int interval, unsigned int oobInterval, int localOnly) EXCLUDES(m_LifecycleLock) {
+    Startup(interval, oobInterval, localOnly, false);
+  }
+  // See HBADisc_StartupForOneLook.
+  void StartupForOneLook(int localOnly) EXCLUDES(m_LifecycleLock);
   // Does nothing unless started and enabled, and nothing inside a callback, whose thread it would have to join.
   void Terminate() EXCLUDES(m_LifecycleLock);
   void PauseDiscovery();
@@ -57,6 +61,8 @@ class CHbaDiscover : public CZylThread {
   RemoteSide& RemoteHosts() { return m_Parts.remote; }
 
  private:
+  void Startup(unsigned int interval, unsigned int oobInterval, int localOnly, bool hurried)
+      EXCLUDES(m_LifecycleLock);
   bool StartLocked(unsigned int interval, unsigned int oobInterval, int localOnly) REQUIRES(m_LifecycleLock);
   bool TryStart(unsigned int interval, unsigned int oobInterval, int localOnly) REQUIRES(m_LifecycleLock);
   void StopLocked() REQUIRES(m_LifecycleLock);

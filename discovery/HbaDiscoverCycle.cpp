@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "inband/HurriedVisit.h"
 #include "inband/LocalHbaInfo.h"
 #include "inband/ProviderLook.h"
 #include "log/DiscoveryLog.h"
@@ -190,6 +191,7 @@ int HbaDiscoverCycle::CollectPorts(Cycle& cycle) {
 void HbaDiscoverCycle::VisitPorts(Cycle& cycle) {
   const unsigned int count = cycle.ports.GetNumberOfDiscoPorts();
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: Number of disco ports: %d", static_cast<int>(count));
+  if (m_Parts.hurried.load()) return VisitPortsAtOnce(cycle);
   m_PortPool.AdjustThreadCount(std::min(count, m_Parts.settings.maxPortThreads), PortDiscoveryThreadProc,
                                m_WorkerParams, 0);
   m_Parts.mainThread.WaitForSignal(kSettlePause);
@@ -208,6 +210,19 @@ void HbaDiscoverCycle::VisitPorts(Cycle& cycle) {
   disco_printf(kLogInBand, nullptr, "In-Band Discovery: All port discovery threads idle");
   // The lists of this cycle go with it, unless a late worker is still inside a call.
   m_WorkerParams->Clear();
+}
+
+void HbaDiscoverCycle::VisitPortsAtOnce(const Cycle& cycle) {
+  if (cycle.ports.GetNumberOfDiscoPorts() == 0 || m_Parts.state.StopRequested()) return;
+  const std::shared_ptr<CHbaList> visit = cycle.ports.GetDiscoPortsList();
+  {
+    HbaListGuard guard(*visit);
+    visit->SelectFirstEntry();
+  }
+  HurriedVisit visits(std::make_shared<const PortDiscoveryBlock>(
+      PortDiscoveryBlock{visit, cycle.lite ? cycle.current : cycle.fresh, m_Parts.slow.GetHbaList(),
+                         m_Parts.answers, m_Parts.kept.IsFollowed()}));
+  visits.Await([this] { return m_Parts.state.StopRequested(); });
 }
 
 void HbaDiscoverCycle::AwaitWorkers(const Cycle& cycle) {

@@ -36,6 +36,7 @@ class HbaDiscoverCycle {
   // -1: the cycle is to be skipped.
   int CollectPorts(Cycle& cycle);
   void VisitPorts(Cycle& cycle);
+  void VisitPortsAtOnce(const Cycle& cycle);
   void AwaitWorkers(const Cycle& cycle);
   void IntermediateUpdate(const Cycle& cycle);
   CycleEnd FinishLiteCycle(Cycle& cycle);

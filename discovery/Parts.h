@@ -73,6 +73,7 @@ struct Parts final : public DiscoveryOwner {
   const std::shared_ptr<Answers> answers = std::make_shared<Answers>();  // shared with workers
   FirstPicture first;
   KeptPicture kept;
+  std::atomic<bool> hurried{false};           // somebody waits for the picture: cycles make no pauses
   std::atomic<bool> firstCyclePending{true};  // until a cycle has ended, completed or stopped
 };
 

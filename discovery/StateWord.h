@@ -2,17 +2,21 @@
 //
 // Every transition is a call of this class. Bits that a row does not name stay.
 //
-// | call                | needs                   | sets                     | clears |
-// |---------------------|-------------------------|--------------------------|----------------------------------|
-// | Start               |                         | enabled, started, forced | | | LeaveStarted        |
-// enabled and started     |                          | enabled, started                 | | Stopped | | |
-// started, forced                  | | Pause               |                         | | enabled | | Force | |
-// enabled, forced          |                                  | | BeginCycle          | started, not in a cycle
-// | in cycle                 | kill: it was an earlier cycle's  | | EndCycle            | | | in cycle, and
-// forced if served   | | RequestKill         | in cycle                | kill                     | | |
-// RequestKillUnwaited | in cycle                | kill                     |                                  |
-// | DropKillWaiter      | the last waiter         |                          | kill, unless a later cycle began
-// | | DropUnwaitedKill    | no waiter               |                          | kill |
+// clang-format off
+// | call                | needs               | sets                     | clears                           |
+// |---------------------|---------------------|--------------------------|----------------------------------|
+// | Start               |                     | enabled, started, forced |                                  |
+// | LeaveStarted        | enabled and started |                          | enabled, started                 |
+// | Stopped             |                     |                          | started, forced                  |
+// | Pause               |                     |                          | enabled                          |
+// | Force               |                     | enabled, forced          |                                  |
+// | BeginCycle          | started, no cycle   | in cycle                 | kill: it was an earlier cycle's  |
+// | EndCycle            |                     |                          | in cycle, and forced if served   |
+// | RequestKill         | in cycle            | kill                     |                                  |
+// | RequestKillUnwaited | in cycle            | kill                     |                                  |
+// | DropKillWaiter      | the last waiter     |                          | kill, unless a later cycle began |
+// | DropUnwaitedKill    | no waiter           |                          | kill                             |
+// clang-format on
 //
 // Thread safety: every call may be made from any thread. The word is an atomic that anybody reads; the kill
 // lock makes the in-cycle and kill bits change in one step with the count of those who wait for a killed cycle.

@@ -167,6 +167,8 @@ void PortVisit::Run() {
   ReadDetails();
 }
 
+}  // namespace
+
 void VisitPorts(CZylTpThread& thread, const PortDiscoveryBlock& block) {
   while (thread.IsEnabled() != 0) {
     // The list hands each port to one worker only, and nobody removes ports while workers visit them.
@@ -181,6 +183,8 @@ void VisitPorts(CZylTpThread& thread, const PortDiscoveryBlock& block) {
     }
   }
 }
+
+namespace {
 
 void WorkUntilTerminated(CZylTpThread& thread, const PortDiscoveryParams& params, unsigned int id) {
   while (thread.Terminated() == 0) {

@@ -44,6 +44,9 @@ class PortDiscoveryParams {
   std::shared_ptr<const PortDiscoveryBlock> m_Block GUARDED_BY(m_Lock);
 };
 
+// Visits ports until there is none left or the worker is no longer enabled.
+void VisitPorts(CZylTpThread& thread, const PortDiscoveryBlock& block);
+
 // A worker's procedure; `params` is a PortDiscoveryParams. Null ends the worker at once.
 void PortDiscoveryThreadProc(CZylTpThread* thread, void* params);
 

@@ -101,6 +101,7 @@ class Library {
   HBADISC_CALL(GetStatusText);
   HBADISC_CALL(GetHostStateText);
   HBADISC_CALL(SetLogCallBack);
+  HBADISC_CALL(StartupForOneLook);
   HBADISC_CALL(WaitForFirstPicture);
   HBADISC_CALL(GetUnanswered);
   HBADISC_CALL(GetHostStates);

@@ -217,6 +217,22 @@ def test_what_does_not_answer_is_said(tool, fabric, fault, what, ports, message)
     assert absent.code == (1 if "hang" in fault else 3) and absent.output == ""
 
 
+@pytest.mark.parametrize("source", ["fabric", "datacenter", "kernel"])
+def test_a_look_without_pauses_shows_the_same(fabric, tmp_path, source):
+    fabric.write(EVERY_KIND)
+    options = ("--fabric", fabric.path)
+    if source == "datacenter":
+        options = ("--fabric", f"{SOURCE}/examples/datacenter-host.json")
+    elif source == "kernel":
+        subprocess.run(["tar", "-xzf", f"{SOURCE}/examples/hosts/pci-04-npiv-active.tar.gz", "-C", tmp_path], check=True)
+        options = ("--sysfsroot", f"{tmp_path}/sys")
+    ports = run("list", "-j", "--cycle", *options).document["ports"]
+    assert ports and run("list", "-j", *options).document["ports"] == ports
+    for port in ports:
+        shown = run("show", port["wwpn"], "-j", *options).document
+        assert shown == run("show", port["wwpn"], "-j", "--cycle", *options).document
+
+
 def test_details_that_a_fabric_file_tells(tool, fabric):
     fabric.write([board(1, details={"link_speed": 32000, "supported_speeds": "8000 16000", "firmware_version": "1.2", "lun_count": 0}),
                   board(2)])

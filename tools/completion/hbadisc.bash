@@ -100,7 +100,7 @@ _hbadisc() {
     return
   fi
   if [[ $current == -* ]]; then
-    _hbadisc_offer --fabric --sysfsroot --hosts-dir --local-only --oob --output --json --timeout --verbose --version --help
+    _hbadisc_offer --fabric --sysfsroot --hosts-dir --local-only --oob --output --json --timeout --cycle --verbose --version --help
     case ${arguments[0]-} in
       refresh) _hbadisc_offer --what ;;
       watch) _hbadisc_offer --interval --count --changes-only ;;

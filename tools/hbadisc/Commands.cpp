@@ -80,7 +80,7 @@ int LookOnce(const Options& options, Output& output, Messages& messages) {
   const Notices notices;
   Follower follower(options.scope);
   // Without remote hosts there is nobody to wait for.
-  Discovery discovery(HasHosts() ? options.scope : Scope::LocalHost, notices);
+  Discovery discovery(HasHosts() ? options.scope : Scope::LocalHost, notices, !options.cycle);
   Picture picture;
   if (discovery.HasStarted(LimitOf(options))) {
     messages.Detail("discovery is started");

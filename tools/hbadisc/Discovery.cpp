@@ -25,12 +25,14 @@ void PostNotice(unsigned int reason, void* context) {
 
 }  // namespace
 
-Discovery::Discovery(Scope scope, const Notices& notices) {
+Discovery::Discovery(Scope scope, const Notices& notices, bool hurried) {
   HBADisc_RegisterCallBack(PostNotice, kEveryCallBack, const_cast<Notices*>(&notices));
   const bool localOnly = scope == Scope::LocalHost;
   // On a thread of its own: a provider may never return from its first call.
-  std::packaged_task<void()> start(
-      [localOnly] { HBADisc_StartupEx(0, localOnly ? HBADISC_NO_OOB_DISCOVERY : 0, localOnly ? 1 : 0); });
+  std::packaged_task<void()> start([localOnly, hurried] {
+    if (hurried) return HBADisc_StartupForOneLook(localOnly ? 1 : 0);
+    HBADisc_StartupEx(0, localOnly ? HBADISC_NO_OOB_DISCOVERY : 0, localOnly ? 1 : 0);
+  });
   m_Started = start.get_future().share();
   std::thread(std::move(start)).detach();
 }

@@ -17,8 +17,8 @@ namespace hbadisc {
 class Discovery {
  public:
   // Starts; every callback is posted to `notices`. The first cycle starts at once, others when they are asked
-  // for. Remote hosts are asked unless the scope is this host.
-  Discovery(Scope scope, const Notices& notices);
+  // for. Remote hosts are asked unless the scope is this host. A hurried one makes no pauses.
+  Discovery(Scope scope, const Notices& notices, bool hurried = false);
   Discovery(const Discovery&) = delete;
   Discovery& operator=(const Discovery&) = delete;
   // Stops, as a failed program.

@@ -69,7 +69,7 @@ int TellHosts(const Options& options, Output& output, Messages& messages) {
 int ListHosts(const Options& options, Output& output, Messages& messages) {
   if (!options.ask || ReadHosts().empty()) return TellHosts(options, output, messages);
   const Notices notices;
-  Discovery discovery(Scope::RemoteHosts, notices);
+  Discovery discovery(Scope::RemoteHosts, notices, true);
   const bool all = AskHosts(options, messages, discovery);
   int code = TellHosts(options, output, messages);
   if (!all) {

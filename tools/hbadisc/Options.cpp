@@ -161,6 +161,7 @@ struct RawOptions {
   std::string count;
   bool changesOnly = false;
   bool noAsk = false;
+  bool cycle = false;
 };
 
 constexpr unsigned int kDay = 86400;
@@ -180,6 +181,7 @@ void AddGlobalOptions(CLI::App& app, RawOptions& raw) {
       ->type_name("SEC")
       ->default_str("30")
       ->check(NumberIn(0, kDay));
+  app.add_flag("--cycle", raw.cycle, "look as applications do, with the pauses of a full cycle");
   app.add_flag("-v,--verbose", raw.verbose, "tell on standard error what goes on");
   app.set_version_flag("-V,--version", kVersion, "show the version");
 }
@@ -268,6 +270,7 @@ Options Convert(const RawOptions& raw, Command command) {
   options.callbackCount = ParseNumber(raw.count, 0, 1000000000).value_or(0);
   options.changesOnly = raw.changesOnly;
   options.ask = !raw.noAsk;
+  options.cycle = raw.cycle;
   return options;
 }
 

@@ -28,6 +28,7 @@ struct Options {
   Scope scope = Scope::Everywhere;
   std::optional<std::chrono::seconds> timeout = std::chrono::seconds(30);  // of the first cycle; none: no limit
   bool verbose = false;
+  bool cycle = false;                 // look once as applications do, with the pauses of a cycle
   Wwn wwpn;                           // of show, targets and refresh
   unsigned int what = 0;              // of refresh, HBADISC_REFRESH_ bits
   unsigned int intervalSeconds = 90;  // of watch
