@@ -65,8 +65,8 @@ HBADISC_API void HBADisc_SetLogCallBack(HBADisc_LogCallBack function, unsigned i
 
 /* As HBADisc_StartupEx with intervals of 0, for a program that is waited for and wants one look, as a command
  * is: cycles of this host leave out the pauses by which others spare adapters and processors, and read one port
- * after the other on one thread. It is a cycle all the same, with callback and picture. Remote hosts are asked
- * as ever, unless `localOnly` is not 0. */
+ * after the other on one thread. It is a cycle all the same, with callback and picture, but while it reads
+ * ports no intermediate callbacks come. Remote hosts are asked as ever, unless `localOnly` is not 0. */
 HBADISC_API void HBADisc_StartupForOneLook(int localOnly);
 
 /* Waits until the first cycle after a start has ended, remote hosts included, and returns 1; at once when it

@@ -64,6 +64,8 @@ AnswerView::AnswerView(const Answers& answers)
   }
   const auto count = m_Boards.find(kBoardCount);
   m_AllNamed = count != m_Boards.end() && !IsUnanswered(count->second) && !m_Names.contains(0);
+  // In the middle of a count's boards the others have not told theirs yet.
+  for (const unsigned int number : answers.GetBoards()) m_AllNamed = m_AllNamed && m_Boards.contains(number);
 }
 
 std::optional<AnswerRecord> AnswerView::OwnAnswer(const PortKey& port) const {
